@@ -1,0 +1,1 @@
+// The backend component; its code arrives with its own change.

@@ -1,0 +1,1 @@
+// The login component; its code arrives with its own change.

@@ -1,0 +1,1 @@
+// The overlay component; its code arrives with its own change.

@@ -24,18 +24,21 @@ std::tm localTime(double secondsSince1970, double* fraction) {
 
 std::string localTimestamp(double secondsSince1970) {
   const std::tm tm = localTime(secondsSince1970, nullptr);
-  char zone[8] = "Z";
-  if (tm.tm_gmtoff != 0) {
+  char text[64];
+  int n = std::snprintf(text, sizeof text, "%04d:%02d:%02dT%02d:%02d:%02d", tm.tm_year + 1900, tm.tm_mon + 1,
+                        tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec);
+  std::string result(text, n > 0 ? static_cast<std::size_t>(n) : 0);
+  const long offset = tm.tm_gmtoff;
+  if (offset == 0) {
+    result.push_back('Z');
+  } else {
     // glibc's strftime has no "%:z".
-    const long offset = tm.tm_gmtoff;
     const long magnitude = offset < 0 ? -offset : offset;
-    std::snprintf(zone, sizeof zone, "%c%02ld:%02ld", offset < 0 ? '-' : '+', magnitude / 3600,
-                  (magnitude % 3600) / 60);
+    n = std::snprintf(text, sizeof text, "%c%02ld:%02ld", offset < 0 ? '-' : '+', magnitude / 3600 % 100,
+                      magnitude % 3600 / 60);
+    result.append(text, n > 0 ? static_cast<std::size_t>(n) : 0);
   }
-  char text[48];
-  std::snprintf(text, sizeof text, "%04d:%02d:%02dT%02d:%02d:%02d%s", tm.tm_year + 1900, tm.tm_mon + 1,
-                tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, zone);
-  return text;
+  return result;
 }
 
 std::string logLinePrefix(double secondsSince1970) {

@@ -189,6 +189,7 @@ void HttpsServer::Impl::store(const RecordedRequest& request) {
 
 void HttpsServer::Impl::record(RecordedRequest request) {
   if (!options.keepBodies) request.body.clear();
+  if (options.onRecord) options.onRecord(request);
   {
     std::lock_guard lock(mutex);
     records.push_back(std::move(request));

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -36,7 +37,7 @@ struct Options {
   // "2026:03:09T14:05:33+01:00-no-user-id" in DejaVu Sans at the font size of a 390-high canvas.
   std::string text = "199.62x11.64";
   std::int64_t ticks = 15;
-  std::uint64_t seed = 0;
+  std::optional<std::string> seed;
   std::int64_t every = 1;
 };
 
@@ -88,7 +89,16 @@ void appendList(std::string& out, const std::optional<std::vector<RenderItem>>& 
   out += ']';
 }
 
-void run(const Options& options, bool seeded) {
+std::uint64_t parseSeed(std::string_view text) {
+  std::uint64_t seed = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seed);
+  if (error != std::errc() || end != text.data() + text.size()) {
+    throw UsageError("--seed: expected a whole number from 0 to 2^64 - 1, got '" + std::string(text) + "'");
+  }
+  return seed;
+}
+
+void run(const Options& options) {
   if (options.behaviour < WatermarkBehaviourTypeTicker ||
       options.behaviour > WatermarkBehaviourTypeRandom) {
     throw UsageError("--behaviour: expected 0 (ticker), 1 (bouncing), 2 (multi-line) or 3 (random)");
@@ -106,7 +116,7 @@ void run(const Options& options, bool seeded) {
   if (options.ticks < 0) throw UsageError("--ticks: expected 0 or more");
   if (options.every < 1) throw UsageError("--every: expected 1 or more");
 
-  if (seeded) Platform::install(SimPlatform::create({.seed = options.seed}));
+  if (options.seed) Platform::install(SimPlatform::create({.seed = parseSeed(*options.seed)}));
 
   Watermark watermark;
   watermark.setCanvasDimensionWithWidth(canvas.width, canvas.height);
@@ -140,12 +150,12 @@ void addWatermarkCommand(CLI::App& app, int& exitStatus) {
   command->add_option("--text", options->text, "measured text size in points, WxH")
       ->capture_default_str();
   command->add_option("--ticks", options->ticks, "number of ticks of 1/15 s")->capture_default_str();
-  CLI::Option* seed = command->add_option(
-      "--seed", options->seed, "seed a simulated platform's random numbers (default: the system's)");
+  command->add_option("--seed", options->seed,
+                      "seed a simulated platform's random numbers (default: the system's)");
   command->add_option("--every", options->every, "print every K-th tick only")
       ->capture_default_str();
-  command->callback([options, seed, &exitStatus] {
-    run(*options, seed->count() > 0);
+  command->callback([options, &exitStatus] {
+    run(*options);
     exitStatus = 0;
   });
 }

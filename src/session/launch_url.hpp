@@ -31,11 +31,11 @@ struct TAVREL_EXPORT LaunchUrlReading {
 TAVREL_EXPORT LaunchUrlReading readLaunchUrl(const std::string& url);
 
 struct LaunchUrlValues {
-  std::string scheme;
-  std::string launchToken;
-  std::optional<std::string> gameEventUrl;
-  std::optional<std::string> inputEventUrl;
-  std::optional<std::int64_t> recordingStartedAt;
+  std::string scheme{};
+  std::string launchToken{};
+  std::optional<std::string> gameEventUrl{};
+  std::optional<std::string> inputEventUrl{};
+  std::optional<std::int64_t> recordingStartedAt{};
 };
 
 // A launch URL that reads back to exactly these values. Throws std::invalid_argument naming the

@@ -1,4 +1,5 @@
 #include <tavrel_sdk/session_globals.hpp>
+#include <tavrel_sdk/version.hpp>
 
 namespace tavrel {
 

@@ -1,1 +1,0 @@
-// The backend component; its code arrives with its own change.

@@ -1,0 +1,90 @@
+#include "platform/json.hpp"
+#include "platform/strings.hpp"
+#include "platform/url.hpp"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace tavrel {
+namespace {
+
+TEST(PercentDecoding, DecodesEscapesAndRejectsWhatThePlatformRejects) {
+  struct Case {
+    const char* input;
+    std::optional<std::string> expected;
+  };
+  const Case cases[] = {
+      {"a%252Bb", "a%2Bb"},   {"a%2Bb", "a+b"},         {"a+b", "a+b"},  // "+" is never a blank
+      {"%2f%2F", "//"},       {"", ""},                 {"%C3%A9", "\xC3\xA9"},
+      {"%", std::nullopt},    {"%4", std::nullopt},     {"%zz", std::nullopt},
+      {"a%2", std::nullopt},  {"%C3", std::nullopt},    // a lone lead byte is not UTF-8
+      {"%FF", std::nullopt},  {"%ED%A0%80", std::nullopt},  // an encoded surrogate is not UTF-8
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(removingPercentEncoding(c.input), c.expected) << c.input;
+  }
+}
+
+TEST(Utf16, CountsAndCutsInUtf16Units) {
+  EXPECT_EQ(utf16Length("abc"), 3u);
+  EXPECT_EQ(utf16Length("\xC3\xA9"), 1u);          // é
+  EXPECT_EQ(utf16Length("\xE2\x82\xAC"), 1u);      // €
+  EXPECT_EQ(utf16Length("\xF0\x9F\x98\x80"), 2u);  // an emoji is a surrogate pair
+  EXPECT_EQ(utf16Substring("a\xF0\x9F\x98\x80" "bc", 1, 3), "\xF0\x9F\x98\x80" "b");
+  EXPECT_EQ(utf16Substring("a\xF0\x9F\x98\x80" "bc", 2, 2), "\xEF\xBF\xBD" "b");  // half a pair
+  EXPECT_EQ(utf16Substring("abcdef", 4, 10), "ef");
+  EXPECT_EQ(utf16Substring("abc", 5, 1), "");
+}
+
+TEST(LongLongValue, ReadsLikeTheFoundationMethod) {
+  EXPECT_EQ(longLongValue("500"), 500);
+  EXPECT_EQ(longLongValue("  -42xyz"), -42);
+  EXPECT_EQ(longLongValue("+7"), 7);
+  EXPECT_EQ(longLongValue("abc"), 0);
+  EXPECT_EQ(longLongValue(""), 0);
+  EXPECT_EQ(longLongValue("- 5"), 0);
+  EXPECT_EQ(longLongValue("1773061533000"), 1773061533000);
+  EXPECT_EQ(longLongValue("9223372036854775807"), std::numeric_limits<std::int64_t>::max());
+  EXPECT_EQ(longLongValue("9223372036854775808"), std::numeric_limits<std::int64_t>::max());
+  EXPECT_EQ(longLongValue("-9223372036854775808"), std::numeric_limits<std::int64_t>::min());
+  EXPECT_EQ(longLongValue("-99999999999999999999"), std::numeric_limits<std::int64_t>::min());
+}
+
+TEST(ReplacingOccurrences, ReplacesLeftToRightWithoutRescanning) {
+  EXPECT_EQ(replacingOccurrences("a+b+c", "+", "%2B"), "a%2Bb%2Bc");
+  EXPECT_EQ(replacingOccurrences("aaa", "aa", "a"), "aa");
+  EXPECT_EQ(replacingOccurrences("x", "", "y"), "x");
+}
+
+TEST(Url, TakesAnySchemeAndKeepsTheHostAsWritten) {
+  auto url = Url::URLWithString("mygame://validate?launchToken=x||y");
+  ASSERT_TRUE(url);
+  EXPECT_EQ(url->host(), "validate");
+  EXPECT_EQ(url->absoluteString(), "mygame://validate?launchToken=x||y");
+  EXPECT_EQ(Url::URLWithString("mygame://Validate?x=1")->host(), "Validate");
+  EXPECT_FALSE(Url::URLWithString("mygame://validate?a b"));
+  EXPECT_FALSE(Url::URLWithString("not a url"));
+}
+
+TEST(BoolValue, ReadsNumbersAndStringsLikeThePlatform) {
+  using nlohmann::json;
+  EXPECT_TRUE(boolValue(json(true)));
+  EXPECT_FALSE(boolValue(json(false)));
+  EXPECT_FALSE(boolValue(json(0)));
+  EXPECT_TRUE(boolValue(json(1)));
+  EXPECT_TRUE(boolValue(json(-3)));
+  EXPECT_TRUE(boolValue(json(0.5)));
+  EXPECT_TRUE(boolValue(json("yes")));
+  EXPECT_TRUE(boolValue(json("True")));
+  EXPECT_TRUE(boolValue(json("  007")));
+  EXPECT_FALSE(boolValue(json("0")));
+  EXPECT_FALSE(boolValue(json("no")));
+  EXPECT_FALSE(boolValue(json("")));
+  EXPECT_FALSE(boolValue(json(nullptr)));
+  EXPECT_FALSE(boolValue(json::array({1})));
+  EXPECT_FALSE(boolValue(json::object({{"a", 1}})));
+}
+
+}  // namespace
+}  // namespace tavrel

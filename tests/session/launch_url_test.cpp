@@ -1,0 +1,146 @@
+#include "session/launch_url.hpp"
+#include "support/sandbox.hpp"
+
+#include <gtest/gtest.h>
+
+namespace tavrel {
+namespace {
+
+using Items = std::map<std::string, std::string>;
+using testing::SimulatedSession;
+
+const std::string kToken = "TOKENPREFIX-0123456789ab" "USERID-0123456789abcdefg";  // 48
+
+TEST(LaunchUrl, WorkedExampleDecodesTwiceAndReencodesPlus) {
+  const std::string url = "mygame://validate?launchToken=" + kToken +
+                          "&gameEventUrl=%252Fg.evt%253Fsig%253Da%252Bb%2526exp%253D9"
+                          "&inputEventUrl=%2Fi.evt%3Fsig%3Dc%26exp%3D9&recordingStartedAt=500";
+  const auto reading = readLaunchUrl(url);
+  ASSERT_EQ(reading.outcome, LaunchUrlReading::Outcome::Parsed);
+  EXPECT_EQ(reading.items, (Items{{"launchToken", kToken},
+                                  {"gameEventUrl", "/g.evt?sig=a%2Bb&exp=9"},
+                                  {"inputEventUrl", "/i.evt?sig=c&exp=9"},
+                                  {"recordingStartedAt", "500"}}));
+}
+
+TEST(LaunchUrl, ParseQueryStringDecodingTable) {
+  const std::pair<const char*, const char*> table[] = {
+      {"a%2Bb", "a%2Bb"},  // after the first decoding: a%2Bb -> second -> a+b -> re-encoded
+      {"a+b", "a%2Bb"},
+      {"a%2Fb", "a/b"},
+      {"a%252Fb", "a%2Fb"},
+  };
+  for (const auto& [once, expected] : table) {
+    EXPECT_EQ(TavrelSDK::parseQueryString(std::string("k=") + once).at("k"), expected) << once;
+  }
+  // Through a whole URL, from the launch URL column of the table.
+  const std::pair<const char*, const char*> urls[] = {
+      {"a%252Bb", "a%2Bb"}, {"a%2Bb", "a%2Bb"}, {"a+b", "a%2Bb"}, {"a%252Fb", "a/b"}, {"a%25252Fb", "a%2Fb"}};
+  for (const auto& [inUrl, expected] : urls) {
+    EXPECT_EQ(readLaunchUrl(std::string("g://validate?launchToken=") + inUrl).items.at("launchToken"), expected)
+        << inUrl;
+  }
+}
+
+TEST(LaunchUrl, ItemsSplitOnlyWhereTheRulesSay) {
+  const auto items = [](const std::string& query) { return readLaunchUrl("g://validate?" + query).items; };
+  // Only "&" before the three known names separates; launchToken elsewhere stays in a value.
+  EXPECT_EQ(items("launchToken=t&x=1&gameEventUrl=u"), (Items{{"launchToken", "t&x=1"}, {"gameEventUrl", "u"}}));
+  EXPECT_EQ(items("gameEventUrl=u&launchToken=t"), (Items{{"gameEventUrl", "u&launchToken=t"}}));
+  // %26 before a name is no separator; %7C%7C becomes "||" at the first decoding and splits.
+  EXPECT_EQ(items("launchToken=t%26gameEventUrl=u"), (Items{{"launchToken", "t&gameEventUrl=u"}}));
+  EXPECT_EQ(items("launchToken=t%7C%7Cextra=1"), (Items{{"launchToken", "t"}, {"extra", "1"}}));
+  EXPECT_EQ(items("launchToken=t%257C%257Cextra=1"), (Items{{"launchToken", "t||extra=1"}}));
+  // The first "=" splits; a later item replaces an earlier one; a fragment stays in the value.
+  EXPECT_EQ(items("a=b=c"), (Items{{"a", "b=c"}}));
+  EXPECT_EQ(items("launchToken=1&gameEventUrl=x&gameEventUrl=y"), (Items{{"launchToken", "1"}, {"gameEventUrl", "y"}}));
+  EXPECT_EQ(items("launchToken=t#frag"), (Items{{"launchToken", "t#frag"}}));
+  EXPECT_EQ(items("launchToken="), (Items{{"launchToken", ""}}));
+}
+
+TEST(LaunchUrl, OutsideTheFormatIsRecognisedNotFatal) {
+  using Outcome = LaunchUrlReading::Outcome;
+  EXPECT_EQ(readLaunchUrl("g://Validate?launchToken=t").outcome, Outcome::NotForUs);
+  EXPECT_EQ(readLaunchUrl("g://other?launchToken=t").outcome, Outcome::NotForUs);
+  EXPECT_EQ(readLaunchUrl("not a url").outcome, Outcome::NotForUs);
+  EXPECT_EQ(readLaunchUrl("g://validate").outcome, Outcome::Malformed);
+  EXPECT_EQ(readLaunchUrl("g://validate?").outcome, Outcome::Malformed);
+  EXPECT_EQ(readLaunchUrl("g://validate?launchToken=t&gameEventUrl").outcome, Outcome::Malformed);
+  EXPECT_EQ(readLaunchUrl("g://validate?launchToken=%25zz").outcome, Outcome::Malformed);
+  // A failed first decoding is inside the format: an empty dictionary.
+  const auto failed = readLaunchUrl("g://validate?launchToken=%zz");
+  EXPECT_EQ(failed.outcome, Outcome::Parsed);
+  EXPECT_TRUE(failed.items.empty());
+}
+
+TEST(LaunchUrl, ComposedUrlsReadBackExactly) {
+  LaunchUrlValues values{.scheme = "my-game.v2",
+                         .launchToken = kToken + "&gameEventUrl=x||y%41=z",
+                         .gameEventUrl = "https://h/g.evt?sig=a%2Fb&exp=9#f",
+                         .inputEventUrl = "https://h/\xC3\xA9|i.evt?x=&inputEventUrl=1",
+                         .recordingStartedAt = -5};
+  const auto reading = readLaunchUrl(composeLaunchUrl(values));
+  ASSERT_EQ(reading.outcome, LaunchUrlReading::Outcome::Parsed);
+  EXPECT_EQ(reading.items, (Items{{"launchToken", values.launchToken},
+                                  {"gameEventUrl", *values.gameEventUrl},
+                                  {"inputEventUrl", *values.inputEventUrl},
+                                  {"recordingStartedAt", "-5"}}));
+
+  const auto refused = [&](LaunchUrlValues v) {
+    EXPECT_THROW(composeLaunchUrl(v), std::invalid_argument);
+  };
+  refused({.scheme = "g", .launchToken = kToken.substr(0, 47)});
+  refused({.scheme = "g", .launchToken = kToken + "+"});
+  refused({.scheme = "g", .launchToken = kToken, .gameEventUrl = "https://h/a+b"});
+  refused({.scheme = "1g", .launchToken = kToken});
+  refused({.scheme = "", .launchToken = kToken});
+}
+
+class ProcessUrlRequest : public SimulatedSession {};
+
+TEST_F(ProcessUrlRequest, HandsOverRecordingThenTokenThenValidation) {
+  sdk().processUrlRequest("g://validate?launchToken=" + kToken +
+                          "&inputEventUrl=https%3A%2F%2Fh%2Fi&recordingStartedAt=1773061533000");
+  EXPECT_FALSE(_gameEventUrl.load());
+  EXPECT_EQ(_inputEventUrl.get(), "https://h/i");
+  EXPECT_EQ(_recordingStartedAt.load(), 1773061533000);
+  EXPECT_EQ(_authToken.get(), kToken);
+  EXPECT_EQ(TavrelSDK::getUserId(), "USERID-0123456789abcdefg");
+  EXPECT_FALSE(_validationCallbackSet.load());  // no validate before the game asked for one
+}
+
+TEST_F(ProcessUrlRequest, TokenOnlyOrForeignOrMalformedUrlsTouchNoRecording) {
+  sdk().processUrlRequest("g://validate?launchToken=" + kToken);
+  EXPECT_EQ(_recordingStartedAt.load(), -1);
+  EXPECT_EQ(_authToken.get(), kToken);
+
+  for (const char* ignored : {"g://VALIDATE?launchToken=short", "g://validate", "g://validate?",
+                              "g://validate?launchToken=x&gameEventUrl", "g://validate?launchToken=%25zz",
+                              "g://validate?launchToken=%zz"}) {
+    sdk().processUrlRequest(ignored);
+    EXPECT_EQ(_authToken.get(), kToken) << ignored;
+  }
+  // No number in recordingStartedAt is 0; empty URLs set nothing up.
+  sdk().processUrlRequest("g://validate?gameEventUrl=&inputEventUrl=");
+  EXPECT_EQ(_recordingStartedAt.load(), -1);
+  sdk().processUrlRequest("g://validate?gameEventUrl=u&recordingStartedAt=soon");
+  EXPECT_EQ(_recordingStartedAt.load(), 0);
+}
+
+TEST_F(ProcessUrlRequest, ShortOrEmptyTokenClearsTheSession) {
+  sdk().setAuthToken(kToken);
+  sdk().processUrlRequest("g://validate?launchToken=");
+  EXPECT_FALSE(_authToken.load());
+  EXPECT_EQ(TavrelSDK::getUserId(), "no-user-id");
+}
+
+TEST_F(ProcessUrlRequest, PlusInTheTokenShiftsTheUserId) {
+  // 47 characters with a "+" become 49 after "+" -> "%2B", so the token counts.
+  const std::string token = "ab+" + std::string(44, 'x');
+  sdk().processUrlRequest("g://validate?launchToken=" + token);
+  ASSERT_EQ(_authToken.get(), "ab%2B" + std::string(44, 'x'));
+  EXPECT_EQ(TavrelSDK::getUserId(), std::string(24, 'x'));
+}
+
+}  // namespace
+}  // namespace tavrel

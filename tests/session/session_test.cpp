@@ -1,0 +1,112 @@
+#include "support/sandbox.hpp"
+
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+namespace tavrel {
+namespace {
+
+using testing::SimulatedSession;
+
+class Session : public SimulatedSession {};
+
+TEST_F(Session, TokenLengthRuleAndUserId) {
+  EXPECT_EQ(TavrelSDK::getUserId(), "no-user-id");
+  const std::string token48 = std::string(24, 't') + "0123456789ABCDEFGHIJKLMN";
+  sdk().setAuthToken(token48);
+  EXPECT_EQ(_authToken.get(), token48);
+  EXPECT_EQ(TavrelSDK::getUserId(), "0123456789ABCDEFGHIJKLMN");
+
+  const std::string token60 = token48 + "tail-of-twelv";
+  sdk().setAuthToken(token60);
+  EXPECT_EQ(_authToken.get(), token60);
+  EXPECT_EQ(TavrelSDK::getUserId(), "0123456789ABCDEFGHIJKLMN");
+
+  sdk().setAuthToken(token48.substr(0, 47));  // a refused token also drops the earlier one
+  EXPECT_FALSE(_authToken.load());
+  EXPECT_EQ(TavrelSDK::getUserId(), "no-user-id");
+
+  sdk().setAuthToken(token48);
+  sdk().setAuthToken(std::nullopt);
+  EXPECT_FALSE(_authToken.load());
+  EXPECT_EQ(TavrelSDK::getUserId(), "no-user-id");
+}
+
+TEST_F(Session, TokenLengthCountsUtf16Units) {
+  // 24 two-unit emoji make 48 units: a token, whose user id is the last 12 emoji.
+  std::string emoji;
+  for (int i = 0; i < 24; ++i) emoji += "\xF0\x9F\x98\x80";
+  sdk().setAuthToken(emoji);
+  ASSERT_TRUE(_authToken.load());
+  EXPECT_EQ(TavrelSDK::getUserId(), emoji.substr(0, 12 * 4));
+}
+
+TEST_F(Session, TimestampReadsThePlatformClock) {
+  ::setenv("TZ", "UTC0", 1);
+  ::tzset();
+  EXPECT_EQ(TavrelSDK::getTimestamp(), "2026:03:09T13:05:33Z");
+  sim().advance(61.0);
+  EXPECT_EQ(TavrelSDK::getTimestamp(), "2026:03:09T13:06:34Z");
+}
+
+TEST_F(Session, SharedInstanceIsOneObjectAcrossThreads) {
+  TavrelSDK* fromThread = nullptr;
+  std::thread([&] { fromThread = &TavrelSDK::sharedInstance(); }).join();
+  EXPECT_EQ(fromThread, &TavrelSDK::sharedInstance());
+}
+
+TEST_F(Session, ReadersSeeOldOrNewTextWhole) {
+  const std::string a = std::string(24, 'a') + std::string(24, 'A');
+  const std::string b = std::string(24, 'b') + std::string(40, 'B');
+  std::atomic<bool> stop{false};
+  std::atomic<int> torn{0};
+  std::vector<std::thread> readers;
+  for (int i = 0; i < 3; ++i) {
+    readers.emplace_back([&] {
+      while (!stop) {
+        const std::string id = TavrelSDK::getUserId();
+        if (id != std::string(24, 'A') && id != std::string(24, 'B') && id != "no-user-id") ++torn;
+        const auto token = _authToken.load();
+        if (token && *token != a && *token != b) ++torn;
+      }
+    });
+  }
+  for (int i = 0; i < 20000; ++i) sdk().setAuthToken(i % 2 ? a : b);
+  stop = true;
+  for (auto& t : readers) t.join();
+  EXPECT_EQ(torn, 0);
+}
+
+TEST(VersionSymbols, AreExportedWithCLinkageAndExactBytes) {
+  void* number = ::dlsym(RTLD_DEFAULT, "tavrel_sdkVersionNumber");
+  void* text = ::dlsym(RTLD_DEFAULT, "tavrel_sdkVersionString");
+  ASSERT_NE(number, nullptr);
+  ASSERT_NE(text, nullptr);
+  EXPECT_EQ(*static_cast<const double*>(number), 1.0);
+  const char expected[] = "@(#)PROGRAM:tavrel_sdk  PROJECT:tavrel-sdk-1\n";
+  EXPECT_EQ(std::memcmp(text, expected, sizeof expected), 0);
+  EXPECT_EQ(std::strlen(reinterpret_cast<const char*>(tavrel_sdkVersionString)), sizeof expected - 1);
+}
+
+TEST(SessionGlobals, StartWithTheirLoadTimeValues) {
+  testing::resetSessionGlobals();
+  EXPECT_EQ(_userId.get(), "no-user-id");
+  EXPECT_TRUE(_firstWriteToGameEventFile && _firstWriteToInputEventFile);
+  EXPECT_EQ(_recordingStartedAt.load(), -1);
+  EXPECT_TRUE(_gameEventUrl.isEmpty());
+  _gameEventUrl.set("");
+  EXPECT_TRUE(_gameEventUrl.isEmpty());
+  EXPECT_TRUE(_gameEventUrl.load());  // empty but present
+  _gameEventUrl.set("u");
+  EXPECT_FALSE(_gameEventUrl.isEmpty());
+  testing::resetSessionGlobals();
+}
+
+}  // namespace
+}  // namespace tavrel

@@ -1,8 +1,292 @@
+// tavrel serve: a mock Tavrel service on 127.0.0.1 over HTTPS, with an upload endpoint, for
+// running a game against the library without the real service.
+
 #include "commands.hpp"
 
-namespace tavrel::cli {
+#include "backend/validation.hpp"
+#include "endpoint/https_server.hpp"
+#include "platform/strings.hpp"
+#include "session/launch_url.hpp"
 
-// Not yet available: registers nothing.
-void addServeCommand(CLI::App&, int&) {}
+#include <nlohmann/json.hpp>
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tavrel::cli {
+namespace {
+
+// A token shorter than this cannot travel in a launch URL: the game drops it.
+constexpr std::size_t kLaunchTokenLength = 48;
+
+struct Options {
+  int port = 0;
+  std::vector<std::string> tokens;
+  std::string tokensFile;
+  std::vector<std::string> users;
+  std::string uploads;
+  std::string scheme = "game";
+};
+
+struct Accounts {
+  std::vector<std::string> tokens;  // in the order given: the first fit goes into the launch URL
+  std::set<std::string> tokenSet;
+  std::set<std::pair<std::string, std::string>> users;
+};
+
+// The header comes back trimmed and on one line, so a token with blanks at its ends or a
+// control character could never match.
+bool isUsableToken(const std::string& token) {
+  if (token.empty() || token.front() == ' ' || token.front() == '\t' || token.back() == ' ' ||
+      token.back() == '\t') {
+    return false;
+  }
+  for (const unsigned char c : token) {
+    if ((c < 0x20 && c != '\t') || c == 0x7f) return false;
+  }
+  return true;
+}
+
+std::string trimmed(const std::string& line) {
+  const auto first = line.find_first_not_of(" \t\r");
+  if (first == std::string::npos) return {};
+  return line.substr(first, line.find_last_not_of(" \t\r") - first + 1);
+}
+
+void addToken(Accounts& accounts, std::string token, const std::string& origin) {
+  // The token itself stays out of the message: it is a secret of the run.
+  if (!isUsableToken(token)) {
+    throw UsageError(origin + ": a token must be non-empty, with no control characters and no blanks at its ends");
+  }
+  if (accounts.tokenSet.insert(token).second) accounts.tokens.push_back(std::move(token));
+}
+
+Accounts readAccounts(const Options& options) {
+  Accounts accounts;
+  for (std::size_t i = 0; i < options.tokens.size(); ++i) {
+    addToken(accounts, options.tokens[i], "--token #" + std::to_string(i + 1));
+  }
+  if (!options.tokensFile.empty()) {
+    std::ifstream in(options.tokensFile);
+    if (!in) throw UsageError("--tokens: cannot read '" + options.tokensFile + "'");
+    std::string line;
+    for (int number = 1; std::getline(in, line); ++number) {
+      std::string token = trimmed(line);
+      if (!token.empty()) {
+        addToken(accounts, std::move(token), options.tokensFile + ":" + std::to_string(number));
+      }
+    }
+    if (in.bad()) throw UsageError("--tokens: cannot read '" + options.tokensFile + "'");
+  }
+  for (const auto& user : options.users) {
+    const auto colon = user.find(':');
+    if (colon == std::string::npos) {
+      throw UsageError("--user: expected NAME:PASSWORD, got an argument without ':'");
+    }
+    accounts.users.emplace(user.substr(0, colon), user.substr(colon + 1));
+  }
+  return accounts;
+}
+
+std::string generatedToken() {
+  static constexpr char kAlphabet[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+  std::random_device device;
+  std::uniform_int_distribution<std::size_t> pick(0, sizeof kAlphabet - 2);
+  std::string token;
+  for (std::size_t i = 0; i < kLaunchTokenLength; ++i) token.push_back(kAlphabet[pick(device)]);
+  return token;
+}
+
+std::int64_t nowMilliseconds() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+// The launch URL of the first token that a launch URL can carry; without one, a token made for
+// this run is added to the accepted ones and used.
+std::string makeLaunchUrl(Accounts& accounts, const std::string& scheme, const std::string& baseUrl) {
+  LaunchUrlValues values;
+  values.scheme = scheme;
+  values.gameEventUrl = baseUrl + "/game-events.evt";
+  values.inputEventUrl = baseUrl + "/input-events.evt";
+  values.recordingStartedAt = nowMilliseconds();
+  for (const auto& token : accounts.tokens) {
+    values.launchToken = token;
+    try {
+      return composeLaunchUrl(values);
+    } catch (const std::invalid_argument&) {
+      // Too short, or holding "+": valid for direct requests, but not for a launch URL.
+    }
+  }
+  values.launchToken = generatedToken();
+  std::string url = composeLaunchUrl(values);
+  accounts.tokenSet.insert(values.launchToken);
+  accounts.tokens.push_back(values.launchToken);
+  return url;
+}
+
+endpoint::Reply jsonReply(int status, const char* key, bool value) {
+  return {status, nlohmann::json{{key, value}}.dump(), "application/json"};
+}
+
+endpoint::Reply login(const Accounts& accounts, const endpoint::RecordedRequest& request) {
+  const auto body = nlohmann::json::parse(request.body, nullptr, /*allow_exceptions=*/false);
+  const auto member = [&body](const char* name) -> const std::string* {
+    const auto it = body.find(name);
+    return it != body.end() && it->is_string() ? it->get_ptr<const std::string*>() : nullptr;
+  };
+  if (!body.is_object()) return jsonReply(400, "authed", false);
+  const std::string* username = member("username");
+  const std::string* password = member("password");
+  const std::string* urlScheme = member("urlScheme");
+  if (username == nullptr || password == nullptr || urlScheme == nullptr) {
+    return jsonReply(400, "authed", false);
+  }
+  const bool authed = !urlScheme->empty() && accounts.users.count({*username, *password}) != 0;
+  return jsonReply(200, "authed", authed);
+}
+
+// A request path is the client's text: anything but printable ASCII is shown escaped so that a
+// path cannot forge or break log lines.
+std::string printablePath(const std::string& path) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string out;
+  for (const unsigned char c : path) {
+    if (c > 0x20 && c < 0x7f && c != '%') {
+      out.push_back(static_cast<char>(c));
+    } else {
+      out += {'%', kHex[c >> 4], kHex[c & 15]};
+    }
+  }
+  return out;
+}
+
+class Output {
+ public:
+  void line(const std::string& text) {
+    std::lock_guard lock(mutex_);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+  }
+
+ private:
+  std::mutex mutex_;
+};
+
+void run(const Options& options, int& exitStatus) {
+  Accounts accounts = readAccounts(options);
+  if (options.port < 0 || options.port > 65535) throw UsageError("--port: expected 0 to 65535");
+  try {
+    composeLaunchUrl({.scheme = options.scheme, .launchToken = generatedToken()});
+  } catch (const std::invalid_argument& e) {
+    throw UsageError(std::string("--scheme: ") + e.what());
+  }
+  if (!options.uploads.empty()) {
+    std::error_code error;
+    std::filesystem::create_directories(options.uploads, error);
+    if (error || !std::filesystem::is_directory(options.uploads)) {
+      throw UsageError("--uploads: cannot use '" + options.uploads + "' as a directory");
+    }
+  }
+
+  // Blocked before the server's threads start, so that they inherit the mask and only this
+  // thread takes the signals, in sigtimedwait below. A reader closing stdout must not end us.
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGINT);
+  sigaddset(&stopSignals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+  ::signal(SIGPIPE, SIG_IGN);
+
+  auto output = std::make_shared<Output>();
+  endpoint::HttpsServer::Options serverOptions;
+  serverOptions.port = options.port;
+  serverOptions.keepBodies = false;
+  serverOptions.uploadsDirectory = options.uploads;
+  // Method, path, status and body size only: headers and bodies carry tokens and passwords.
+  serverOptions.onRecord = [output](const endpoint::RecordedRequest& request) {
+    output->line(request.method + " " + printablePath(request.path) + " " +
+                 (request.dropped ? std::string("dropped") : std::to_string(request.status)) + " " +
+                 std::to_string(request.bodySize));
+  };
+
+  std::unique_ptr<endpoint::HttpsServer> server;
+  try {
+    server = std::make_unique<endpoint::HttpsServer>(serverOptions);
+    server->start();
+  } catch (const std::runtime_error& e) {
+    std::cerr << "tavrel serve: " << e.what() << "\n";
+    exitStatus = 1;
+    return;
+  }
+
+  const std::string launchUrl = makeLaunchUrl(accounts, options.scheme, server->baseUrl());
+  // Routes read the accounts, which are fixed from here on.
+  auto fixed = std::make_shared<const Accounts>(std::move(accounts));
+  server->addRoute("GET", std::string(kValidatePath), [fixed](const endpoint::RecordedRequest& request) {
+    const auto token = request.header("Authorization");
+    return jsonReply(200, "valid", token && fixed->tokenSet.count(*token) != 0);
+  });
+  server->addRoute("POST", std::string(kLoginPath), [fixed](const endpoint::RecordedRequest& request) {
+    return login(*fixed, request);
+  });
+
+  output->line("base-url: " + server->baseUrl());
+  output->line("ca-file: " + server->caFile());
+  output->line("uploads: " + (options.uploads.empty() ? std::string("(not stored)")
+                                                       : std::filesystem::absolute(options.uploads).string()));
+  output->line("launch-url: " + launchUrl);
+
+  const timespec tick{1, 0};
+  for (;;) {
+    const int signal = sigtimedwait(&stopSignals, nullptr, &tick);
+    if (signal == SIGINT || signal == SIGTERM) break;
+    // Nothing here reads the record; dropping it keeps a long run's memory flat.
+    server->clearRequests();
+  }
+  server->stop();
+  exitStatus = 0;
+}
+
+}  // namespace
+
+void addServeCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand(
+      "serve",
+      "Run a mock Tavrel service and upload endpoint over HTTPS on 127.0.0.1 until SIGINT or SIGTERM.\n"
+      "Prints its base URL, the CA certificate a client must trust and a launch URL whose upload\n"
+      "URLs point at it, then one line per request: method, path, status, bytes received.\n"
+      "The launch URL carries the first token of 48 characters or more without '+'; when there is\n"
+      "none (or no token at all), a 48-character token is made for the run and accepted too.");
+  command->add_option("--port", options->port, "port to listen on (default: a free one)");
+  command->add_option("--token", options->tokens, "a token the service accepts (repeatable)");
+  command->add_option("--tokens", options->tokensFile, "a file of accepted tokens, one per line");
+  command->add_option("--user", options->users, "an accepted login, NAME:PASSWORD (repeatable)");
+  command->add_option("--uploads", options->uploads,
+                      "directory that stores the body of each PUT (default: bodies are discarded)");
+  command->add_option("--scheme", options->scheme, "the game's URL scheme for the launch URL")
+      ->capture_default_str();
+  command->callback([options, &exitStatus] { run(*options, exitStatus); });
+}
 
 }  // namespace tavrel::cli

@@ -26,7 +26,7 @@ struct GameEvent {
   std::int32_t t = 0;
 };
 
-struct InputRecord {
+struct TAVREL_EXPORT InputRecord {
   enum class Kind { TouchMoved, TouchEnded, Other };
 
   std::size_t offset = 0;

@@ -1,0 +1,97 @@
+// The input rate limit: runs of at most 5 accepted events, a run ending 1000 ms after its last
+// accepted event.
+
+#include "recording/event_file_reader.hpp"
+#include "recording_fixture.hpp"
+
+#include <filesystem>
+
+namespace tavrel::testing {
+namespace {
+
+class RateLimit : public RecordingTest {
+ protected:
+  void SetUp() override {
+    RecordingTest::SetUp();
+    initialise(std::nullopt, "https://127.0.0.1:9/i.evt", originMs());
+  }
+
+  // Emits a one-word event at each time and returns which ones reached the file.
+  std::vector<bool> emitAt(const std::vector<std::int64_t>& times) {
+    std::vector<bool> accepted;
+    for (const std::int64_t ms : times) {
+      advanceToMs(ms);
+      const std::size_t before = recordCount();
+      sdk().emitInputEvent({1, static_cast<std::int32_t>(ms)});
+      accepted.push_back(recordCount() > before);
+    }
+    return accepted;
+  }
+
+  std::size_t recordCount() {
+    if (!std::filesystem::exists(inputEventPath())) return 0;
+    const EventFileContents contents = readEventFile(readFile(inputEventPath()));
+    EXPECT_TRUE(contents.wellFormed());
+    return contents.inputRecords.size();
+  }
+};
+
+TEST_F(RateLimit, EventsEvery300MillisecondsGiveRunsOfFive) {
+  EXPECT_EQ(emitAt({0, 300, 600, 900, 1200, 1500, 1800, 2100, 2400, 2700}),
+            (std::vector<bool>{true, true, true, true, true, false, false, false, true, true}));
+  EXPECT_EQ(_eventsSinceLastUpdate.load(), 2);
+  EXPECT_EQ(_lastUpdated.load(), originMs() + 2700);
+}
+
+TEST_F(RateLimit, RunEndsExactly1000MillisecondsAfterItsLastEvent) {
+  EXPECT_EQ(emitAt({10, 11, 12, 13, 14, 1013, 1014}),
+            (std::vector<bool>{true, true, true, true, true, false, true}));
+  EXPECT_EQ(_eventsSinceLastUpdate.load(), 1);
+  EXPECT_EQ(_lastUpdated.load(), originMs() + 1014);
+}
+
+TEST_F(RateLimit, SixtyEventsASecondGiveFiveThenAGap) {
+  std::vector<std::int64_t> times;
+  for (int frame = 0; frame < 120; ++frame) times.push_back(frame * 1000 / 60);
+  const std::vector<bool> accepted = emitAt(times);
+  std::vector<std::int64_t> acceptedTimes;
+  for (std::size_t i = 0; i < times.size(); ++i) {
+    if (accepted[i]) acceptedTimes.push_back(times[i]);
+  }
+  EXPECT_EQ(acceptedTimes, (std::vector<std::int64_t>{0, 16, 33, 50, 66, 1066, 1083, 1100, 1116, 1133}));
+}
+
+TEST_F(RateLimit, ClockSteppingBackDoesNotEndARun) {
+  emitAt({0, 1, 2, 3, 4});
+  sim().stepWallClock(-5.0);
+  // Three seconds pass, yet the wall clock reads 2004 ms before the last accepted event.
+  EXPECT_EQ(emitAt({3000}), std::vector<bool>{false});
+  // 1000 ms after it by the wall clock: a new run.
+  EXPECT_EQ(emitAt({6004}), std::vector<bool>{true});
+  EXPECT_EQ(_lastUpdated.load(), originMs() + 1004);
+  // Within a run an accepted event takes the clock's value even when it went back.
+  sim().stepWallClock(-5.0);
+  EXPECT_EQ(emitAt({6100}), std::vector<bool>{true});
+  EXPECT_EQ(_lastUpdated.load(), originMs() - 3900);
+  EXPECT_EQ(_eventsSinceLastUpdate.load(), 2);
+}
+
+TEST_F(RateLimit, DroppedOrUnconfiguredEventsTouchNothing) {
+  _lastUpdated = originMs();
+  _eventsSinceLastUpdate = 5;
+  sdk().emitInputEvent({1, 0});
+  EXPECT_FALSE(std::filesystem::exists(inputEventPath()));
+  EXPECT_TRUE(_firstWriteToInputEventFile.load());
+  EXPECT_FALSE(_hasUpdatedInputEvents.load());
+
+  _recordingStartedAt = -1;
+  _eventsSinceLastUpdate = 0;
+  sdk().emitInputEvent({1, 0});
+  sdk().emitInputEvent({1, 0});
+  EXPECT_EQ(sim().logLines(), std::vector<std::string>(2, "SDK > inputEvents not configured"));
+  EXPECT_EQ(_eventsSinceLastUpdate.load(), 0);
+  EXPECT_EQ(_lastUpdated.load(), originMs());
+}
+
+}  // namespace
+}  // namespace tavrel::testing

@@ -1,0 +1,92 @@
+// A token check through Validation::validate, from the call to its completion, against the
+// `curl` command sending the same request, both to the loopback HTTPS server and interleaved in
+// each iteration so that both see the same load. Each request opens a new connection (the
+// server closes every connection after one reply). Reported time is Validation's; the counter
+// validation_time_over_curl_time is the goal's ratio (at most 2).
+
+#include "backend/validation.hpp"
+
+#include "endpoint/https_server.hpp"
+
+#include <benchmark/benchmark.h>
+
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <future>
+#include <stdexcept>
+
+extern char** environ;
+
+namespace tavrel {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+const std::string kToken = "0123456789abcdef0123456789abcdef0123456789abcdef";
+
+double secondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+double timeValidation() {
+  std::promise<bool> done;
+  const auto start = Clock::now();
+  Validation::validate(kToken, [&done](bool valid) { done.set_value(valid); });
+  const bool valid = done.get_future().get();
+  const double seconds = secondsSince(start);
+  if (!valid) throw std::runtime_error("validation failed");
+  return seconds;
+}
+
+double timeCurl(std::vector<std::string> arguments) {
+  std::vector<char*> argv;
+  for (auto& argument : arguments) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  const auto start = Clock::now();
+  pid_t pid = 0;
+  if (posix_spawnp(&pid, "curl", nullptr, nullptr, argv.data(), environ) != 0) {
+    throw std::runtime_error("cannot run curl");
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  const double seconds = secondsSince(start);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error("curl failed");
+  return seconds;
+}
+
+void BM_ValidationRoundTrip(benchmark::State& state) {
+  endpoint::HttpsServer::Options options;
+  options.keepBodies = false;
+  endpoint::HttpsServer server(options);
+  server.addRoute("GET", std::string(kValidatePath), [](const endpoint::RecordedRequest& request) {
+    return endpoint::Reply{200, request.header("Authorization") == kToken ? R"({"valid":true})" : "{}"};
+  });
+  server.start();
+  auto platform = Platform::makeLinux();
+  platform->setTrustedCertificatesFile(server.caFile());
+  platform->setServiceBaseUrlForTesting(server.baseUrl());
+  Platform::install(platform);
+
+  const std::vector<std::string> curl = {"curl", "-sS", "-o", "/dev/null", "--cacert", server.caFile(), "-H",
+                                         "Authorization: " + kToken, server.url(kValidatePath)};
+  double validation = 0;
+  double curlTotal = 0;
+  for (auto _ : state) {
+    const double seconds = timeValidation();
+    state.SetIterationTime(seconds);
+    validation += seconds;
+    curlTotal += timeCurl(curl);
+  }
+  Platform::install(nullptr);
+
+  const auto n = static_cast<double>(state.iterations());
+  state.counters["validation_ms"] = validation / n * 1e3;
+  state.counters["curl_ms"] = curlTotal / n * 1e3;
+  state.counters["validation_time_over_curl_time"] = validation / curlTotal;
+}
+BENCHMARK(BM_ValidationRoundTrip)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+}  // namespace
+}  // namespace tavrel

@@ -114,17 +114,5 @@ TEST_F(WatermarkTest, RandomTypeDrawsABehaviourAndResetsItTwice) {
   for (const Position& line : lines.positions()) EXPECT_EQ(line.x(), -4.666667f);
 }
 
-TEST_F(WatermarkTest, CanvasChangeReachesTheBehaviourOnlyThroughLaterCalls) {
-  Watermark watermark;
-  watermark.setCanvasDimensionWithWidth(844.0f, 1080.0f);
-  watermark.setBehaviourType(WatermarkBehaviourTypeMultilineTicker);
-  watermark.setCanvasDimensionWithWidth(844.0f, 390.0f);
-  watermark.setTextDimensionsWithWidth(300.0f, 12.0f);
-  const auto items = *watermark.getRenderList();
-  ASSERT_EQ(items.size(), 30u);
-  EXPECT_EQ(items.front(), RenderItem(0.0f, 108.0f));  // lines from the first reset's height
-  EXPECT_EQ(items[1].x(), 320.0f);                      // spacing from the height of this call
-}
-
 }  // namespace
 }  // namespace tavrel

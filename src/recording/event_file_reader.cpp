@@ -111,8 +111,9 @@ void readInputRecords(std::string_view bytes, EventFileContents& out) {
     const std::uint64_t size = 4 * (static_cast<std::uint64_t>(record.wordCount) + 1);
     if (size > left) {
       out.problems.push_back({offset + 4, std::nullopt,
-                              "word count " + std::to_string(record.wordCount) + " runs past the end: the record needs " +
-                                  std::to_string(size) + " bytes, " + std::to_string(left) + " are left"});
+                              "word count " + std::to_string(record.wordCount) + " runs past the end: the record at byte " +
+                                  std::to_string(offset) + " needs " + std::to_string(size) + " bytes, " +
+                                  std::to_string(left) + " are left"});
       return;
     }
     for (std::size_t at = offset + 8; at < offset + size; at += 4) record.payload.push_back(readWord(bytes, at));

@@ -107,13 +107,12 @@ TEST_F(ServeTest, AnswersTheLibraryEndToEnd) {
   EXPECT_TRUE(roundTrip([](Completion done) { Validation::validate("short", std::move(done)); }));
   EXPECT_FALSE(roundTrip([](Completion done) { Validation::validate("wrong", std::move(done)); }));
   EXPECT_FALSE(roundTrip([](Completion done) { Validation::validate(std::nullopt, std::move(done)); }));
-  for (const auto& [password, scheme, expected] :
-       {std::tuple{"pa:ss", "game", true}, {"pa:sS", "game", false}, {"pa:ss", "", false}}) {
-    EXPECT_EQ(roundTrip([&](Completion done) {
-                Validation::loginWithUsername("alice", password, scheme, std::move(done));
+  for (const auto& c : {std::tuple{"pa:ss", "game", true}, {"pa:sS", "game", false}, {"pa:ss", "", false}}) {
+    EXPECT_EQ(roundTrip([&c](Completion done) {
+                Validation::loginWithUsername("alice", std::get<0>(c), std::get<1>(c), std::move(done));
               }),
-              expected)
-        << password << " " << scheme;
+              std::get<2>(c))
+        << std::get<0>(c) << " " << std::get<1>(c);
   }
   EXPECT_EQ(send({upload, "PUT", {}, "GEV\n1\n"}).statusCode, 200);
   const std::string path = upload.substr(base.size());

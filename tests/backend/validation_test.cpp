@@ -55,10 +55,11 @@ TEST_F(ValidationTest, SendsExactlyTheRequestsOfTheService) {
   EXPECT_EQ(lastRequest(), std::tuple("GET", "/m/launch/project/validate", Headers{}, ""));
 
   const Headers json{{"Accept", "application/json"}, {"Content-Type", "application/json"}};
-  for (const auto& [user, password, scheme] :
+  for (const auto& c :
        {std::tuple{"alice", "s3cret", "game"}, {"", "", ""}, {"\xC3\xBC \"q\"", "p\\w\n/{}", "x"}}) {
-    EXPECT_TRUE(roundTrip([&](Completion done) {
-      Validation::loginWithUsername(user, password, scheme, std::move(done));
+    const auto& [user, password, scheme] = c;
+    EXPECT_TRUE(roundTrip([&c](Completion done) {
+      Validation::loginWithUsername(std::get<0>(c), std::get<1>(c), std::get<2>(c), std::move(done));
     }));
     const auto [method, target, headers, body] = lastRequest();
     EXPECT_EQ(std::tie(method, target, headers), std::tie("POST", "/m/launch/project/auth/ios", json));

@@ -72,7 +72,8 @@ std::string trimmed(const std::string& line) {
 void addToken(Accounts& accounts, std::string token, const std::string& origin) {
   // The token itself stays out of the message: it is a secret of the run.
   if (!isUsableToken(token)) {
-    throw UsageError(origin + ": a token must be non-empty, with no control characters and no blanks at its ends");
+    throw UsageError(origin +
+                     ": a token must be non-empty, with no control characters and no blanks at its ends");
   }
   if (accounts.tokenSet.insert(token).second) accounts.tokens.push_back(std::move(token));
 }
@@ -280,7 +281,8 @@ void addServeCommand(CLI::App& app, int& exitStatus) {
       "none (or no token at all), a 48-character token is made for the run and accepted too.");
   command->add_option("--port", options->port, "port to listen on (default: a free one)");
   command->add_option("--token", options->tokens, "a token the service accepts (repeatable)");
-  command->add_option("--tokens", options->tokensFile, "a file of accepted tokens, one per line");
+  command->add_option("--tokens", options->tokensFile,
+                      "a file of accepted tokens, one per line (blank lines are skipped)");
   command->add_option("--user", options->users, "an accepted login, NAME:PASSWORD (repeatable)");
   command->add_option("--uploads", options->uploads,
                       "directory that stores the body of each PUT (default: bodies are discarded)");

@@ -95,8 +95,9 @@ std::optional<std::string> configure(Task& task) {
   // An empty "Name:" removes what libcurl would add on its own.
   const bool sendsBody = !request.body.empty() || method == "POST" || method == "PUT" ||
                          method == "PATCH";
-  for (const char* header : {"Accept", "Expect", "Content-Type"}) {
-    if (std::strcmp(header, "Content-Type") == 0 && !sendsBody) continue;
+  std::vector<std::string_view> unwanted = {"Accept", "Expect"};
+  if (sendsBody) unwanted.push_back("Content-Type");  // else "application/x-www-form-urlencoded"
+  for (std::string_view header : unwanted) {
     if (!task.names(header) && !task.appendHeader(std::string(header) + ":")) return "out of memory";
   }
 

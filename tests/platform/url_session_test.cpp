@@ -152,106 +152,121 @@ TEST_F(UrlSessionTest, NoHttpReplyGivesAnErrorAndNothingElse) {
   EXPECT_EQ(untrusted.requestCount(), 0u);
 }
 
+// Handlers and routes below hold their state by shared_ptr: after a failed assertion they may
+// still run on other threads while the test unwinds.
+
 TEST_F(UrlSessionTest, TenRequestsRunAtOnceAndEachCompletesOnce) {
   // The route holds every request until all ten have arrived: a session that ran them one after
-  // another would leave the first waiting for ever (and then answered 504).
+  // another would leave the first waiting (and then answered 504).
   constexpr int kRequests = 10;
-  std::mutex mutex;
-  std::condition_variable arrived;
-  int count = 0;
-  server_.addRoute("PUT", "/barrier", [&](const RecordedRequest& r) {
-    std::unique_lock lock(mutex);
-    ++count;
-    arrived.notify_all();
-    const bool all = arrived.wait_for(lock, kPatience, [&] { return count >= kRequests; });
+  struct Barrier {
+    std::mutex mutex;
+    std::condition_variable arrived;
+    int count = 0;
+  };
+  auto barrier = std::make_shared<Barrier>();
+  server_.addRoute("PUT", "/barrier", [barrier](const RecordedRequest& r) {
+    std::unique_lock lock(barrier->mutex);
+    ++barrier->count;
+    barrier->arrived.notify_all();
+    const bool all = barrier->arrived.wait_for(lock, kPatience, [&] { return barrier->count >= kRequests; });
     return Reply{all ? 200 : 504, r.body, "text/plain"};
   });
 
-  std::mutex resultsMutex;
-  std::condition_variable completed;
-  std::vector<int> calls(kRequests, 0);
-  std::vector<UrlResponse> responses(kRequests);
+  struct Results {
+    std::mutex mutex;
+    std::condition_variable completed;
+    std::vector<int> calls = std::vector<int>(kRequests, 0);
+    std::vector<UrlResponse> responses = std::vector<UrlResponse>(kRequests);
+  };
+  auto results = std::make_shared<Results>();
   for (int i = 0; i < kRequests; ++i) {
     platform_->dataTask({server_.url("/barrier?i=" + std::to_string(i)), "PUT", {}, "body " + std::to_string(i)},
-                        [&, i](UrlResponse response) {
-                          std::lock_guard lock(resultsMutex);
-                          ++calls[i];
-                          responses[i] = std::move(response);
-                          completed.notify_all();
+                        [results, i](UrlResponse response) {
+                          std::lock_guard lock(results->mutex);
+                          ++results->calls[i];
+                          results->responses[i] = std::move(response);
+                          results->completed.notify_all();
                         });
   }
-  std::unique_lock lock(resultsMutex);
-  ASSERT_TRUE(completed.wait_for(lock, kPatience, [&] {
-    return std::all_of(calls.begin(), calls.end(), [](int n) { return n > 0; });
+  std::unique_lock lock(results->mutex);
+  ASSERT_TRUE(results->completed.wait_for(lock, kPatience, [&] {
+    return std::all_of(results->calls.begin(), results->calls.end(), [](int n) { return n > 0; });
   }));
   lock.unlock();
   std::this_thread::sleep_for(50ms);  // room for a stray second call to show
   lock.lock();
   for (int i = 0; i < kRequests; ++i) {
-    EXPECT_EQ(calls[i], 1) << i;
-    EXPECT_EQ(responses[i].statusCode, 200) << i;
-    EXPECT_EQ(responses[i].data, "body " + std::to_string(i));
+    EXPECT_EQ(results->calls[i], 1) << i;
+    EXPECT_EQ(results->responses[i].statusCode, 200) << i;
+    EXPECT_EQ(results->responses[i].data, "body " + std::to_string(i));
   }
 }
 
 TEST_F(UrlSessionTest, CompletionsRunInOrderOnOneQueueThatDoesNotHoldUpTransfers) {
-  std::promise<void> firstStarted;
-  std::promise<void> releaseFirst;
-  std::shared_future<void> release = releaseFirst.get_future().share();
-  std::atomic<bool> firstDone{false};
-  std::atomic<bool> secondRan{false};
-  std::thread::id firstThread;
-  std::promise<std::thread::id> secondThread;
+  struct Shared {
+    std::promise<std::thread::id> firstStarted;
+    std::promise<void> releaseFirst;
+    std::shared_future<void> release = releaseFirst.get_future().share();
+    std::atomic<bool> firstDone{false};
+    std::atomic<bool> secondRan{false};
+    std::promise<std::thread::id> secondRunsOn;
+  };
+  auto shared = std::make_shared<Shared>();
 
-  platform_->dataTask({server_.url("/first"), "PUT", {}, "1"}, [&](UrlResponse) {
-    firstThread = std::this_thread::get_id();
-    firstStarted.set_value();
-    release.wait();  // as the upload retry's sleep on the completion thread
-    firstDone = true;
+  platform_->dataTask({server_.url("/first"), "PUT", {}, "1"}, [shared](UrlResponse) {
+    shared->firstStarted.set_value(std::this_thread::get_id());
+    shared->release.wait_for(kPatience);  // as the upload retry's sleep on the completion thread
+    shared->firstDone = true;
   });
-  ASSERT_EQ(firstStarted.get_future().wait_for(kPatience), std::future_status::ready);
+  auto firstStarted = shared->firstStarted.get_future();
+  ASSERT_EQ(firstStarted.wait_for(kPatience), std::future_status::ready);
+  const std::thread::id firstThread = firstStarted.get();
 
-  platform_->dataTask({server_.url("/second"), "PUT", {}, "2"}, [&](UrlResponse response) {
-    EXPECT_TRUE(firstDone.load());
+  platform_->dataTask({server_.url("/second"), "PUT", {}, "2"}, [shared](UrlResponse response) {
+    EXPECT_TRUE(shared->firstDone.load());
     EXPECT_EQ(response.statusCode, 200);
-    secondRan = true;
-    secondThread.set_value(std::this_thread::get_id());
+    shared->secondRan = true;
+    shared->secondRunsOn.set_value(std::this_thread::get_id());
   });
   // The second transfer goes out while the first completion is still blocked...
   EXPECT_TRUE(server_.waitForRequests(2, kPatience));
   std::this_thread::sleep_for(100ms);
   // ...but its completion waits its turn.
-  EXPECT_FALSE(secondRan.load());
-  releaseFirst.set_value();
+  EXPECT_FALSE(shared->secondRan.load());
+  shared->releaseFirst.set_value();
 
-  auto second = secondThread.get_future();
+  auto second = shared->secondRunsOn.get_future();
   ASSERT_EQ(second.wait_for(kPatience), std::future_status::ready);
-  const std::thread::id secondId = second.get();
-  EXPECT_EQ(secondId, firstThread);
-  EXPECT_NE(secondId, std::this_thread::get_id());
+  const std::thread::id secondThread = second.get();
+  EXPECT_EQ(secondThread, firstThread);
+  EXPECT_NE(secondThread, std::this_thread::get_id());
 }
 
 TEST_F(UrlSessionTest, ShuttingDownCompletesTransfersInFlightWithAnError) {
-  std::promise<void> arrived;
-  std::promise<void> releaseReply;
-  std::shared_future<void> release = releaseReply.get_future().share();
-  server_.addRoute("GET", "/slow", [&](const RecordedRequest&) {
-    arrived.set_value();
-    release.wait_for(kPatience);
+  struct Shared {
+    std::promise<void> arrived;
+    std::promise<void> releaseReply;
+    std::shared_future<void> release = releaseReply.get_future().share();
+    std::promise<UrlResponse> done;
+  };
+  auto shared = std::make_shared<Shared>();
+  server_.addRoute("GET", "/slow", [shared](const RecordedRequest&) {
+    shared->arrived.set_value();
+    shared->release.wait_for(kPatience);
     return Reply{};
   });
-  auto done = std::make_shared<std::promise<UrlResponse>>();
-  auto result = done->get_future();
+  auto result = shared->done.get_future();
   {
     UrlSession session(*platform_);
-    session.dataTask(get(server_.url("/slow")), [done](UrlResponse r) { done->set_value(std::move(r)); });
-    ASSERT_EQ(arrived.get_future().wait_for(kPatience), std::future_status::ready);
+    session.dataTask(get(server_.url("/slow")), [shared](UrlResponse r) { shared->done.set_value(std::move(r)); });
+    ASSERT_EQ(shared->arrived.get_future().wait_for(kPatience), std::future_status::ready);
   }
   ASSERT_EQ(result.wait_for(kPatience), std::future_status::ready);
   const UrlResponse response = result.get();
   EXPECT_TRUE(response.error.has_value());
   EXPECT_EQ(response.statusCode, 0);
-  releaseReply.set_value();
+  shared->releaseReply.set_value();
 }
 
 TEST(UrlSessionSimulatedTest, RunUntilIdleWaitsForTheRequestInFlight) {

@@ -1,0 +1,70 @@
+#include <tavrel_sdk/platform.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace tavrel {
+namespace {
+
+// The real main loop: order and thread are what matter here, never how long things took.
+TEST(LinuxPlatform, MainLoopRunsBlocksInOrderAndTimersOnTheLoopThread) {
+  auto platform = Platform::makeLinux();
+  std::vector<int> order;
+  std::thread([&] {
+    for (int i = 0; i < 50; ++i) platform->dispatchAsyncMain([&order, i] { order.push_back(i); });
+  }).join();
+  std::atomic<int> firings{0};
+  std::thread::id firedOn;
+  auto timer = platform->scheduledTimer(0.001, [&] {
+    ++firings;
+    firedOn = std::this_thread::get_id();
+  });
+  timer.reset();  // the loop keeps its timers, as a run loop does
+  while (firings < 3) platform->runMainLoopFor(0.01);
+  ASSERT_EQ(order.size(), 50u);
+  for (int i = 0; i < 50; ++i) EXPECT_EQ(order[i], i);
+  EXPECT_EQ(firedOn, std::this_thread::get_id());
+}
+
+TEST(LinuxPlatform, InvalidatedTimersStopAndSerialQueuesKeepOrder) {
+  auto platform = Platform::makeLinux();
+  std::atomic<int> firings{0};
+  auto timer = platform->scheduledTimer(0.001, [&] { ++firings; });
+  while (firings == 0) platform->runMainLoopFor(0.005);
+  timer->invalidate();
+  const int seen = firings;
+  platform->runMainLoopFor(0.02);
+  EXPECT_EQ(firings, seen);
+
+  auto queue = platform->makeSerialQueue("order");
+  std::vector<int> order;
+  std::atomic<bool> done{false};
+  for (int i = 0; i < 100; ++i) queue->async([&order, i] { order.push_back(i); });
+  queue->async([&] { done = true; });
+  while (!done) std::this_thread::yield();
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(order[i], i);
+}
+
+TEST(LinuxPlatform, ClockAndRandomNumbersComeFromTheSystem) {
+  auto platform = Platform::makeLinux();
+  EXPECT_GT(platform->timeIntervalSince1970(), 1.7e9);
+  const std::int64_t millis = platform->currentMilliseconds();
+  EXPECT_NEAR(static_cast<double>(millis) / 1000.0, platform->timeIntervalSince1970(), 1.0);
+  for (int i = 0; i < 1000; ++i) EXPECT_LT(platform->arc4random_uniform(3), 3u);
+  EXPECT_EQ(platform->arc4random_uniform(0), 0u);
+}
+
+TEST(Platform, InstalledPlatformIsTheCurrentOneUntilReplaced) {
+  auto a = Platform::makeLinux();
+  Platform::install(a);
+  EXPECT_EQ(&Platform::current(), a.get());
+  Platform::install(nullptr);
+  EXPECT_NE(&Platform::current(), a.get());  // a Linux platform is made on demand
+  Platform::install(nullptr);
+}
+
+}  // namespace
+}  // namespace tavrel

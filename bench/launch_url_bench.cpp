@@ -1,6 +1,7 @@
 // Reading the worked example launch URL, from its text to the dictionary of items.
 // Baseline: building the same four-item dictionary from ready strings, the floor of any reader.
 
+#include "platform/url.hpp"
 #include "session/launch_url.hpp"
 
 #include <benchmark/benchmark.h>
@@ -35,4 +36,11 @@ void BM_ReadLaunchUrl(benchmark::State& state) {
 }
 BENCHMARK(BM_ReadLaunchUrl);
 
+}  // namespace
+
+namespace {
+void BM_UrlWithStringOnly(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(tavrel::Url::URLWithString(kUrl));
+}
+BENCHMARK(BM_UrlWithStringOnly);
 }  // namespace

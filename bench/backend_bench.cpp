@@ -8,27 +8,24 @@
 
 #include "endpoint/https_server.hpp"
 
+#include "bench_support.hpp"
+
 #include <benchmark/benchmark.h>
 
-#include <spawn.h>
-#include <sys/wait.h>
 
 #include <chrono>
 #include <future>
 #include <stdexcept>
 
-extern char** environ;
 
 namespace tavrel {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using bench::Clock;
+using bench::secondsSince;
+using bench::timeCurl;
 
 const std::string kToken = "0123456789abcdef0123456789abcdef0123456789abcdef";
-
-double secondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 double timeValidation() {
   std::promise<bool> done;
@@ -37,22 +34,6 @@ double timeValidation() {
   const bool valid = done.get_future().get();
   const double seconds = secondsSince(start);
   if (!valid) throw std::runtime_error("validation failed");
-  return seconds;
-}
-
-double timeCurl(std::vector<std::string> arguments) {
-  std::vector<char*> argv;
-  for (auto& argument : arguments) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  const auto start = Clock::now();
-  pid_t pid = 0;
-  if (posix_spawnp(&pid, "curl", nullptr, nullptr, argv.data(), environ) != 0) {
-    throw std::runtime_error("cannot run curl");
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  const double seconds = secondsSince(start);
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error("curl failed");
   return seconds;
 }
 

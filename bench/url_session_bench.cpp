@@ -8,12 +8,11 @@
 
 #include "endpoint/https_server.hpp"
 
+#include "bench_support.hpp"
+
 #include <benchmark/benchmark.h>
 
-#include <spawn.h>
 #include <stdlib.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -24,29 +23,15 @@
 #include <random>
 #include <stdexcept>
 
-extern char** environ;
 
 namespace tavrel {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using bench::Clock;
+using bench::peakResidentKilobytes;
+using bench::residentKilobytes;
+using bench::timeCurl;
 constexpr std::size_t kUploadSize = 10 * 1024 * 1024;
-
-double kilobytes(long pages) { return static_cast<double>(pages) * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1024.0; }
-
-double residentKilobytes() {
-  std::ifstream statm("/proc/self/statm");
-  long size = 0;
-  long resident = 0;
-  statm >> size >> resident;
-  return kilobytes(resident);
-}
-
-double peakResidentKilobytes() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return static_cast<double>(usage.ru_maxrss);
-}
 
 struct Fixture {
   Fixture() {
@@ -104,23 +89,6 @@ double timeSession(UrlRequest request) {
   const UrlResponse response = result.get();
   const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
   if (response.error || response.statusCode != 200) throw std::runtime_error("session request failed");
-  return seconds;
-}
-
-// Seconds the `curl` command took, process start included.
-double timeCurl(std::vector<std::string> arguments) {
-  std::vector<char*> argv;
-  for (auto& a : arguments) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  const auto start = Clock::now();
-  pid_t pid = 0;
-  if (posix_spawnp(&pid, "curl", nullptr, nullptr, argv.data(), environ) != 0) {
-    throw std::runtime_error("cannot run curl");
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error("curl failed");
   return seconds;
 }
 

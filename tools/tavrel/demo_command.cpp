@@ -436,6 +436,9 @@ int run(const Options& options) {
 
   // The worker sends what changed at its next pass; a 503 waits one pass more.
   const double deadline = total + 3 * kUploadPeriod;
+  if (options.realtime && (_hasUpdatedGameEvents.load() || _hasUpdatedInputEvents.load())) {
+    std::cerr << "  play over; waiting for the upload worker's next pass (at most 30 s)\n";
+  }
   while ((_hasUpdatedGameEvents.load() || _hasUpdatedInputEvents.load()) && clock->elapsed() < deadline) {
     clock->waitUntil(clock->elapsed() + (options.realtime ? 0.1 : 1.0));
   }

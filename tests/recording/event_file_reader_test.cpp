@@ -1,0 +1,86 @@
+// Reading event files back: what a well-formed file yields, and where each kind of damage is
+// reported.
+
+#include "recording/event_file_reader.hpp"
+#include "recording/event_format.hpp"
+
+#include <gtest/gtest.h>
+
+namespace tavrel::testing {
+namespace {
+
+std::string words(std::initializer_list<std::int32_t> values) {
+  std::string bytes;
+  for (const std::int32_t value : values) appendWord(bytes, value);
+  return bytes;
+}
+
+const std::string kHeader(kGameEventHeader);
+const std::string kMagic(kInputEventMagic);
+const std::string kLine = "{\"a\": \"jump\", \"e\": \"level-2\", \"t\": 4250}\n";
+const std::string kMoved = words({12345, 7, 0, 6, 3, 16887, 15549, 0});
+const std::string kEnded = words({12400, 4, 0, 7, 3});
+
+TEST(EventFileReader, ReadsWellFormedFiles) {
+  const EventFileContents game = readEventFile(kHeader + kLine + "{\"a\": \"Zo\\u00eb\", \"e\": \"\", \"t\": -1}\n");
+  ASSERT_TRUE(game.wellFormed());
+  EXPECT_EQ(game.kind, EventFileKind::Game);
+  ASSERT_EQ(game.gameEvents.size(), 2u);
+  EXPECT_EQ(game.gameEvents[0].a, "jump");
+  EXPECT_EQ(game.gameEvents[0].t, 4250);
+  EXPECT_EQ(game.gameEvents[1].a, "Zo\xC3\xAB");
+  EXPECT_EQ(game.gameEvents[1].line, 4u);
+  EXPECT_EQ(game.gameEvents[1].offset, kHeader.size() + kLine.size());
+
+  // A touch moved with no touch ended after it, and a record of another kind with no payload.
+  const EventFileContents input = readEventFile(kMagic + kMoved + kEnded + kMoved + words({9, 1}));
+  ASSERT_TRUE(input.wellFormed());
+  ASSERT_EQ(input.inputRecords.size(), 4u);
+  EXPECT_EQ(input.inputRecords[0].kind(), InputRecord::Kind::TouchMoved);
+  EXPECT_EQ(input.inputRecords[1].kind(), InputRecord::Kind::TouchEnded);
+  EXPECT_EQ(input.inputRecords[1].offset, 36u);
+  EXPECT_EQ(input.inputRecords[3].kind(), InputRecord::Kind::Other);
+  EXPECT_TRUE(input.inputRecords[3].payload.empty());
+
+  EXPECT_TRUE(readEventFile(kHeader).wellFormed());
+  EXPECT_TRUE(readEventFile(kMagic).wellFormed());
+}
+
+TEST(EventFileReader, ReportsWhereAFileIsDamaged) {
+  const struct {
+    std::string bytes;
+    std::size_t offset;
+    std::optional<std::size_t> line;
+    std::string message;
+  } cases[] = {
+      {"", 0, std::nullopt, "the file is empty"},
+      {"PK\x03\x04", 0, std::nullopt, "not an event file"},
+      {"GEV\n2\n" + kLine, 4, 2, "bad header"},
+      {"GEV\n1", 5, 2, "ends inside the header"},
+      {kHeader + kLine + "{\"a\": \"x\"", 47, 4, "truncated last line"},
+      {kHeader + kLine + "{\"a\": \"say \"hi\"\", \"e\": \"x\", \"t\": 1}\n", 47, 4, "not one JSON object"},
+      {kHeader + "[1, 2]\n", 6, 3, "not one JSON object"},
+      {kHeader + "{\"a\": \"x\", \"e\": \"y\", \"t\": 1} {}\n", 6, 3, "not one JSON object"},
+      {kHeader + "\n", 6, 3, "not one JSON object"},
+      {kHeader + "{\"a\": \"x\", \"e\": \"y\"}\n", 6, 3, "no whole number \"t\""},
+      {kHeader + "{\"a\": \"x\", \"e\": \"y\", \"t\": 2147483648}\n", 6, 3, "does not fit in 32 bits"},
+      {kHeader + "{\"a\": \"caf\xC3\xA9\", \"e\": \"y\", \"t\": 1}\n", 6, 3, "outside 7-bit ASCII"},
+      {"INP\x03" + kMoved, 3, std::nullopt, "an unknown version"},
+      {"INP", 3, std::nullopt, "ends inside the magic"},
+      {kMagic + kMoved + kEnded.substr(0, 6), 36, std::nullopt, "truncated last record: 6 bytes"},
+      {kMagic + kMoved + kEnded.substr(0, 17), 40, std::nullopt, "word count 4 runs past the end"},
+      {kMagic + words({1, 0, 5}), 8, std::nullopt, "word count 0 is less than 1"},
+      {kMagic + words({1, 0x7FFFFFFF}), 8, std::nullopt, "runs past the end"},
+  };
+  for (const auto& c : cases) {
+    const EventFileContents contents = readEventFile(c.bytes);
+    EXPECT_FALSE(contents.wellFormed()) << c.message;
+    ASSERT_EQ(contents.problems.size(), 1u) << c.message;
+    EXPECT_EQ(contents.problems[0].offset, c.offset) << c.message;
+    EXPECT_EQ(contents.problems[0].line, c.line) << c.message;
+    EXPECT_NE(contents.problems[0].message.find(c.message), std::string::npos) << contents.problems[0].message;
+  }
+}
+
+}  // namespace
+}  // namespace tavrel::testing

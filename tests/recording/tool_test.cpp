@@ -1,0 +1,114 @@
+// The recording verbs of the tavrel tool, run as a program: `inspect` on files written here,
+// `demo` end to end.
+
+#include "recording/event_format.hpp"
+#include "support/sandbox.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+namespace tavrel::testing {
+namespace {
+
+std::string words(std::initializer_list<std::int32_t> values) {
+  std::string bytes;
+  for (const std::int32_t value : values) appendWord(bytes, value);
+  return bytes;
+}
+
+const std::string kHeader(kGameEventHeader);
+const std::string kMagic(kInputEventMagic);
+const std::string kLine = "{\"a\": \"jump\", \"e\": \"level-2\", \"t\": 4250}\n";
+const std::string kMoved = words({12345, 7, 0, 6, 3, 16887, 15549, 0});
+const std::string kEnded = words({12400, 4, 0, 7, 3});
+
+struct ToolRun {
+  int status = -1;
+  std::string output;
+};
+
+ToolRun runTool(const std::string& arguments) {
+  ToolRun run;
+  FILE* pipe = popen(("'" + std::string(std::getenv("TAVREL_TOOL")) + "' " + arguments + " 2>&1").c_str(), "r");
+  if (pipe == nullptr) return run;
+  for (int c; (c = std::fgetc(pipe)) != EOF;) run.output += static_cast<char>(c);
+  const int status = pclose(pipe);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+ToolRun runInspect(const std::string& arguments) { return runTool("inspect " + arguments); }
+
+class InspectTool : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (std::getenv("TAVREL_TOOL") == nullptr) GTEST_SKIP() << "TAVREL_TOOL is not set";
+  }
+  std::string write(const std::string& name, const std::string& bytes) {
+    const std::string path = directory_.path() + "/" + name;
+    std::ofstream(path, std::ios::binary) << bytes;
+    return "'" + path + "'";
+  }
+  TemporaryDirectory directory_;
+};
+
+TEST_F(InspectTool, PrintsGoodFilesAsTablesAndExitsZero) {
+  const ToolRun run = runInspect(write("g.evt", kHeader + kLine) + " " + write("i.evt", kMagic + kMoved + kEnded));
+  EXPECT_EQ(run.status, 0) << run.output;
+  EXPECT_NE(run.output.find("game event file, 47 bytes, 1 game event\n"), std::string::npos) << run.output;
+  EXPECT_NE(run.output.find("4250  jump  level-2\n"), std::string::npos) << run.output;
+  EXPECT_NE(run.output.find("12345  touch moved     3   16887   15549  0\n"), std::string::npos) << run.output;
+  EXPECT_NE(run.output.find("12400  touch ended     3\n"), std::string::npos) << run.output;
+}
+
+TEST_F(InspectTool, ReportsDamageWithItsOffsetAndExitsOne) {
+  const ToolRun run = runInspect(write("g.evt", kHeader + kLine) + " " + write("i.evt", kMagic + kMoved + kEnded.substr(0, 17)));
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.output.find("MALFORMED"), std::string::npos) << run.output;
+  EXPECT_NE(run.output.find("error at byte 40: word count 4 runs past the end"), std::string::npos) << run.output;
+
+  EXPECT_EQ(runInspect(write("missing-dir/none.evt", "") + " " + write("ok.evt", kMagic)).status, 1);
+  EXPECT_EQ(runInspect("").status, 2);
+}
+
+TEST_F(InspectTool, JsonIsOneDocument) {
+  const ToolRun run = runInspect("--json " + write("g.evt", kHeader + kLine + "oops\n") + " " + write("i.evt", kMagic + kMoved));
+  EXPECT_EQ(run.status, 1);
+  const nlohmann::json document = nlohmann::json::parse(run.output);
+  EXPECT_EQ(document["wellFormed"], false);
+  ASSERT_EQ(document["files"].size(), 2u);
+  const auto& game = document["files"][0];
+  EXPECT_EQ(game["kind"], "game");
+  EXPECT_EQ(game["events"][0], nlohmann::json({{"line", 3}, {"offset", 6}, {"t", 4250}, {"a", "jump"}, {"e", "level-2"}}));
+  EXPECT_EQ(game["problems"][0], nlohmann::json({{"offset", 47}, {"line", 4}, {"message", "the line is not one JSON object"}}));
+  const auto& input = document["files"][1];
+  EXPECT_EQ(input["wellFormed"], true);
+  EXPECT_EQ(input["events"][0]["kind"], "touch moved");
+  EXPECT_EQ(input["events"][0]["x"], 16887);
+}
+
+using DemoTool = InspectTool;
+
+TEST_F(DemoTool, SessionInVirtualTimeDeliversBothFilesWhole) {
+  const std::string out = directory_.path() + "/demo";
+  const ToolRun run = runTool("demo --minutes 1.5 --flaky --out '" + out + "'");
+  ASSERT_EQ(run.status, 0) << run.output;
+  const nlohmann::json report = nlohmann::json::parse(testing::readFile(out + "/report.json"));
+  EXPECT_EQ(report["ok"], true);
+  EXPECT_EQ(report["uploads"]["no reply"], 1) << "the flaky endpoint drops one upload, which is retried";
+  for (const auto& file : report["files"]) {
+    EXPECT_GT(file["written"].get<int>(), 0);
+    EXPECT_EQ(file["identical"], true);
+    EXPECT_EQ(runInspect("'" + file["received"].get<std::string>() + "'").status, 0);
+  }
+  const auto& input = report["files"][1];
+  EXPECT_GT(input["dropped"].get<int>(), input["written"].get<int>()) << "60 touches a second meet the rate limit";
+}
+
+}  // namespace
+}  // namespace tavrel::testing

@@ -2,24 +2,12 @@
 // reported.
 
 #include "recording/event_file_reader.hpp"
-#include "recording/event_format.hpp"
+#include "sample_events.hpp"
 
 #include <gtest/gtest.h>
 
 namespace tavrel::testing {
 namespace {
-
-std::string words(std::initializer_list<std::int32_t> values) {
-  std::string bytes;
-  for (const std::int32_t value : values) appendWord(bytes, value);
-  return bytes;
-}
-
-const std::string kHeader(kGameEventHeader);
-const std::string kMagic(kInputEventMagic);
-const std::string kLine = "{\"a\": \"jump\", \"e\": \"level-2\", \"t\": 4250}\n";
-const std::string kMoved = words({12345, 7, 0, 6, 3, 16887, 15549, 0});
-const std::string kEnded = words({12400, 4, 0, 7, 3});
 
 TEST(EventFileReader, ReadsWellFormedFiles) {
   const EventFileContents game = readEventFile(kHeader + kLine + "{\"a\": \"Zo\\u00eb\", \"e\": \"\", \"t\": -1}\n");

@@ -1,7 +1,7 @@
 // The recording verbs of the tavrel tool, run as a program: `inspect` on files written here,
 // `demo` end to end.
 
-#include "recording/event_format.hpp"
+#include "sample_events.hpp"
 #include "support/sandbox.hpp"
 
 #include <nlohmann/json.hpp>
@@ -14,18 +14,6 @@
 
 namespace tavrel::testing {
 namespace {
-
-std::string words(std::initializer_list<std::int32_t> values) {
-  std::string bytes;
-  for (const std::int32_t value : values) appendWord(bytes, value);
-  return bytes;
-}
-
-const std::string kHeader(kGameEventHeader);
-const std::string kMagic(kInputEventMagic);
-const std::string kLine = "{\"a\": \"jump\", \"e\": \"level-2\", \"t\": 4250}\n";
-const std::string kMoved = words({12345, 7, 0, 6, 3, 16887, 15549, 0});
-const std::string kEnded = words({12400, 4, 0, 7, 3});
 
 struct ToolRun {
   int status = -1;

@@ -59,7 +59,6 @@ std::optional<std::int64_t> recordingStartIfConfigured(EventLog& log) {
 }
 
 void startNewFile(EventLog& log) {
-  std::lock_guard lock(log.naming);
   // Armed before the name is published: a writer that sees the new name also sees the flag.
   log.firstWrite.store(true, std::memory_order_release);
   log.hasUpdated.store(false, std::memory_order_release);

@@ -3,10 +3,10 @@
 // The two event logs as one shape, so that set-up, the writers and the upload worker treat the
 // game event file and the input event file alike. Internal to the library.
 //
-// Thread safety: every function may be called from any thread at any time. A log's file name and
-// its first-write flag change together under `naming`, and the file is created under it too, so
+// Thread safety: every function may be called from any thread at any time. A log's URL, file name
+// and first-write flag change together under `naming`, and the file is created under it too, so
 // the header or magic is written once per file name, before any record, however many threads
-// emit at once.
+// emit at once, and the worker never pairs a new URL with an old file.
 
 #include <tavrel_sdk/session_globals.hpp>
 
@@ -38,6 +38,7 @@ std::optional<std::int64_t> recordingStartIfConfigured(EventLog& log);
 
 // Gives the log a new file name and arms its first write, so the next accepted event starts the
 // new file with its header or magic. The new file has nothing to upload yet: its flag is cleared.
+// REQUIRES: log.naming held.
 void startNewFile(EventLog& log);
 
 // Appends one whole record: creates the file first when the first write is armed, then one

@@ -9,12 +9,17 @@ namespace tavrel {
 void TavrelSDK::initialiseEventsWithGameEventUrl(const std::optional<std::string>& gameEventUrl,
                                                  const std::optional<std::string>& inputEventUrl,
                                                  std::int64_t recordingStart) {
-  _gameEventUrl.set(gameEventUrl);
-  _inputEventUrl.set(inputEventUrl);
-  _recordingStartedAt.store(recordingStart, std::memory_order_release);
-  // A recording set up again starts new files, each with its own header or magic.
-  for (recording::EventLog* log : {&recording::gameEventLog(), &recording::inputEventLog()}) {
-    if (!log->url.isEmpty()) recording::startNewFile(*log);
+  {
+    recording::EventLog& game = recording::gameEventLog();
+    recording::EventLog& input = recording::inputEventLog();
+    std::scoped_lock lock(game.naming, input.naming);
+    _gameEventUrl.set(gameEventUrl);
+    _inputEventUrl.set(inputEventUrl);
+    _recordingStartedAt.store(recordingStart, std::memory_order_release);
+    // A recording set up again starts new files, each with its own header or magic.
+    for (recording::EventLog* log : {&game, &input}) {
+      if (!log->url.isEmpty()) recording::startNewFile(*log);
+    }
   }
   initEvents();
 }

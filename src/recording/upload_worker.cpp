@@ -11,9 +11,16 @@ void TavrelSDK::processEvents(const void* /*unused*/) {
   for (;;) {
     // The game event file first, then the input event file; neither waits for its upload.
     for (recording::EventLog* log : {&recording::gameEventLog(), &recording::inputEventLog()}) {
-      if (log->url.isEmpty() || !log->hasUpdated.load(std::memory_order_acquire)) continue;
+      std::optional<std::string> fileName, url;
+      {
+        // The URL and the file name of one set-up, never one of each.
+        std::lock_guard lock(log->naming);
+        if (log->url.isEmpty() || !log->hasUpdated.load(std::memory_order_acquire)) continue;
+        fileName = log->filename.get();
+        url = log->url.get();
+      }
       std::atomic<bool>* flag = &log->hasUpdated;
-      uploadFileToUrl(log->filename.get(), log->url.get(), 0, [flag](bool uploaded) {
+      uploadFileToUrl(fileName, url, 0, [flag](bool uploaded) {
         if (uploaded) flag->store(false, std::memory_order_release);
       });
     }

@@ -127,27 +127,6 @@ TEST_F(EventFiles, TextOutsideAsciiIsEscapedAndReadsBack) {
   for (std::size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(contents.gameEvents[i].a, cases[i].readBack);
 }
 
-TEST_F(EventFiles, UnescapedQuotesSpoilOnlyTheirOwnLine) {
-  initialise(kGameUrl, std::nullopt, originMs());
-  sdk().emitGameEvent("say \"hi\"", "chat");
-  sdk().emitGameEvent("bye", "chat");
-  const EventFileContents contents = readEventFile(readFile(gameEventPath()));
-  ASSERT_EQ(contents.problems.size(), 1u);
-  EXPECT_EQ(contents.problems[0].line, 3u);
-  ASSERT_EQ(contents.gameEvents.size(), 1u);
-  EXPECT_EQ(contents.gameEvents[0].a, "bye");
-}
-
-TEST_F(EventFiles, EmptyInputEventChangesNothing) {
-  initialise(std::nullopt, kInputUrl, originMs());
-  sdk().emitInputEvent({});
-  EXPECT_FALSE(fs::exists(inputEventPath()));
-  EXPECT_TRUE(_firstWriteToInputEventFile.load());
-  EXPECT_EQ(_eventsSinceLastUpdate.load(), 0);
-  EXPECT_EQ(_lastUpdated.load(), 0);
-  EXPECT_TRUE(sim().logLines().empty());
-}
-
 TEST_F(EventFiles, FirstEventReplacesAFileLeftAtItsPath) {
   initialise(kGameUrl, std::nullopt, originMs());
   std::ofstream(gameEventPath()) << "left over from somewhere else\n";

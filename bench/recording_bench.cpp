@@ -9,14 +9,12 @@
 
 #include <tavrel_sdk/tavrel_sdk.hpp>
 
+#include "bench_support.hpp"
 #include "endpoint/https_server.hpp"
 
 #include <benchmark/benchmark.h>
 
 #include <fcntl.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -27,29 +25,17 @@
 #include <random>
 #include <stdexcept>
 
-extern char** environ;
-
 namespace tavrel {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using bench::Clock;
+using bench::peakResidentKilobytes;
+using bench::residentKilobytes;
+using bench::timeCurl;
 constexpr std::size_t kUploadSize = 10 * 1024 * 1024;
 constexpr int kBatch = 256;  // operations timed together, so the clock's own cost disappears
 
 double seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
-
-double residentKilobytes() {
-  std::ifstream statm("/proc/self/statm");
-  long size = 0, resident = 0;
-  statm >> size >> resident;
-  return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1024.0;
-}
-
-double peakResidentKilobytes() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return static_cast<double>(usage.ru_maxrss);
-}
 
 struct Fixture {
   Fixture() {
@@ -164,20 +150,7 @@ double timeUpload(const std::string& url) {
   const auto start = Clock::now();
   TavrelSDK::sharedInstance().uploadFileToUrl("upload.evt", url, 0, [&done](bool ok) { done.set_value(ok); });
   if (!uploaded.get()) throw std::runtime_error("upload failed");
-  return seconds(Clock::now() - start);
-}
-
-double timeCurl(std::vector<std::string> arguments) {
-  std::vector<char*> argv;
-  for (auto& a : arguments) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  const auto start = Clock::now();
-  pid_t pid = 0;
-  if (posix_spawnp(&pid, "curl", nullptr, nullptr, argv.data(), environ) != 0) throw std::runtime_error("no curl");
-  int status = 0;
-  waitpid(pid, &status, 0);
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error("curl failed");
-  return seconds(Clock::now() - start);
+  return bench::secondsSince(start);
 }
 
 // Peak RSS is a high-water mark: the benchmarks before this one stay far below it.

@@ -3,71 +3,57 @@
 
 #include "sample_events.hpp"
 #include "support/sandbox.hpp"
+#include "support/tool_runner.hpp"
 
 #include <nlohmann/json.hpp>
 
-#include <sys/wait.h>
-
-#include <cstdio>
-#include <filesystem>
 #include <fstream>
 
 namespace tavrel::testing {
 namespace {
 
-struct ToolRun {
-  int status = -1;
-  std::string output;
-};
-
-ToolRun runTool(const std::string& arguments) {
-  ToolRun run;
-  FILE* pipe = popen(("'" + std::string(std::getenv("TAVREL_TOOL")) + "' " + arguments + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) return run;
-  for (int c; (c = std::fgetc(pipe)) != EOF;) run.output += static_cast<char>(c);
-  const int status = pclose(pipe);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return run;
+// Paths and arguments go to the tool as they are; no shell is involved.
+ToolRun runInspect(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), "inspect");
+  return runTool(arguments);
 }
-
-ToolRun runInspect(const std::string& arguments) { return runTool("inspect " + arguments); }
 
 class InspectTool : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (std::getenv("TAVREL_TOOL") == nullptr) GTEST_SKIP() << "TAVREL_TOOL is not set";
+    if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
   }
   std::string write(const std::string& name, const std::string& bytes) {
     const std::string path = directory_.path() + "/" + name;
     std::ofstream(path, std::ios::binary) << bytes;
-    return "'" + path + "'";
+    return path;
   }
   TemporaryDirectory directory_;
 };
 
 TEST_F(InspectTool, PrintsGoodFilesAsTablesAndExitsZero) {
-  const ToolRun run = runInspect(write("g.evt", kHeader + kLine) + " " + write("i.evt", kMagic + kMoved + kEnded));
-  EXPECT_EQ(run.status, 0) << run.output;
-  EXPECT_NE(run.output.find("game event file, 47 bytes, 1 game event\n"), std::string::npos) << run.output;
-  EXPECT_NE(run.output.find("4250  jump  level-2\n"), std::string::npos) << run.output;
-  EXPECT_NE(run.output.find("12345  touch moved     3   16887   15549  0\n"), std::string::npos) << run.output;
-  EXPECT_NE(run.output.find("12400  touch ended     3\n"), std::string::npos) << run.output;
+  const ToolRun run = runInspect({write("g.evt", kHeader + kLine), write("i.evt", kMagic + kMoved + kEnded)});
+  EXPECT_EQ(run.status, 0) << run.out;
+  EXPECT_NE(run.out.find("game event file, 47 bytes, 1 game event\n"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("4250  jump  level-2\n"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("12345  touch moved     3   16887   15549  0\n"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("12400  touch ended     3\n"), std::string::npos) << run.out;
 }
 
 TEST_F(InspectTool, ReportsDamageWithItsOffsetAndExitsOne) {
-  const ToolRun run = runInspect(write("g.evt", kHeader + kLine) + " " + write("i.evt", kMagic + kMoved + kEnded.substr(0, 17)));
+  const ToolRun run = runInspect({write("g.evt", kHeader + kLine), write("i.evt", kMagic + kMoved + kEnded.substr(0, 17))});
   EXPECT_EQ(run.status, 1);
-  EXPECT_NE(run.output.find("MALFORMED"), std::string::npos) << run.output;
-  EXPECT_NE(run.output.find("error at byte 40: word count 4 runs past the end"), std::string::npos) << run.output;
+  EXPECT_NE(run.out.find("MALFORMED"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("error at byte 40: word count 4 runs past the end"), std::string::npos) << run.out;
 
-  EXPECT_EQ(runInspect(write("missing-dir/none.evt", "") + " " + write("ok.evt", kMagic)).status, 1);
-  EXPECT_EQ(runInspect("").status, 2);
+  EXPECT_EQ(runInspect({directory_.path() + "/none.evt", write("ok.evt", kMagic)}).status, 1);
+  EXPECT_EQ(runInspect({}).status, 2);
 }
 
 TEST_F(InspectTool, JsonIsOneDocument) {
-  const ToolRun run = runInspect("--json " + write("g.evt", kHeader + kLine + "oops\n") + " " + write("i.evt", kMagic + kMoved));
+  const ToolRun run = runInspect({"--json", write("g.evt", kHeader + kLine + "oops\n"), write("i.evt", kMagic + kMoved)});
   EXPECT_EQ(run.status, 1);
-  const nlohmann::json document = nlohmann::json::parse(run.output);
+  const nlohmann::json document = nlohmann::json::parse(run.out);
   EXPECT_EQ(document["wellFormed"], false);
   ASSERT_EQ(document["files"].size(), 2u);
   const auto& game = document["files"][0];
@@ -84,15 +70,15 @@ using DemoTool = InspectTool;
 
 TEST_F(DemoTool, SessionInVirtualTimeDeliversBothFilesWhole) {
   const std::string out = directory_.path() + "/demo";
-  const ToolRun run = runTool("demo --minutes 1.5 --flaky --out '" + out + "'");
-  ASSERT_EQ(run.status, 0) << run.output;
+  const ToolRun run = runTool({"demo", "--minutes", "1.5", "--flaky", "--out", out});
+  ASSERT_EQ(run.status, 0) << run.out << run.err;
   const nlohmann::json report = nlohmann::json::parse(testing::readFile(out + "/report.json"));
   EXPECT_EQ(report["ok"], true);
   EXPECT_EQ(report["uploads"]["no reply"], 1) << "the flaky endpoint drops one upload, which is retried";
   for (const auto& file : report["files"]) {
     EXPECT_GT(file["written"].get<int>(), 0);
     EXPECT_EQ(file["identical"], true);
-    EXPECT_EQ(runInspect("'" + file["received"].get<std::string>() + "'").status, 0);
+    EXPECT_EQ(runInspect({file["received"].get<std::string>()}).status, 0);
   }
   const auto& input = report["files"][1];
   EXPECT_GT(input["dropped"].get<int>(), input["written"].get<int>()) << "60 touches a second meet the rate limit";

@@ -48,19 +48,11 @@ TEST(LinuxPlatform, InvalidatedTimersStopAndSerialQueuesKeepOrder) {
   for (int i = 0; i < 100; ++i) EXPECT_EQ(order[i], i);
 }
 
-TEST(LinuxPlatform, ClockAndRandomNumbersComeFromTheSystem) {
-  auto platform = Platform::makeLinux();
-  EXPECT_GT(platform->timeIntervalSince1970(), 1.7e9);
-  const std::int64_t millis = platform->currentMilliseconds();
-  EXPECT_NEAR(static_cast<double>(millis) / 1000.0, platform->timeIntervalSince1970(), 1.0);
-  for (int i = 0; i < 1000; ++i) EXPECT_LT(platform->arc4random_uniform(3), 3u);
-  EXPECT_EQ(platform->arc4random_uniform(0), 0u);
-}
-
 TEST(Platform, InstalledPlatformIsTheCurrentOneUntilReplaced) {
   auto a = Platform::makeLinux();
   Platform::install(a);
   EXPECT_EQ(&Platform::current(), a.get());
+  EXPECT_NEAR(static_cast<double>(a->currentMilliseconds()) / 1000.0, a->timeIntervalSince1970(), 1.0);
   Platform::install(nullptr);
   EXPECT_NE(&Platform::current(), a.get());  // a Linux platform is made on demand
   Platform::install(nullptr);

@@ -38,17 +38,13 @@ TEST(Utf16, CountsAndCutsInUtf16Units) {
 }
 
 TEST(LongLongValue, ReadsLikeTheFoundationMethod) {
-  EXPECT_EQ(longLongValue("500"), 500);
-  EXPECT_EQ(longLongValue("  -42xyz"), -42);
-  EXPECT_EQ(longLongValue("+7"), 7);
-  EXPECT_EQ(longLongValue("abc"), 0);
-  EXPECT_EQ(longLongValue(""), 0);
-  EXPECT_EQ(longLongValue("- 5"), 0);
-  EXPECT_EQ(longLongValue("1773061533000"), 1773061533000);
-  EXPECT_EQ(longLongValue("9223372036854775807"), std::numeric_limits<std::int64_t>::max());
-  EXPECT_EQ(longLongValue("9223372036854775808"), std::numeric_limits<std::int64_t>::max());
-  EXPECT_EQ(longLongValue("-9223372036854775808"), std::numeric_limits<std::int64_t>::min());
-  EXPECT_EQ(longLongValue("-99999999999999999999"), std::numeric_limits<std::int64_t>::min());
+  constexpr auto kMax = std::numeric_limits<std::int64_t>::max(), kMin = std::numeric_limits<std::int64_t>::min();
+  const std::pair<const char*, std::int64_t> cases[] = {
+      {"500", 500}, {"  -42xyz", -42}, {"+7", 7}, {"abc", 0}, {"", 0}, {"- 5", 0},
+      {"1773061533000", 1773061533000}, {"9223372036854775807", kMax}, {"9223372036854775808", kMax},
+      {"-9223372036854775808", kMin}, {"-99999999999999999999", kMin},
+  };
+  for (const auto& [text, expected] : cases) EXPECT_EQ(longLongValue(text), expected) << text;
 }
 
 TEST(ReplacingOccurrences, ReplacesLeftToRightWithoutRescanning) {
@@ -69,21 +65,12 @@ TEST(Url, TakesAnySchemeAndKeepsTheHostAsWritten) {
 
 TEST(BoolValue, ReadsNumbersAndStringsLikeThePlatform) {
   using nlohmann::json;
-  EXPECT_TRUE(boolValue(json(true)));
-  EXPECT_FALSE(boolValue(json(false)));
-  EXPECT_FALSE(boolValue(json(0)));
-  EXPECT_TRUE(boolValue(json(1)));
-  EXPECT_TRUE(boolValue(json(-3)));
-  EXPECT_TRUE(boolValue(json(0.5)));
-  EXPECT_TRUE(boolValue(json("yes")));
-  EXPECT_TRUE(boolValue(json("True")));
-  EXPECT_TRUE(boolValue(json("  007")));
-  EXPECT_FALSE(boolValue(json("0")));
-  EXPECT_FALSE(boolValue(json("no")));
-  EXPECT_FALSE(boolValue(json("")));
-  EXPECT_FALSE(boolValue(json(nullptr)));
-  EXPECT_FALSE(boolValue(json::array({1})));
-  EXPECT_FALSE(boolValue(json::object({{"a", 1}})));
+  const std::pair<json, bool> cases[] = {
+      {true, true},   {false, false},   {0, false},       {1, true},    {-3, true},
+      {0.5, true},    {"yes", true},    {"True", true},   {"  007", true}, {"0", false},
+      {"no", false},  {"", false},      {nullptr, false}, {json::array({1}), false}, {json::object({{"a", 1}}), false},
+  };
+  for (const auto& [value, expected] : cases) EXPECT_EQ(boolValue(value), expected) << value.dump();
 }
 
 }  // namespace

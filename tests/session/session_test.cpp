@@ -94,18 +94,14 @@ TEST(VersionSymbols, AreExportedWithCLinkageAndExactBytes) {
   EXPECT_EQ(std::strlen(reinterpret_cast<const char*>(tavrel_sdkVersionString)), sizeof expected - 1);
 }
 
-TEST(SessionGlobals, StartWithTheirLoadTimeValues) {
-  testing::resetSessionGlobals();
-  EXPECT_EQ(_userId.get(), "no-user-id");
-  EXPECT_TRUE(_firstWriteToGameEventFile && _firstWriteToInputEventFile);
-  EXPECT_EQ(_recordingStartedAt.load(), -1);
-  EXPECT_TRUE(_gameEventUrl.isEmpty());
-  _gameEventUrl.set("");
-  EXPECT_TRUE(_gameEventUrl.isEmpty());
-  EXPECT_TRUE(_gameEventUrl.load());  // empty but present
-  _gameEventUrl.set("u");
-  EXPECT_FALSE(_gameEventUrl.isEmpty());
-  testing::resetSessionGlobals();
+TEST(SessionGlobals, AbsentAndEmptyTextsAreBothEmptyButOnlyOneIsNull) {
+  SessionString text{nullptr};
+  EXPECT_TRUE(text.isEmpty());
+  text.set("");
+  EXPECT_TRUE(text.isEmpty());
+  EXPECT_TRUE(text.load());
+  text.set("u");
+  EXPECT_FALSE(text.isEmpty());
 }
 
 }  // namespace

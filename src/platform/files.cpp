@@ -58,7 +58,9 @@ bool createFileAtPath(const std::string& path, std::string_view contents) {
 }
 
 std::optional<FileHandle> FileHandle::forWritingAtPath(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+  // O_APPEND: writers on several threads each land their bytes whole at the end, where a seek
+  // followed by a write could let two of them write at the same offset.
+  const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
   if (fd < 0) return std::nullopt;
   return FileHandle(fd);
 }

@@ -21,7 +21,8 @@ TAVREL_EXPORT bool createDirectories(const std::string& path);
 TAVREL_EXPORT bool createFileAtPath(const std::string& path, std::string_view contents);
 
 // An open file for appending (fileHandleForWritingAtPath:, seekToEndOfFile, writeData:,
-// closeFile). Never creates a missing file.
+// closeFile). Never creates a missing file. Every write goes to the end of the file, also when
+// another thread or process appends at the same time.
 class TAVREL_EXPORT FileHandle {
  public:
   static std::optional<FileHandle> forWritingAtPath(const std::string& path);

@@ -6,36 +6,8 @@
 #include "platform/uuid.hpp"
 #include "recording/event_format.hpp"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-
 namespace tavrel {
 namespace recording {
-namespace {
-
-// O_APPEND: emitters on several threads each land their record whole at the end, where a seek
-// followed by a write could let two of them write at the same offset.
-bool appendToExistingFile(const std::string& path, std::string_view bytes, bool& opened) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
-  opened = fd >= 0;
-  if (!opened) return false;
-  bool written = ::lseek(fd, 0, SEEK_END) >= 0;
-  while (written && !bytes.empty()) {
-    const ssize_t n = ::write(fd, bytes.data(), bytes.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      written = false;
-      break;
-    }
-    bytes.remove_prefix(static_cast<std::size_t>(n));
-  }
-  ::close(fd);
-  return written;
-}
-
-}  // namespace
 
 EventLog& gameEventLog() {
   static EventLog log{"SDK > gameEvents not configured", kGameEventHeader, _gameEventUrl, _gameEventFilename,
@@ -79,12 +51,14 @@ void append(EventLog& log, std::string_view record) {
     }
   }
   const std::string path = appendingPathComponent(platform.documentsDirectory(), name ? *name : std::string());
-  bool opened = false;
-  appendToExistingFile(path, record, opened);
-  if (!opened) {
+  auto file = FileHandle::forWritingAtPath(path);
+  if (!file) {
     platform.log("SDK > Failed to open file " + path);
     return;
   }
+  file->seekToEndOfFile();
+  file->writeData(record);
+  file->closeFile();
   log.hasUpdated.store(true, std::memory_order_release);
 }
 

@@ -3,6 +3,7 @@
 // A simulated session for the recording tests: virtual time counted in whole milliseconds from
 // the platform's start, the event files by their current names, and the log lines by prefix.
 
+#include "sample_events.hpp"
 #include "support/sandbox.hpp"
 
 #include <algorithm>
@@ -39,26 +40,14 @@ class RecordingTest : public SimulatedSession {
 
   std::vector<std::string> logsStartingWith(std::string_view prefix) {
     std::vector<std::string> lines = sim().logLines();
-    lines.erase(std::remove_if(lines.begin(), lines.end(),
-                               [&](const std::string& line) { return line.rfind(prefix, 0) != 0; }),
-                lines.end());
+    lines.erase(
+        std::remove_if(lines.begin(), lines.end(), [&](const std::string& line) { return line.rfind(prefix, 0) != 0; }),
+        lines.end());
     return lines;
   }
 
  private:
   std::int64_t origin_ = 0;
 };
-
-// Bytes written as hex pairs, e.g. "49 4E 50 02", for readable comparisons.
-inline std::string hex(std::string_view bytes) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string out;
-  for (const char c : bytes) {
-    if (!out.empty()) out += ' ';
-    out += kDigits[static_cast<unsigned char>(c) >> 4];
-    out += kDigits[static_cast<unsigned char>(c) & 0xF];
-  }
-  return out;
-}
 
 }  // namespace tavrel::testing

@@ -75,7 +75,7 @@ TEST_F(Concurrency, EmittersRacingEachOtherTheFirstWriteAndTheWorkerLoseNothing)
     EXPECT_EQ(record.payload[4], record.payload[3] ^ 0x5A5A);
     EXPECT_EQ(record.payload[5], record.payload[2] + 1000);
   }
-  EXPECT_TRUE(logsStartingWith("SDK > Failed to open").empty());
+  EXPECT_TRUE(logs("SDK > Failed to open").empty());
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include "recording/event_file_reader.hpp"
 #include "recording_fixture.hpp"
 
-#include <filesystem>
 #include <fstream>
 
 namespace tavrel::testing {
@@ -77,10 +76,6 @@ TEST_F(EventFiles, EachLogRecordsOnlyWithUrlNameAndStart) {
     EXPECT_EQ(_hasUpdatedGameEvents.load(), c.game);
     EXPECT_EQ(_hasUpdatedInputEvents.load(), c.input);
   }
-  std::size_t files = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(documents()))
-    files += entry.path().extension() == ".evt";
-  EXPECT_EQ(files, 4u);
 }
 
 TEST_F(EventFiles, TextOutsideAsciiIsEscapedAndReadsBack) {
@@ -92,11 +87,7 @@ TEST_F(EventFiles, TextOutsideAsciiIsEscapedAndReadsBack) {
       {"caf\xC3\xA9", "caf\\u00e9", "caf\xC3\xA9"},
       {"\xF0\x9F\x98\x80!", "\\ud83d\\ude00!", "\xF0\x9F\x98\x80!"},
       {"\xE2\x82\xAC", "\\u20ac", "\xE2\x82\xAC"},
-      {"a\xFF"
-       "b\xC3",
-       "a\\ufffdb\\ufffd",
-       "a\xEF\xBF\xBD"
-       "b\xEF\xBF\xBD"},
+      {"a\xFFz\xC3", "a\\ufffdz\\ufffd", "a\xEF\xBF\xBDz\xEF\xBF\xBD"},
       {"\xED\xA0\x80", "\\ufffd\\ufffd\\ufffd", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
       {std::nullopt, "(null)", "(null)"},
   };
@@ -132,7 +123,7 @@ TEST_F(EventFiles, RecordingSetUpAgainStartsNewFiles) {
   EXPECT_EQ(readFile(gameEventPath()), kHeader + line("second", "run", 1000));
   EXPECT_EQ(readFile(inputEventPath()), kMagic + words({1000, 2, 2}));
   EXPECT_EQ(readFile(firstGame) + readFile(firstInput), firstBytes);
-  EXPECT_TRUE(logsStartingWith("SDK > Failed").empty());
+  EXPECT_TRUE(logs().empty());
 }
 
 }  // namespace

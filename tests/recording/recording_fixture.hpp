@@ -1,12 +1,11 @@
 #pragma once
 
 // A simulated session for the recording tests: virtual time counted in whole milliseconds from
-// the platform's start, the event files by their current names, and the log lines by prefix.
+// the platform's start, the event files by their current names, and the log lines by prefix (failures by default).
 
 #include "sample_events.hpp"
 #include "support/sandbox.hpp"
 
-#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -38,11 +37,11 @@ class RecordingTest : public SimulatedSession {
   std::string gameEventPath() const { return documents() + "/" + _gameEventFilename.get().value_or("?"); }
   std::string inputEventPath() const { return documents() + "/" + _inputEventFilename.get().value_or("?"); }
 
-  std::vector<std::string> logsStartingWith(std::string_view prefix) {
-    std::vector<std::string> lines = sim().logLines();
-    lines.erase(
-        std::remove_if(lines.begin(), lines.end(), [&](const std::string& line) { return line.rfind(prefix, 0) != 0; }),
-        lines.end());
+  // The log lines that start with `prefix`.
+  std::vector<std::string> logs(std::string_view prefix = "SDK > Failed") {
+    std::vector<std::string> lines;
+    for (std::string& line : sim().logLines())
+      if (line.starts_with(prefix)) lines.push_back(std::move(line));
     return lines;
   }
 

@@ -4,14 +4,16 @@
 
 #include <tavrel_sdk/platform.hpp>
 
+#include "backend/validation.hpp"
 #include "endpoint/https_server.hpp"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <functional>
 #include <future>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace tavrel::testing {
 
@@ -48,9 +50,14 @@ class LoopbackServiceTest : public ::testing::Test {
     Platform::install(std::move(platform));
   }
 
-  static bool roundTrip(const std::function<void(Completion)>& start) {
+  static bool validated(const std::optional<std::string>& token) {
     Awaited call;
-    start(call.completion);
+    Validation::validate(token, call.completion);
+    return call.get();
+  }
+  static bool loggedIn(const std::string& user, const std::string& password, const std::string& scheme = "game") {
+    Awaited call;
+    Validation::loginWithUsername(user, password, scheme, call.completion);
     return call.get();
   }
 

@@ -40,24 +40,20 @@ class UrlSessionTest : public ::testing::Test {
     platform_->dataTask(std::move(request), [done](UrlResponse r) { done->set_value(std::move(r)); });
     return done->get_future();
   }
-  UrlResponse fetch(UrlRequest request) {
-    auto result = start(std::move(request));
+  static UrlResponse await(std::future<UrlResponse> result) {
     if (result.wait_for(kPatience) == kReady) return result.get();
     ADD_FAILURE() << "no completion";
     return {};
   }
+  UrlResponse fetch(UrlRequest request) { return await(start(std::move(request))); }
 
   HttpsServer server_;
   std::shared_ptr<Platform> platform_ = Platform::makeLinux();
 };
 
 TEST_F(UrlSessionTest, SendsExactlyWhatTheRequestNamesAndPassesTheReplyThrough) {
-  server_.addRoute("GET", "/m/launch/project/validate", [](const RecordedRequest&) {
-    return Reply{401, R"({"valid":false})"};
-  });
-  server_.addRoute("POST", "/m/launch/project/auth/ios", [](const RecordedRequest& r) {
-    return Reply{201, "echo:" + r.body};
-  });
+  server_.addRoute("GET", "/m/launch/project/validate", [](auto&) { return Reply{401, R"({"valid":false})"}; });
+  server_.addRoute("POST", "/m/launch/project/auth/ios", [](auto& r) { return Reply{201, "echo:" + r.body}; });
   const std::string binary("GEV\n1\n\0\x01\xff tail", 14);
   // No header of curl's own beyond these: no Accept, no Expect on uploads.
   const std::tuple<UrlRequest, std::set<std::string>, long, std::string> cases[] = {
@@ -79,14 +75,12 @@ TEST_F(UrlSessionTest, SendsExactlyWhatTheRequestNamesAndPassesTheReplyThrough) 
 
     const auto seen = server_.requests();
     ASSERT_EQ(seen.size(), 1u);
-    EXPECT_EQ(std::tie(seen[0].method, seen[0].body), std::tie(request.method, request.body));
-    EXPECT_EQ(server_.url(seen[0].target), request.url);
+    EXPECT_EQ(std::tuple(seen[0].method, server_.url(seen[0].target), seen[0].body),
+              std::tie(request.method, request.url, request.body));
     std::set<std::string> names;
     for (const auto& header : seen[0].headers) names.insert(header.first);
     EXPECT_EQ(names, headers);
     for (const auto& [name, value] : request.headers) EXPECT_EQ(seen[0].header(name), value);
-    const bool stored = request.method == "PUT";
-    EXPECT_EQ(server_.latestBody(seen[0].path), stored ? std::optional(request.body) : std::nullopt);
   }
 }
 
@@ -101,21 +95,15 @@ TEST_F(UrlSessionTest, NoHttpReplyGivesAnErrorAndNothingElse) {
   server_.dropConnections(1);  // the first request to reach it: no other one should
   const UrlRequest cases[] = {
       {server_.url("/up/a.evt"), "PUT", {}, "body"},
-      get(refusedUrl),
-      get(untrusted.url("/m/launch/project/validate")),
-      get(""),
-      get("::not a url::"),
-      get("https://127.0.0.1:99999/x"),
-      get("file:///etc/passwd"),
-      get(server_.url("/a") + std::string(1, '\0') + "b"),
+      get(refusedUrl), get(untrusted.url("/m/launch/project/validate")), get(""), get("::not a url::"),
+      get("https://127.0.0.1:99999/x"), get("file:///etc/passwd"), get(server_.url("/a") + std::string(1, '\0') + "b"),
       {server_.url("/a"), "GET", {{"Authorization", "t\r\nX-Evil: 1"}}, ""},
       {server_.url("/a"), "GET /b", {}, ""},
   };
   for (const UrlRequest& request : cases) {
     SCOPED_TRACE(request.method + " " + request.url);
     const UrlResponse response = fetch(request);
-    ASSERT_TRUE(response.error.has_value());
-    EXPECT_FALSE(response.error->empty());
+    EXPECT_NE(response.error.value_or(""), "");
     EXPECT_EQ(std::tie(response.statusCode, response.data), std::tuple(0, ""));
   }
   EXPECT_EQ(server_.requestCount(), 1u);
@@ -126,24 +114,17 @@ TEST_F(UrlSessionTest, TenRequestsRunAtOnceAndEachCompletesOnce) {
   // The route holds every request until all ten have arrived: a session that ran them one after
   // another would leave the first waiting (and then answered 504).
   constexpr int kRequests = 10;
-  struct Barrier {
-    std::atomic<int> arrived{0};
-    std::promise<void> all;
-    std::shared_future<void> open = all.get_future().share();
-  };
-  auto barrier = std::make_shared<Barrier>();
-  server_.addRoute("PUT", "/barrier", [barrier](const RecordedRequest& r) {
-    if (++barrier->arrived == kRequests) barrier->all.set_value();
-    return Reply{barrier->open.wait_for(kPatience) == kReady ? 200 : 504, r.body};
+  auto arrived = std::make_shared<std::atomic<int>>(0);
+  auto all = std::make_shared<std::promise<void>>();
+  server_.addRoute("PUT", "/barrier", [arrived, all, open = all->get_future().share()](const RecordedRequest& r) {
+    if (++*arrived == kRequests) all->set_value();
+    return Reply{open.wait_for(kPatience) == kReady ? 200 : 504, r.body};
   });
   std::vector<std::future<UrlResponse>> results;
+  for (int i = 0; i < kRequests; ++i) results.push_back(start({server_.url("/barrier"), "PUT", {}, std::to_string(i)}));
   for (int i = 0; i < kRequests; ++i) {
-    results.push_back(start({server_.url("/barrier?i=" + std::to_string(i)), "PUT", {}, "body " + std::to_string(i)}));
-  }
-  for (int i = 0; i < kRequests; ++i) {
-    ASSERT_EQ(results[i].wait_for(kPatience), kReady) << i;
-    const UrlResponse response = results[i].get();
-    EXPECT_EQ(std::tie(response.statusCode, response.data), std::tuple(200, "body " + std::to_string(i)));
+    const UrlResponse response = await(std::move(results[i]));
+    EXPECT_EQ(std::tie(response.statusCode, response.data), std::tuple(200, std::to_string(i)));
   }
 }
 
@@ -183,10 +164,7 @@ TEST_F(UrlSessionTest, ShuttingDownCompletesTransfersInFlightWithAnError) {
   auto result = start(get(server_.url("/slow")));
   ASSERT_EQ(arrived->get_future().wait_for(kPatience), kReady);
   platform_.reset();  // its session goes with it
-  ASSERT_EQ(result.wait_for(kPatience), kReady);
-  const UrlResponse response = result.get();
-  EXPECT_TRUE(response.error.has_value());
-  EXPECT_EQ(response.statusCode, 0);
+  EXPECT_TRUE(await(std::move(result)).error.has_value());
   release->set_value();
 }
 

@@ -35,6 +35,14 @@ struct Awaited {
   }
 };
 
+// Installs a Linux platform that sends the service's requests to `baseUrl`, trusting `caFile` alone.
+inline void point(const std::string& baseUrl, const std::string& caFile) {
+  auto platform = Platform::makeLinux();
+  platform->setTrustedCertificatesFile(caFile);
+  platform->setServiceBaseUrlForTesting(baseUrl);
+  Platform::install(std::move(platform));
+}
+
 class LoopbackServiceTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -42,13 +50,6 @@ class LoopbackServiceTest : public ::testing::Test {
     point(server_.baseUrl(), server_.caFile());
   }
   void TearDown() override { Platform::install(nullptr); }
-
-  static void point(const std::string& baseUrl, const std::string& caFile) {
-    auto platform = Platform::makeLinux();
-    platform->setTrustedCertificatesFile(caFile);
-    platform->setServiceBaseUrlForTesting(baseUrl);
-    Platform::install(std::move(platform));
-  }
 
   static bool validated(const std::optional<std::string>& token) {
     Awaited call;

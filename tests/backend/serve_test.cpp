@@ -21,7 +21,8 @@ namespace {
 const std::string kToken = "serve-token-0123456789abcdefghijABCDEFGHIJ0123456789";
 
 // `tavrel serve` with its stdout on a pipe, killed if a test leaves it running. The shell prints
-// its process id, which the tool keeps once exec'd.
+// its process id, which the tool keeps once exec'd; then come the start lines ("name: value"),
+// and the library is pointed at it.
 class Serve {
  public:
   explicit Serve(const std::vector<std::string>& arguments) {
@@ -29,6 +30,10 @@ class Serve {
     for (const auto& argument : arguments) command += " '" + argument + "'";
     output_ = ::popen(command.c_str(), "r");
     pid_ = std::stoi(readLine());
+    for (std::string line; banner.count("launch-url") == 0 && !(line = readLine()).empty();) {
+      banner[line.substr(0, line.find(": "))] = line.substr(line.find(": ") + 2);
+    }
+    point(banner["base-url"], banner["ca-file"]);
   }
   ~Serve() {
     if (pid_ > 0) ::kill(pid_, SIGKILL);
@@ -46,41 +51,33 @@ class Serve {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
+  std::map<std::string, std::string> banner;
+
  private:
   std::FILE* output_ = nullptr;
   pid_t pid_ = -1;
 };
 
+// A request the library would never send.
+UrlResponse send(UrlRequest request) {
+  std::promise<UrlResponse> reply;
+  Platform::current().dataTask(std::move(request), [&reply](UrlResponse r) { reply.set_value(std::move(r)); });
+  return reply.get_future().get();
+}
+
 class ServeTest : public LoopbackServiceTest {
  protected:
   void SetUp() override {
-    if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL names no tool";
+    if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
   }
-  // Starts `tavrel serve`, reads its start lines ("name: value") and points the library at it.
-  std::map<std::string, std::string> serve(const std::vector<std::string>& arguments) {
-    tool_ = std::make_unique<Serve>(arguments);
-    std::map<std::string, std::string> banner;
-    for (std::string line; banner.count("launch-url") == 0 && !(line = tool_->readLine()).empty();) {
-      banner[line.substr(0, line.find(": "))] = line.substr(line.find(": ") + 2);
-    }
-    point(banner["base-url"], banner["ca-file"]);
-    return banner;
-  }
-  // A request the library would never send.
-  static UrlResponse send(UrlRequest request) {
-    std::promise<UrlResponse> reply;
-    Platform::current().dataTask(std::move(request), [&reply](UrlResponse r) { reply.set_value(std::move(r)); });
-    return reply.get_future().get();
-  }
-  std::unique_ptr<Serve> tool_;
 };
 
 TEST_F(ServeTest, AnswersTheLibraryEndToEnd) {
   TemporaryDirectory uploads;
-  auto banner = serve({"--token", "short", "--token", kToken, "--user", "alice:pa:ss", "--uploads", uploads.path()});
-  const std::string base = banner["base-url"];
-  const auto launch = readLaunchUrl(banner["launch-url"]);
-  ASSERT_EQ(launch.outcome, LaunchUrlReading::Outcome::Parsed) << banner["launch-url"];
+  Serve tool({"--token", "short", "--token", kToken, "--user", "alice:pa:ss", "--uploads", uploads.path()});
+  const std::string base = tool.banner["base-url"];
+  const auto launch = readLaunchUrl(tool.banner["launch-url"]);
+  ASSERT_EQ(launch.outcome, LaunchUrlReading::Outcome::Parsed) << tool.banner["launch-url"];
   EXPECT_EQ(launch.items.at("launchToken"), kToken);  // the first token a game can take
   const std::string upload = launch.items.at("gameEventUrl");
   ASSERT_EQ(upload.rfind(base + "/", 0), 0u);
@@ -99,22 +96,23 @@ TEST_F(ServeTest, AnswersTheLibraryEndToEnd) {
     EXPECT_EQ(std::tie(reply.statusCode, reply.data), std::tuple(400, R"({"authed":false})")) << body;
   }
 
-  std::vector<std::string> lines;
-  for (int i = 0; i < 12; ++i) lines.push_back(tool_->readLine());
+  std::vector<std::string> lines(12);
+  for (auto& line : lines) {
+    line = tool.readLine();
+    EXPECT_TRUE(line.find(kToken) == std::string::npos && line.find("pa:ss") == std::string::npos) << line;
+  }
   EXPECT_EQ(lines[0], "GET /m/launch/project/validate 200 0");
   EXPECT_EQ(lines[7], "PUT " + path + " 200 6");
   EXPECT_EQ(lines[8], "POST /m/launch/project/auth/ios 400 0");
-  for (const auto& line : lines) {
-    EXPECT_TRUE(line.find(kToken) == std::string::npos && line.find("pa:ss") == std::string::npos) << line;
-  }
-  EXPECT_EQ(tool_->finish(SIGTERM), 0);
+  EXPECT_EQ(tool.finish(SIGTERM), 0);
 }
 
 TEST_F(ServeTest, WithoutTokensTheLaunchUrlCarriesAGeneratedOne) {
-  const std::string token = readLaunchUrl(serve({})["launch-url"]).items["launchToken"];
+  Serve tool({});
+  const std::string token = readLaunchUrl(tool.banner["launch-url"]).items["launchToken"];
   EXPECT_EQ(token.size(), 48u);
   EXPECT_TRUE(validated(token));
-  EXPECT_EQ(tool_->finish(SIGINT), 0);
+  EXPECT_EQ(tool.finish(SIGINT), 0);
 }
 
 TEST_F(ServeTest, BadArgumentsExitWith2AndNameTheOption) {

@@ -168,14 +168,12 @@ TEST_F(UrlSessionTest, ShuttingDownCompletesTransfersInFlightWithAnError) {
   release->set_value();
 }
 
-TEST(UrlSessionSimulatedTest, RunUntilIdleWaitsForTheRequestInFlight) {
-  HttpsServer server;
-  server.start();
-  server.delayReplies(200ms);
+TEST_F(UrlSessionTest, ASimulationRunUntilIdleWaitsForTheRequestInFlight) {
+  server_.delayReplies(200ms);
   auto sim = SimPlatform::create();
-  sim->setTrustedCertificatesFile(server.caFile());
+  sim->setTrustedCertificatesFile(server_.caFile());
   std::optional<UrlResponse> received;
-  sim->dataTask({server.url("/up/game.evt"), "PUT", {}, "GEV\n1\n"}, [&](UrlResponse r) { received = std::move(r); });
+  sim->dataTask({server_.url("/up/game.evt"), "PUT", {}, "GEV\n1\n"}, [&](UrlResponse r) { received = std::move(r); });
   sim->runUntilIdle();
   ASSERT_TRUE(received.has_value());
   EXPECT_FALSE(received->error) << *received->error;

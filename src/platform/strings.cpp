@@ -24,27 +24,45 @@ int hexValue(char c) {
 
 }  // namespace
 
+std::size_t decodeUtf8(std::string_view text, std::size_t i, char32_t& codePoint) {
+  const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(text[i + k]); };
+  const unsigned char lead = byte(0);
+  std::size_t length = 0;
+  char32_t minimum = 0;
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    length = 2;
+    minimum = 0x80;
+    codePoint = lead & 0x1F;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    minimum = 0x800;
+    codePoint = lead & 0x0F;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    length = 4;
+    minimum = 0x10000;
+    codePoint = lead & 0x07;
+  } else {
+    return 0;
+  }
+  if (i + length > text.size()) return 0;
+  for (std::size_t k = 1; k < length; ++k) {
+    if ((byte(k) & 0xC0) != 0x80) return 0;
+    codePoint = (codePoint << 6) | (byte(k) & 0x3F);
+  }
+  if (codePoint < minimum || codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF)) return 0;
+  return length;
+}
+
 bool isValidUtf8(std::string_view text) {
-  const auto* s = reinterpret_cast<const unsigned char*>(text.data());
-  const std::size_t n = text.size();
-  std::size_t i = 0;
-  while (i < n) {
-    const unsigned char lead = s[i];
-    if (lead < 0x80) {
+  for (std::size_t i = 0; i < text.size();) {
+    if (static_cast<unsigned char>(text[i]) < 0x80) {
       ++i;
       continue;
     }
-    const std::size_t len = sequenceLength(lead);
-    if (len == 0 || i + len > n) return false;
-    for (std::size_t k = 1; k < len; ++k) {
-      if ((s[i + k] & 0xC0) != 0x80) return false;
-    }
-    // Overlong three- and four-byte forms, surrogates, and code points past U+10FFFF.
-    if (lead == 0xE0 && s[i + 1] < 0xA0) return false;
-    if (lead == 0xED && s[i + 1] > 0x9F) return false;
-    if (lead == 0xF0 && s[i + 1] < 0x90) return false;
-    if (lead == 0xF4 && s[i + 1] > 0x8F) return false;
-    i += len;
+    char32_t codePoint = 0;
+    const std::size_t length = decodeUtf8(text, i, codePoint);
+    if (length == 0) return false;
+    i += length;
   }
   return true;
 }

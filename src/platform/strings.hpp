@@ -14,6 +14,11 @@ namespace tavrel {
 
 TAVREL_EXPORT bool isValidUtf8(std::string_view text);
 
+// Decodes the multi-byte UTF-8 sequence at text[i] into codePoint and returns its length, or 0
+// when no valid sequence starts there (ASCII, a stray continuation byte, a cut-off, overlong or
+// surrogate form, a code point past U+10FFFF).
+TAVREL_EXPORT std::size_t decodeUtf8(std::string_view text, std::size_t i, char32_t& codePoint);
+
 // Length in UTF-16 code units (NSString length). Text must be valid UTF-8.
 TAVREL_EXPORT std::size_t utf16Length(std::string_view utf8);
 

@@ -1,5 +1,7 @@
 #include "recording/event_format.hpp"
 
+#include "platform/strings.hpp"
+
 #include <charconv>
 
 namespace tavrel {
@@ -22,37 +24,6 @@ void appendCodePointEscape(std::string& out, char32_t codePoint) {
   } else {
     appendUnitEscape(out, codePoint);
   }
-}
-
-// Decodes the UTF-8 sequence at text[i]; returns its length, or 0 when no valid sequence starts
-// there (a stray continuation byte, a cut-off, overlong or surrogate form, past U+10FFFF).
-std::size_t decodeUtf8(std::string_view text, std::size_t i, char32_t& codePoint) {
-  const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(text[i + k]); };
-  const unsigned char lead = byte(0);
-  std::size_t length = 0;
-  char32_t minimum = 0;
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    length = 2;
-    minimum = 0x80;
-    codePoint = lead & 0x1F;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    length = 3;
-    minimum = 0x800;
-    codePoint = lead & 0x0F;
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    length = 4;
-    minimum = 0x10000;
-    codePoint = lead & 0x07;
-  } else {
-    return 0;
-  }
-  if (i + length > text.size()) return 0;
-  for (std::size_t k = 1; k < length; ++k) {
-    if ((byte(k) & 0xC0) != 0x80) return 0;
-    codePoint = (codePoint << 6) | (byte(k) & 0x3F);
-  }
-  if (codePoint < minimum || codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF)) return 0;
-  return length;
 }
 
 void appendAsciiText(std::string& out, const std::optional<std::string>& text) {

@@ -1,7 +1,5 @@
 #include "platform/sim_platform.hpp"
 
-#include "platform/date_format.hpp"
-
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
@@ -353,10 +351,6 @@ void SimPlatform::networkActivityEnded() {
 void SimPlatform::onLog(std::string_view message) {
   std::lock_guard lock(state_->mutex);
   state_->log.emplace_back(message);
-}
-
-std::string SimPlatform::formatLogLine(std::string_view message) {
-  return logLinePrefix(timeIntervalSince1970()) + std::string(message);
 }
 
 }  // namespace tavrel

@@ -79,7 +79,6 @@ class TAVREL_EXPORT SimPlatform final : public Platform {
   void networkActivityBegan() override;
   void networkActivityEnded() override;
   void onLog(std::string_view message) override;
-  std::string formatLogLine(std::string_view message) override;
 
  public:
   struct State;  // shared with the seam threads and queues

@@ -9,15 +9,21 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace tavrel {
 
+class OverlayView;
+class UIViewController;
+
 // The game's one entry point, a process-wide singleton that is never destroyed.
-// Thread use: setAuthToken, processUrlRequest, validate, emitGameEvent and emitInputEvent may be
-// called from any thread; getTimestamp, getUserId and sharedInstance too.
+// Thread use: setAuthToken, processUrlRequest, validate, emitGameEvent, emitInputEvent,
+// showLoginPage, dismissLoginPage, terminate and terminateWithPopup may be called from any
+// thread; getTimestamp, getUserId and sharedInstance too. The overlay's operations and
+// isLoginPageVisible touch views: main thread only.
 class TAVREL_EXPORT TavrelSDK {
  public:
   static TavrelSDK& sharedInstance();
@@ -43,8 +49,36 @@ class TAVREL_EXPORT TavrelSDK {
   // key or value fails the second decoding (processUrlRequest ignores such a URL).
   static std::map<std::string, std::string> parseQueryString(const std::optional<std::string>& query);
 
+  // --- Overlay -----------------------------------------------------------------------------------
+  // Stores the controller that hosts the overlay and presents the login page; null takes the
+  // application's root view controller (shared application, delegate, window). Returns it.
+  std::shared_ptr<UIViewController> setViewController(std::shared_ptr<UIViewController> viewController);
+  // Makes the one overlay over the controller's view; a second call changes nothing.
+  void showOverlay(std::shared_ptr<UIViewController> viewController);
+  // setAuthToken, then showOverlay; a second call changes nothing, not even the token.
+  void initialiseOverlay(std::shared_ptr<UIViewController> viewController, const std::optional<std::string>& token);
+  // Switch the overlay's touch marks and watermark on; before the overlay exists, nothing.
+  void showTouches();
+  void showWatermark();
+
+  std::shared_ptr<OverlayView> overlayView() const { return _overlayView; }
+  void setOverlayView(std::shared_ptr<OverlayView> overlayView) { _overlayView = std::move(overlayView); }
+  std::shared_ptr<UIViewController> parentViewController() const { return _parentViewController; }
+  void setParentViewController(std::shared_ptr<UIViewController> controller) { _parentViewController = std::move(controller); }
+  std::shared_ptr<Timer> timer() const { return _timer; }
+  void setTimer(std::shared_ptr<Timer> timer) { _timer = std::move(timer); }
+
   // --- Validation --------------------------------------------------------------------------------
+  // Asks the service about the token. A yes dismisses any login page and calls the completion
+  // with true on the URL session's queue; anything else brings the login page.
   void validate(Completion completion);
+  // Presents a login page over the parent controller, on the main queue. After an accepted
+  // login it starts the 600-second re-login timer and calls the completion with true.
+  void showLoginPage(Completion completion);
+  // Takes a visible login page away without animation, on the main queue.
+  void dismissLoginPage();
+  bool isLoginPageVisible();
+  void timerFired(Timer* timer);
 
   // --- Recording -------------------------------------------------------------------------------
   void initialiseEventsWithGameEventUrl(const std::optional<std::string>& gameEventUrl,
@@ -63,9 +97,16 @@ class TAVREL_EXPORT TavrelSDK {
   // --- Ending ----------------------------------------------------------------------------------
   // exit(255), at once.
   void terminate();
+  // An alert over the parent controller whose one "OK" button ends the process.
+  void terminateWithPopup();
 
  private:
   TavrelSDK() = default;
+
+  // Main thread only.
+  std::shared_ptr<OverlayView> _overlayView;
+  std::shared_ptr<UIViewController> _parentViewController;
+  std::shared_ptr<Timer> _timer;
 };
 
 }  // namespace tavrel

@@ -1,0 +1,118 @@
+#pragma once
+
+// The toolkit's one contact with the outside: the screen, frames out, input in.
+//
+// A host says how big the screen is and at what scale it is drawn, and shows the frames the
+// toolkit renders. The headless host (the default, and the simulation's) keeps frames in
+// memory and renders them on demand; hosts/sdl2 shows them in a window. Input from tests, the
+// tavrel tool and a windowed host goes through the same members of UIHost.
+//
+// Thread safety: main thread only.
+
+#include <tavrel_sdk/export.hpp>
+#include <tavrel_sdk/ui/geometry.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tavrel {
+
+// A rectangle of whole pixels.
+struct PixelRect {
+  int x = 0;
+  int y = 0;
+  int width = 0;
+  int height = 0;
+  bool operator==(const PixelRect&) const = default;
+};
+
+// A rendered frame: premultiplied ARGB32 pixels in native byte order (Cairo's
+// CAIRO_FORMAT_ARGB32), the screen's size times its scale.
+struct UIFrame {
+  const std::uint32_t* pixels = nullptr;
+  int width = 0;
+  int height = 0;
+  int stride = 0;  // in bytes
+  double scale = 1.0;
+  // What was drawn again for this frame, in pixels; the whole frame for the first one.
+  std::vector<PixelRect> damage;
+};
+
+// A finger at a point of the screen, in points. `id` is the host's name for the finger and
+// stays the same from down to up.
+struct Finger {
+  int id = 0;
+  CGPoint location;
+};
+
+class TAVREL_EXPORT UIHost {
+ public:
+  virtual ~UIHost();
+
+  // The installed host; a headless 390 × 844 screen at scale 3 when none was installed.
+  static UIHost& current();
+  // Replaces the host. Call at start-up, on the main thread, before any view is made.
+  static void install(std::shared_ptr<UIHost> host);
+
+  // --- The screen -------------------------------------------------------------------------
+  virtual CGSize screenSize() const = 0;  // points
+  virtual double screenScale() const = 0;
+
+  // --- Frames out -------------------------------------------------------------------------
+  // Draws what changed in the key window's tree (presented controllers and alerts included)
+  // since the last frame, hands the frame to presentFrame() and returns it. The pixels stay
+  // valid until the next render.
+  const UIFrame& renderFrame();
+  // Renders, then writes the whole frame as a PNG (colour type 6). False on failure.
+  bool writePNG(const std::string& path);
+
+  // --- Input in ---------------------------------------------------------------------------
+  // Fingers down, moved, up or cancelled; several fingers in one call arrive as one set of
+  // touches. Each returns whether the toolkit's own views took the touches: true when they
+  // landed on a presented controller (a page or an alert), so a host game that draws for
+  // itself should ignore them.
+  bool fingersDown(const std::vector<Finger>& fingers);
+  bool fingersMoved(const std::vector<Finger>& fingers);
+  bool fingersUp(const std::vector<Finger>& fingers);
+  bool fingersCancelled(const std::vector<Finger>& fingers);
+  // Keyboard input for the first responder; false when nothing has the focus.
+  bool typeText(std::string_view utf8);
+  bool pressReturn();
+  bool pressBackspace();
+  // For scripts: a tap (down and up) at the centre of the frontmost visible element that
+  // shows `text` as a button title, label text, field text or placeholder, or alert button.
+  // False when none shows it.
+  bool tapElement(std::string_view text);
+  // Whether a presented controller covers the game now.
+  bool isCovered() const;
+
+ protected:
+  UIHost();
+  // A windowed host shows the frame; the headless host keeps it.
+  virtual void presentFrame(const UIFrame& /*frame*/) {}
+
+ private:
+  struct Renderer;
+  std::unique_ptr<Renderer> renderer_;
+};
+
+class TAVREL_EXPORT HeadlessHost final : public UIHost {
+ public:
+  HeadlessHost(CGSize screenSize, double scale);
+  CGSize screenSize() const override { return screenSize_; }
+  double screenScale() const override { return scale_; }
+
+ private:
+  CGSize screenSize_;
+  double scale_;
+};
+
+// The key window's tree as JSON text, the way the platform's view debugger shows it: the
+// window, its root view controller, each controller's view (null while not loaded) and
+// presented controller, each view with its subviews back to front. "null" without a key window.
+TAVREL_EXPORT std::string dumpViewTree();
+
+}  // namespace tavrel

@@ -1,0 +1,116 @@
+#pragma once
+
+// UIViewController with modal presentation, and UIAlertController.
+//
+// The view is made on first use: loadView(), then viewDidLoad(). Presenting covers the
+// presenter's screen with the presented controller's view; touches cannot reach what a
+// presented controller covers. A controller presents at most one other: a further
+// presentation is refused with the platform's warning in the log and not shown.
+// Animated transitions take the platform's time (a slide from below for a full-screen page,
+// a fade for an alert), so virtual time drives them in the simulation: presentedViewController
+// is set when a presentation starts and cleared when its dismissal ends, and completions run
+// when the transition ends.
+//
+// Thread safety: main thread only.
+
+#include <tavrel_sdk/export.hpp>
+#include <tavrel_sdk/platform.hpp>
+#include <tavrel_sdk/ui/responder.hpp>
+#include <tavrel_sdk/ui/view.hpp>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tavrel {
+
+enum class UIModalPresentationStyle { FullScreen = 0, OverFullScreen = 5 };
+
+// Durations of the animated transitions, in seconds of the platform's clock.
+inline constexpr double kPageTransitionDuration = 0.4;   // a full-screen page slides
+inline constexpr double kAlertTransitionDuration = 0.3;  // an alert fades
+
+class TAVREL_EXPORT UIViewController : public UIResponder {
+ public:
+  UIViewController();
+  ~UIViewController() override;
+
+  // Loads the view on first use.
+  std::shared_ptr<UIView> view();
+  bool isViewLoaded() const { return view_ != nullptr; }
+  void setView(std::shared_ptr<UIView> view);
+  // Makes a plain view with the main screen's bounds; a subclass may make its own instead.
+  virtual void loadView();
+  virtual void viewDidLoad() {}
+
+  UIModalPresentationStyle modalPresentationStyle() const { return modalPresentationStyle_; }
+  void setModalPresentationStyle(UIModalPresentationStyle style) { modalPresentationStyle_ = style; }
+
+  void presentViewController(std::shared_ptr<UIViewController> viewController, bool animated,
+                             std::function<void()> completion);
+  // On a presenter: dismisses what it presents. On a presented controller that presents
+  // nothing: forwarded to its presenter.
+  void dismissViewControllerAnimated(bool animated, std::function<void()> completion);
+  std::shared_ptr<UIViewController> presentedViewController() const { return presented_; }
+  std::shared_ptr<UIViewController> presentingViewController() const { return presenting_.lock(); }
+  bool isBeingPresented() const;
+  bool isBeingDismissed() const;
+
+  // The presenter while presented; else the superview of the view.
+  UIResponder* nextResponder() const override;
+
+ private:
+  std::shared_ptr<UIView> view_;
+  UIModalPresentationStyle modalPresentationStyle_ = UIModalPresentationStyle::FullScreen;
+  std::shared_ptr<UIViewController> presented_;
+  std::weak_ptr<UIViewController> presenting_;
+  struct Transition;
+  std::shared_ptr<Transition> transition_;  // the presented controller's transition under way
+};
+
+enum class UIAlertControllerStyle { ActionSheet = 0, Alert = 1 };
+enum class UIAlertActionStyle { Default = 0, Cancel = 1, Destructive = 2 };
+
+class TAVREL_EXPORT UIAlertAction {
+ public:
+  using Handler = std::function<void(UIAlertAction* action)>;
+  UIAlertAction(std::optional<std::string> title, UIAlertActionStyle style, Handler handler);
+  static std::shared_ptr<UIAlertAction> actionWithTitle(std::optional<std::string> title, UIAlertActionStyle style,
+                                                        Handler handler);
+  const std::optional<std::string>& title() const { return title_; }
+  UIAlertActionStyle style() const { return style_; }
+  const Handler& handler() const { return handler_; }
+
+ private:
+  std::optional<std::string> title_;
+  UIAlertActionStyle style_;
+  Handler handler_;
+};
+
+// Drawn as the platform's centred alert box over a dimmed screen. A tap on a button dismisses
+// the alert and then runs that action's handler on the main thread.
+class TAVREL_EXPORT UIAlertController : public UIViewController {
+ public:
+  UIAlertController(std::optional<std::string> title, std::optional<std::string> message,
+                    UIAlertControllerStyle preferredStyle);
+  static std::shared_ptr<UIAlertController> alertControllerWithTitle(std::optional<std::string> title,
+                                                                     std::optional<std::string> message,
+                                                                     UIAlertControllerStyle preferredStyle);
+  void addAction(std::shared_ptr<UIAlertAction> action);
+  const std::vector<std::shared_ptr<UIAlertAction>>& actions() const { return actions_; }
+  const std::optional<std::string>& title() const { return title_; }
+  const std::optional<std::string>& message() const { return message_; }
+  UIAlertControllerStyle preferredStyle() const { return preferredStyle_; }
+
+  void loadView() override;
+
+ private:
+  std::optional<std::string> title_;
+  std::optional<std::string> message_;
+  UIAlertControllerStyle preferredStyle_;
+  std::vector<std::shared_ptr<UIAlertAction>> actions_;
+};
+
+}  // namespace tavrel

@@ -1,1 +1,0 @@
-// The login component; its code arrives with its own change.

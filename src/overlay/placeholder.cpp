@@ -1,1 +1,0 @@
-// The overlay component; its code arrives with its own change.

@@ -19,5 +19,10 @@ void addWatermarkCommand(CLI::App& app, int& exitStatus);
 void addInspectCommand(CLI::App& app, int& exitStatus);
 void addDemoCommand(CLI::App& app, int& exitStatus);
 void addServeCommand(CLI::App& app, int& exitStatus);
+// `tavrel render`: pictures of what a player sees. Each of its verbs lives in a file of its own.
+void addRenderCommand(CLI::App& app, int& exitStatus);
+void addRenderGalleryCommand(CLI::App& render, int& exitStatus);
+void addRenderOverlayCommand(CLI::App& render, int& exitStatus);
+void addRenderLoginCommand(CLI::App& render, int& exitStatus);
 
 }  // namespace tavrel::cli

@@ -18,6 +18,7 @@ int main(int argc, char** argv) {
   tavrel::cli::addInspectCommand(app, exitStatus);
   tavrel::cli::addDemoCommand(app, exitStatus);
   tavrel::cli::addServeCommand(app, exitStatus);
+  tavrel::cli::addRenderCommand(app, exitStatus);
 
   try {
     app.parse(argc, argv);

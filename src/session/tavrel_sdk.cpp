@@ -28,6 +28,4 @@ std::string TavrelSDK::getUserId() {
   return userId ? *userId : "(null)";
 }
 
-void TavrelSDK::terminate() { Platform::current().exit(255); }
-
 }  // namespace tavrel

@@ -36,6 +36,11 @@ void resetSessionGlobals() {
   _hasUpdatedInputEvents = false;
   _inputEventUrl.set(std::nullopt);
   _validationCallback.set(nullptr);
+  // The singleton's own fields belong to the session too.
+  auto& sdk = TavrelSDK::sharedInstance();
+  sdk.setOverlayView(nullptr);
+  sdk.setParentViewController(nullptr);
+  sdk.setTimer(nullptr);
 }
 
 std::string readFile(const std::string& path) {

@@ -27,7 +27,8 @@ class TemporaryDirectory {
   std::string path_;
 };
 
-// Puts the sixteen session globals back to their values at load.
+// Puts the sixteen session globals, and the singleton's overlay, parent controller and timer,
+// back to their values at load.
 void resetSessionGlobals();
 
 // Reads a whole file; fails the test when it cannot.

@@ -1,0 +1,27 @@
+#include "support/game_screen.hpp"
+
+namespace tavrel::testing {
+
+void SimulatedGame::SetUp() {
+  SimulatedSession::SetUp();
+  useScreen({390, 844});
+}
+
+void SimulatedGame::useScreen(CGSize size, double scale) {
+  if (auto* responder = UIResponder::currentFirstResponder()) responder->resignFirstResponder();
+  UIHost::install(std::make_shared<HeadlessHost>(size, scale));
+  window_ = std::make_shared<UIWindow>();
+  game_ = std::make_shared<UIViewController>();
+  window_->setRootViewController(game_);
+  window_->makeKeyAndVisible();
+}
+
+void SimulatedGame::TearDown() {
+  if (auto* responder = UIResponder::currentFirstResponder()) responder->resignFirstResponder();
+  game_.reset();
+  window_.reset();
+  // Views made by the test are gone before the platform their timers ran on.
+  SimulatedSession::TearDown();
+}
+
+}  // namespace tavrel::testing

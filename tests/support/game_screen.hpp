@@ -1,0 +1,29 @@
+#pragma once
+
+// Test support: a simulated session with a screen, drawn headless, and a game on it: a key
+// window whose root view controller stands for the game's.
+
+#include <tavrel_sdk/ui.hpp>
+
+#include "support/sandbox.hpp"
+
+#include <memory>
+
+namespace tavrel::testing {
+
+class SimulatedGame : public SimulatedSession {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  // A new screen and a new game on it; the default is 390 × 844 points at scale 1.
+  void useScreen(CGSize size, double scale = 1.0);
+  UIHost& host() { return UIHost::current(); }
+  const std::shared_ptr<UIWindow>& window() const { return window_; }
+  const std::shared_ptr<UIViewController>& game() const { return game_; }
+
+ private:
+  std::shared_ptr<UIWindow> window_;
+  std::shared_ptr<UIViewController> game_;
+};
+
+}  // namespace tavrel::testing

@@ -6,6 +6,9 @@ find_package(OpenSSL REQUIRED)
 find_package(nlohmann_json 3.11 CONFIG REQUIRED)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 pkg_check_modules(PANGOCAIRO REQUIRED IMPORTED_TARGET pangocairo cairo)
+# The toolkit loads its font file through a private fontconfig set given to Pango's fc font map.
+pkg_check_modules(FONTCONFIG REQUIRED IMPORTED_TARGET pangoft2 fontconfig)
+find_package(PNG REQUIRED)
 
 if(TAVREL_BUILD_TOOLS OR TAVREL_BUILD_TESTS)
   find_package(CLI11 CONFIG REQUIRED)

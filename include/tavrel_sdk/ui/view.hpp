@@ -11,6 +11,7 @@
 #include <tavrel_sdk/ui/geometry.hpp>
 #include <tavrel_sdk/ui/responder.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -80,13 +81,20 @@ class TAVREL_EXPORT UIView : public UIResponder {
   UIView* superview() const { return superview_; }
   // Back to front.
   const std::vector<std::shared_ptr<UIView>>& subviews() const { return subviews_; }
-  // Takes the view from its old superview, if any, and puts it in front of its new siblings.
+  // Takes the view from its old superview, if any, and puts it in front of its new siblings;
+  // a view that is already a subview comes to the front. A view cannot take itself or an
+  // ancestor: such a call changes nothing.
   void addSubview(std::shared_ptr<UIView> view);
+  // The same at `index` among the subviews (0 is the back); past the end means the front.
+  void insertSubview(std::shared_ptr<UIView> view, std::size_t index);
   void removeFromSuperview();
   UIWindow* window() const;
   bool isDescendantOfView(const UIView* view) const;
   // The controller whose root view this is; null for any other view.
   UIViewController* viewController() const { return viewController_; }
+
+  // Lays out the subviews after the view's size changed; nothing by default.
+  virtual void layoutSubviews() {}
 
   // Between this view's coordinates and `view`'s; a null view means the window's.
   CGPoint convertPointToView(CGPoint point, const UIView* view) const;
@@ -119,6 +127,8 @@ class TAVREL_EXPORT UIView : public UIResponder {
   friend class UIViewController;
   friend class UIWindow;
   void setWindowForTree(UIWindow* window);
+  CGPoint pointToSuperview(CGPoint point) const;
+  CGPoint pointFromSuperview(CGPoint point) const;
 
   CGRect bounds_;
   CGPoint center_;

@@ -1,29 +1,46 @@
 #include <tavrel_sdk/ui/font.hpp>
 
+#include "ui/text_layout.hpp"
+
 namespace tavrel {
 
-UIFont::UIFont(std::string familyName, double pointSize, bool monospacedDigits)
-    : familyName_(std::move(familyName)), pointSize_(pointSize), monospacedDigits_(monospacedDigits) {}
+namespace {
+constexpr const char* kSystemFamily = "DejaVu Sans";
+// What the platform measures attributed text with when no font is given.
+constexpr double kDefaultAttributedFontSize = 12.0;
+}  // namespace
+
+UIFont::UIFont(std::string familyName, double pointSize, bool monospacedDigits, double weight)
+    : familyName_(std::move(familyName)), pointSize_(pointSize), monospacedDigits_(monospacedDigits), weight_(weight) {}
 
 std::shared_ptr<UIFont> UIFont::systemFontOfSize(double fontSize) {
-  return std::make_shared<UIFont>("DejaVu Sans", fontSize, false);
+  return systemFontOfSize(fontSize, UIFontWeightRegular);
 }
 
-std::shared_ptr<UIFont> UIFont::monospacedDigitSystemFontOfSize(double fontSize, double /*weight*/) {
-  return std::make_shared<UIFont>("DejaVu Sans", fontSize, true);
+std::shared_ptr<UIFont> UIFont::systemFontOfSize(double fontSize, double weight) {
+  return std::make_shared<UIFont>(kSystemFamily, fontSize, false, weight);
+}
+
+std::shared_ptr<UIFont> UIFont::boldSystemFontOfSize(double fontSize) {
+  return systemFontOfSize(fontSize, UIFontWeightBold);
+}
+
+std::shared_ptr<UIFont> UIFont::monospacedDigitSystemFontOfSize(double fontSize, double weight) {
+  return std::make_shared<UIFont>(kSystemFamily, fontSize, true, weight);
 }
 
 std::shared_ptr<UIFont> UIFont::fontWithSize(double fontSize) const {
-  return std::make_shared<UIFont>(familyName_, fontSize, monospacedDigits_);
+  return std::make_shared<UIFont>(familyName_, fontSize, monospacedDigits_, weight_);
 }
 
-double UIFont::ascender() const { return pointSize_ * 0.928; }
-double UIFont::descender() const { return -pointSize_ * 0.236; }
+double UIFont::ascender() const { return text::metrics(*this).ascent; }
+double UIFont::descender() const { return -text::metrics(*this).descent; }
 double UIFont::lineHeight() const { return ascender() - descender(); }
 
 CGSize sizeWithAttributes(std::string_view text, const TextAttributes& attributes) {
-  double size = attributes.font ? attributes.font->pointSize() : 12.0;
-  return {0.6 * size * static_cast<double>(text.size()), size * 1.164};
+  if (attributes.font) return text::measure(*attributes.font, text);
+  static const UIFont defaultFont(kSystemFamily, kDefaultAttributedFontSize, false);
+  return text::measure(defaultFont, text);
 }
 
 }  // namespace tavrel

@@ -17,6 +17,8 @@
 namespace tavrel {
 
 inline constexpr double UIFontWeightRegular = 0.0;
+inline constexpr double UIFontWeightSemibold = 0.3;
+inline constexpr double UIFontWeightBold = 0.4;
 
 // The platform's default sizes.
 inline constexpr double kLabelFontSize = 17.0;        // labels and text fields
@@ -24,9 +26,12 @@ inline constexpr double kButtonTitleFontSize = 15.0;  // button titles
 
 class TAVREL_EXPORT UIFont {
  public:
-  UIFont(std::string familyName, double pointSize, bool monospacedDigits);
+  // A weight from UIFontWeightSemibold up draws DejaVu Sans Bold; below it, the regular face.
+  UIFont(std::string familyName, double pointSize, bool monospacedDigits, double weight = UIFontWeightRegular);
 
   static std::shared_ptr<UIFont> systemFontOfSize(double fontSize);
+  static std::shared_ptr<UIFont> systemFontOfSize(double fontSize, double weight);
+  static std::shared_ptr<UIFont> boldSystemFontOfSize(double fontSize);
   // All digits one width (DejaVu Sans digits already are; the flag is kept for the tree dump).
   static std::shared_ptr<UIFont> monospacedDigitSystemFontOfSize(double fontSize, double weight);
   std::shared_ptr<UIFont> fontWithSize(double fontSize) const;
@@ -34,6 +39,8 @@ class TAVREL_EXPORT UIFont {
   const std::string& familyName() const { return familyName_; }
   double pointSize() const { return pointSize_; }
   bool monospacedDigits() const { return monospacedDigits_; }
+  double weight() const { return weight_; }
+  bool isBold() const { return weight_ >= UIFontWeightSemibold; }
   // Line metrics in points, as drawn.
   double ascender() const;
   double descender() const;  // negative, as the platform's
@@ -43,6 +50,7 @@ class TAVREL_EXPORT UIFont {
   std::string familyName_;
   double pointSize_;
   bool monospacedDigits_;
+  double weight_;
 };
 
 // The attributes sizeWithAttributes: reads (NSFontAttributeName, NSForegroundColorAttributeName).

@@ -1,0 +1,138 @@
+#include "ui/text_layout.hpp"
+
+#include "ui/cairo_support.hpp"
+
+#include <fontconfig/fontconfig.h>
+#include <pango/pangofc-fontmap.h>
+
+#include <cmath>
+#include <map>
+#include <memory>
+#include <string>
+#include <tuple>
+
+namespace tavrel::text {
+
+namespace {
+
+constexpr const char* kFontFiles[] = {
+    "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
+    "/usr/share/fonts/truetype/dejavu/DejaVuSans-Bold.ttf",
+};
+
+struct FontEntry {
+  PangoFontDescription* description;
+  std::optional<Metrics> metrics;
+};
+
+// Lives for the process: Pango's objects are cheap to keep and costly to make again.
+struct TextSystem {
+  PangoFontMap* fontMap = nullptr;
+  PangoContext* context = nullptr;
+  PangoLayout* measuring = nullptr;
+  PangoLayout* drawing = nullptr;
+  std::map<std::tuple<std::string, double, bool>, FontEntry> fonts;
+
+  TextSystem() {
+    // Only our files, whatever fontconfig would otherwise pick for "sans" on this machine.
+    FcConfig* config = FcConfigCreate();
+    for (const char* file : kFontFiles) FcConfigAppFontAddFile(config, reinterpret_cast<const FcChar8*>(file));
+    fontMap = pango_cairo_font_map_new();
+    pango_fc_font_map_set_config(PANGO_FC_FONT_MAP(fontMap), config);
+    FcConfigDestroy(config);
+    context = pango_font_map_create_context(fontMap);
+
+    cairo_font_options_t* options = cairo_font_options_create();
+    cairo_font_options_set_hint_style(options, CAIRO_HINT_STYLE_NONE);
+    cairo_font_options_set_hint_metrics(options, CAIRO_HINT_METRICS_OFF);
+    cairo_font_options_set_antialias(options, CAIRO_ANTIALIAS_GRAY);
+    pango_cairo_context_set_font_options(context, options);
+    cairo_font_options_destroy(options);
+    // Whole-pixel glyph positions would make widths stop scaling with the size.
+    pango_context_set_round_glyph_positions(context, FALSE);
+    pango_cairo_context_set_resolution(context, 72.0);
+
+    measuring = pango_layout_new(context);
+    drawing = pango_layout_new(context);
+  }
+
+  FontEntry& entry(const UIFont& font) {
+    auto key = std::make_tuple(font.familyName(), font.pointSize(), font.isBold());
+    auto found = fonts.find(key);
+    if (found != fonts.end()) return found->second;
+    PangoFontDescription* description = pango_font_description_new();
+    pango_font_description_set_family(description, "DejaVu Sans");
+    pango_font_description_set_weight(description, font.isBold() ? PANGO_WEIGHT_BOLD : PANGO_WEIGHT_NORMAL);
+    pango_font_description_set_absolute_size(description, font.pointSize() * PANGO_SCALE);
+    return fonts.emplace(key, FontEntry{description, std::nullopt}).first->second;
+  }
+};
+
+TextSystem& system() {
+  static TextSystem* instance = new TextSystem();  // never destroyed: fontconfig outlives exit
+  return *instance;
+}
+
+double fromPango(int units) { return static_cast<double>(units) / PANGO_SCALE; }
+int toPango(double points) { return static_cast<int>(std::lround(points * PANGO_SCALE)); }
+
+}  // namespace
+
+PangoContext* context() { return system().context; }
+
+PangoLayout* measuringLayout(const UIFont& font, std::string_view text) {
+  TextSystem& s = system();
+  pango_layout_set_font_description(s.measuring, s.entry(font).description);
+  pango_layout_set_text(s.measuring, text.data(), static_cast<int>(text.size()));
+  return s.measuring;
+}
+
+CGSize measure(const UIFont& font, std::string_view text) {
+  PangoRectangle logical;
+  pango_layout_get_extents(measuringLayout(font, text), nullptr, &logical);
+  return {fromPango(logical.width), fromPango(logical.height)};
+}
+
+Metrics metrics(const UIFont& font) {
+  TextSystem& s = system();
+  FontEntry& entry = s.entry(font);
+  if (!entry.metrics) {
+    PangoFontMetrics* m = pango_context_get_metrics(s.context, entry.description, nullptr);
+    entry.metrics = Metrics{fromPango(pango_font_metrics_get_ascent(m)), fromPango(pango_font_metrics_get_descent(m))};
+    pango_font_metrics_unref(m);
+  }
+  return *entry.metrics;
+}
+
+void drawText(cairo_t* cr, std::string_view text, const UIFont& font, const UIColor& color, CGRect box,
+              const LineStyle& style) {
+  if (text.empty()) return;
+  TextSystem& s = system();
+  PangoLayout* layout = s.drawing;
+  pango_layout_set_font_description(layout, s.entry(font).description);
+  pango_layout_set_text(layout, text.data(), static_cast<int>(text.size()));
+  const bool limited = style.truncateTail || style.numberOfLines != 1;
+  pango_layout_set_width(layout, limited ? toPango(box.size.width) : -1);
+  pango_layout_set_ellipsize(layout, style.truncateTail ? PANGO_ELLIPSIZE_END : PANGO_ELLIPSIZE_NONE);
+  pango_layout_set_wrap(layout, PANGO_WRAP_WORD);
+  // A negative height counts lines: wrap into that many, the last one truncated.
+  pango_layout_set_height(layout, style.numberOfLines == 1 ? 0 : (style.numberOfLines > 1 ? -style.numberOfLines : -1));
+  pango_layout_set_alignment(layout, style.alignment == NSTextAlignment::Center  ? PANGO_ALIGN_CENTER
+                                     : style.alignment == NSTextAlignment::Right ? PANGO_ALIGN_RIGHT
+                                                                                 : PANGO_ALIGN_LEFT);
+  PangoRectangle logical;
+  pango_layout_get_extents(layout, nullptr, &logical);
+  double x = box.minX();
+  if (!limited) {
+    // Without a width Pango does not align: place the line ourselves.
+    const double free = box.size.width - fromPango(logical.width);
+    if (style.alignment == NSTextAlignment::Center) x += free / 2.0;
+    if (style.alignment == NSTextAlignment::Right) x += free;
+  }
+  const double y = box.minY() + (box.size.height - fromPango(logical.height)) / 2.0;
+  setSourceColor(cr, color.CGColor());
+  cairo_move_to(cr, x, y);
+  pango_cairo_show_layout(cr, layout);
+}
+
+}  // namespace tavrel::text

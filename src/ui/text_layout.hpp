@@ -1,0 +1,46 @@
+#pragma once
+
+// The toolkit's one Pango set-up: a font map that knows only the DejaVu files, one context
+// with unhinted metrics, font descriptions per size and reusable layouts. Measuring and
+// drawing share it, so a text is drawn exactly as wide as it was measured.
+//
+// Thread safety: main thread only.
+
+#include <tavrel_sdk/ui/controls.hpp>
+#include <tavrel_sdk/ui/font.hpp>
+
+#include <pango/pangocairo.h>
+
+#include <string_view>
+
+namespace tavrel::text {
+
+// The shared context: unhinted, absolute sizes (one point is one Pango pixel at scale 1).
+PangoContext* context();
+
+// The shared layout holding `text` in `font` on one line, with no width limit. Valid until
+// the next call of any function here.
+PangoLayout* measuringLayout(const UIFont& font, std::string_view text);
+
+// The logical size of one line of `text` in `font`, in points, with fractions.
+CGSize measure(const UIFont& font, std::string_view text);
+
+struct Metrics {
+  double ascent;
+  double descent;  // positive, below the baseline
+};
+Metrics metrics(const UIFont& font);
+
+// How a line sits in its box.
+struct LineStyle {
+  NSTextAlignment alignment = NSTextAlignment::Left;
+  bool truncateTail = true;  // "…" when the text is wider than the box
+  // Lines to wrap into at word boundaries: 1 for a single line, 0 for as many as it takes.
+  int numberOfLines = 1;
+};
+
+// Draws `text` in `box` (points, the current user space), centred vertically, in `color`.
+void drawText(cairo_t* cr, std::string_view text, const UIFont& font, const UIColor& color, CGRect box,
+              const LineStyle& style);
+
+}  // namespace tavrel::text

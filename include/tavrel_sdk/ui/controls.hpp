@@ -84,7 +84,9 @@ class TAVREL_EXPORT UIControl : public UIView {
 
 enum class NSTextAlignment { Left = 0, Center = 1, Right = 2 };
 
-// One line of text: left aligned, centred vertically, truncated at its tail with "…".
+// Text centred vertically, truncated at its tail with "…": one line by default; with
+// numberOfLines other than 1, wrapped at word boundaries onto at most that many lines (0: as
+// many as the height holds).
 class TAVREL_EXPORT UILabel : public UIView {
  public:
   explicit UILabel(CGRect frame = CGRectZero);
@@ -102,6 +104,8 @@ class TAVREL_EXPORT UILabel : public UIView {
   void setAdjustsFontSizeToFitWidth(bool adjusts);
   double minimumScaleFactor() const { return minimumScaleFactor_; }
   void setMinimumScaleFactor(double factor);
+  int numberOfLines() const { return numberOfLines_; }
+  void setNumberOfLines(int lines);  // negative counts as 0
   // The font the text is drawn with, after any shrinking to fit.
   std::shared_ptr<UIFont> fontAsDrawn() const;
 
@@ -114,6 +118,7 @@ class TAVREL_EXPORT UILabel : public UIView {
   NSTextAlignment textAlignment_ = NSTextAlignment::Left;
   bool adjustsFontSizeToFitWidth_ = false;
   double minimumScaleFactor_ = 0.0;
+  int numberOfLines_ = 1;
 };
 
 class UITextField;
@@ -155,6 +160,8 @@ class TAVREL_EXPORT UITextField : public UIControl {
   std::string displayedText() const;
   // Whether the caret is drawn now (focused, in the visible half of its blink).
   bool isCaretVisible() const;
+  // Where the text goes within `bounds`: right of the left view while that is shown.
+  CGRect textRectForBounds(CGRect bounds) const;
 
   bool canBecomeFirstResponder() const override;
   bool becomeFirstResponder() override;
@@ -162,11 +169,15 @@ class TAVREL_EXPORT UITextField : public UIControl {
   void insertText(std::string_view text) override;  // "\n" is Return: asks the delegate
   void deleteBackward() override;
   void touchesEnded(const UITouchSet& touches, const UIEvent* event) override;
+  // Keeps the left view at the left edge, centred vertically, while its mode shows it.
+  void layoutSubviews() override;
 
   void drawRect(CGContextRef context, CGRect rect) override;
 
  private:
   void setCaretShown(bool shown);
+  bool isLeftViewShown() const;
+  void layoutLeftView();
 
   std::string text_;
   std::optional<std::string> placeholder_;

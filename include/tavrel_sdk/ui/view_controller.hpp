@@ -9,7 +9,9 @@
 // Animated transitions take the platform's time (a slide from below for a full-screen page,
 // a fade for an alert), so virtual time drives them in the simulation: presentedViewController
 // is set when a presentation starts and cleared when its dismissal ends, and completions run
-// when the transition ends.
+// when the transition ends (without animation: on the main loop, just after the call).
+// Controllers that present or are presented are owned by std::shared_ptr, and a presenter's
+// view must be in a window; otherwise the presentation is refused with the platform's warning.
 //
 // Thread safety: main thread only.
 
@@ -48,10 +50,15 @@ class TAVREL_EXPORT UIViewController : public UIResponder {
   UIModalPresentationStyle modalPresentationStyle() const { return modalPresentationStyle_; }
   void setModalPresentationStyle(UIModalPresentationStyle style) { modalPresentationStyle_ = style; }
 
+  // Adds the presented view to the presenter's window, in front of everything, with the
+  // screen's bounds. Refused (logged, not shown, completion not run) while this controller
+  // presents another, also during that one's dismissal.
   void presentViewController(std::shared_ptr<UIViewController> viewController, bool animated,
                              std::function<void()> completion);
-  // On a presenter: dismisses what it presents. On a presented controller that presents
-  // nothing: forwarded to its presenter.
+  // On a presenter: dismisses what it presents, and at once whatever that presents in turn.
+  // On a presented controller that presents nothing: forwarded to its presenter. A
+  // presentation still under way ends at once first; a second dismissal while one is under
+  // way is refused with the platform's warning.
   void dismissViewControllerAnimated(bool animated, std::function<void()> completion);
   std::shared_ptr<UIViewController> presentedViewController() const { return presented_; }
   std::shared_ptr<UIViewController> presentingViewController() const { return presenting_.lock(); }
@@ -62,11 +69,17 @@ class TAVREL_EXPORT UIViewController : public UIResponder {
   UIResponder* nextResponder() const override;
 
  private:
+  struct Transition;
+  void startTransition(std::shared_ptr<Transition> transition);
+  void stepTransition();
+  void endTransition();
+  // Takes down at once, with no transition or completion, what this controller presents.
+  void tearDownPresentations();
+
   std::shared_ptr<UIView> view_;
   UIModalPresentationStyle modalPresentationStyle_ = UIModalPresentationStyle::FullScreen;
   std::shared_ptr<UIViewController> presented_;
   std::weak_ptr<UIViewController> presenting_;
-  struct Transition;
   std::shared_ptr<Transition> transition_;  // the presented controller's transition under way
 };
 
@@ -89,8 +102,11 @@ class TAVREL_EXPORT UIAlertAction {
   Handler handler_;
 };
 
-// Drawn as the platform's centred alert box over a dimmed screen. A tap on a button dismisses
-// the alert and then runs that action's handler on the main thread.
+// Drawn as the platform's centred alert box over a dimmed screen; the dimmed screen takes
+// every touch, so the buttons are the only way out. A tap on a button starts the alert's
+// animated dismissal; the action's handler runs on the main thread when it has ended, so the
+// alert is no longer its presenter's presentedViewController. Actions are added before the
+// alert is presented. Both styles show as an alert.
 class TAVREL_EXPORT UIAlertController : public UIViewController {
  public:
   UIAlertController(std::optional<std::string> title, std::optional<std::string> message,
@@ -107,6 +123,8 @@ class TAVREL_EXPORT UIAlertController : public UIViewController {
   void loadView() override;
 
  private:
+  void actionTapped(const std::shared_ptr<UIAlertAction>& action);
+
   std::optional<std::string> title_;
   std::optional<std::string> message_;
   UIAlertControllerStyle preferredStyle_;

@@ -45,17 +45,20 @@ UIResponder* UIWindow::nextResponder() const { return &UIApplication::sharedAppl
 UIView* UIWindow::hitTest(CGPoint point, const UIEvent* event) {
   if (isHidden() || alpha() <= 0.01 || !isUserInteractionEnabled() || !pointInside(point, event)) return nullptr;
   // The frontmost presented controller takes every touch, also where its views take none.
-  for (auto it = subviews().rbegin(); it != subviews().rend(); ++it) {
-    const UIViewController* controller = (*it)->viewController();
-    if (controller && controller->presentingViewController()) {
-      return (*it)->hitTest((*it)->pointFromSuperview(point), event);
-    }
-  }
+  if (UIView* presented = topPresentedView()) return presented->hitTest(presented->pointFromSuperview(point), event);
   if (rootViewController_ && rootViewController_->isViewLoaded()) {
     const auto& view = rootViewController_->view();
     if (view->superview() == this) return view->hitTest(view->pointFromSuperview(point), event);
   }
   return UIView::hitTest(point, event);
+}
+
+UIView* UIWindow::topPresentedView() const {
+  for (auto it = subviews().rbegin(); it != subviews().rend(); ++it) {
+    const UIViewController* controller = (*it)->viewController();
+    if (controller && controller->presentingViewController()) return it->get();
+  }
+  return nullptr;
 }
 
 UIApplication& UIApplication::sharedApplication() {

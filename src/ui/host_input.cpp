@@ -1,15 +1,217 @@
+// The host's input side: fingers become UITouch objects delivered through the key window,
+// keys go to the first responder.
+
+#include <tavrel_sdk/platform.hpp>
+#include <tavrel_sdk/ui/application.hpp>
+#include <tavrel_sdk/ui/controls.hpp>
 #include <tavrel_sdk/ui/host.hpp>
+
+#include <algorithm>
 
 namespace tavrel {
 
-bool UIHost::fingersDown(const std::vector<Finger>&) { return false; }
-bool UIHost::fingersMoved(const std::vector<Finger>&) { return false; }
-bool UIHost::fingersUp(const std::vector<Finger>&) { return false; }
-bool UIHost::fingersCancelled(const std::vector<Finger>&) { return false; }
-bool UIHost::typeText(std::string_view) { return false; }
-bool UIHost::pressReturn() { return false; }
-bool UIHost::pressBackspace() { return false; }
-bool UIHost::tapElement(std::string_view) { return false; }
-bool UIHost::isCovered() const { return false; }
+namespace {
+
+// The finger tapElement() taps with; hosts number theirs from 0.
+constexpr int kScriptedFingerId = -1;
+
+struct ActiveTouch {
+  std::shared_ptr<UITouch> touch;
+  // The view's owner, so that a view destroyed mid-touch is noticed; unset for a view that
+  // no std::shared_ptr owns, which then has to outlive the touch.
+  std::weak_ptr<UIResponder> viewOwner;
+  bool ownedView = false;
+  bool covered = false;  // began while a presented controller covered the game
+};
+
+// The touches of one call that went to one view.
+struct Group {
+  UIView* view = nullptr;
+  std::shared_ptr<UIResponder> keepAlive;
+  UITouchSet touches;
+};
+
+struct InputState {
+  const UIHost* host = nullptr;
+  std::vector<ActiveTouch> active;
+  // Scratch kept between calls, so that a touch allocates nothing beyond its UITouch and event.
+  std::vector<Group> groups;
+  std::size_t groupCount = 0;
+  std::vector<std::size_t> finished;
+};
+
+InputState& inputState(const UIHost* host) {
+  static InputState state;
+  if (state.host != host) {
+    state = InputState{};
+    state.host = host;
+  }
+  return state;
+}
+
+bool viewHasTouch(const InputState& state, const UIView* view) {
+  return std::any_of(state.active.begin(), state.active.end(),
+                     [view](const ActiveTouch& a) { return a.touch->view() == view; });
+}
+
+void addToGroup(InputState& state, UIView* view, std::shared_ptr<UIResponder> keepAlive,
+                const std::shared_ptr<UITouch>& touch) {
+  for (std::size_t i = 0; i < state.groupCount; ++i) {
+    if (state.groups[i].view == view) {
+      state.groups[i].touches.push_back(touch);
+      return;
+    }
+  }
+  if (state.groupCount == state.groups.size()) state.groups.emplace_back();
+  Group& group = state.groups[state.groupCount++];
+  group.view = view;
+  group.keepAlive = std::move(keepAlive);
+  group.touches.push_back(touch);
+}
+
+void deliverGroup(const Group& group, UITouchPhase phase, const UIEvent& event) {
+  switch (phase) {
+    case UITouchPhase::Began: group.view->touchesBegan(group.touches, &event); break;
+    case UITouchPhase::Moved:
+    case UITouchPhase::Stationary: group.view->touchesMoved(group.touches, &event); break;
+    case UITouchPhase::Ended: group.view->touchesEnded(group.touches, &event); break;
+    case UITouchPhase::Cancelled: group.view->touchesCancelled(group.touches, &event); break;
+  }
+}
+
+bool deliverFingers(const UIHost* host, UITouchPhase phase, const std::vector<Finger>& fingers) {
+  auto window = UIApplication::sharedApplication().keyWindow();
+  if (!window) return false;
+  InputState& state = inputState(host);
+  const double now = Platform::current().timeIntervalSince1970();
+  const CGPoint origin = window->frame().origin;
+  const bool covered = window->topPresentedView() != nullptr;
+  UITouchSet all;
+  bool onPresented = false;
+  state.groupCount = 0;
+  state.finished.clear();
+
+  for (const Finger& finger : fingers) {
+    const CGPoint location{finger.location.x - origin.x, finger.location.y - origin.y};
+    auto it = std::find_if(state.active.begin(), state.active.end(),
+                           [&finger](const ActiveTouch& a) { return a.touch->fingerId() == finger.id; });
+    if (phase == UITouchPhase::Began) {
+      if (it != state.active.end()) continue;  // already down
+      UIView* view = window->hitTest(location, nullptr);
+      // A view without multiple touch keeps to its first finger until that one is lifted.
+      if (view && !view->isMultipleTouchEnabled() && viewHasTouch(state, view)) view = nullptr;
+      ActiveTouch entry{std::make_shared<UITouch>(finger.id, location, window.get(), view, now), {}, false, covered};
+      if (view) {
+        entry.viewOwner = view->weak_from_this();
+        entry.ownedView = !entry.viewOwner.expired();
+      }
+      state.active.push_back(std::move(entry));
+      it = std::prev(state.active.end());
+    } else {
+      if (it == state.active.end()) continue;
+      it->touch->update(phase, location, now);
+      if (phase == UITouchPhase::Ended || phase == UITouchPhase::Cancelled) {
+        state.finished.push_back(static_cast<std::size_t>(it - state.active.begin()));
+      }
+    }
+    onPresented = onPresented || it->covered;
+    all.push_back(it->touch);
+    UIView* view = it->touch->view();
+    if (!view) continue;
+    std::shared_ptr<UIResponder> keepAlive;
+    if (it->ownedView) {
+      keepAlive = it->viewOwner.lock();
+      if (!keepAlive) {
+        it->touch->detachFromView();
+        continue;
+      }
+    }
+    addToGroup(state, view, std::move(keepAlive), it->touch);
+  }
+
+  // Lifted fingers leave before the handlers run, so that a handler sees its view free again.
+  std::sort(state.finished.rbegin(), state.finished.rend());
+  for (std::size_t index : state.finished) state.active.erase(state.active.begin() + static_cast<std::ptrdiff_t>(index));
+
+  const UIEvent event(std::move(all), now);
+  for (std::size_t i = 0; i < state.groupCount; ++i) deliverGroup(state.groups[i], phase, event);
+  for (std::size_t i = 0; i < state.groupCount; ++i) {
+    state.groups[i].touches.clear();
+    state.groups[i].keepAlive.reset();
+  }
+  state.groupCount = 0;
+  return onPresented;
+}
+
+// Front to back, as a finger would meet them: the first visible view for which `matches` holds.
+template <class Predicate>
+UIView* findFrontmost(UIView& view, const Predicate& matches) {
+  if (view.isHidden() || view.alpha() <= 0.01) return nullptr;
+  const auto& subviews = view.subviews();
+  for (auto it = subviews.rbegin(); it != subviews.rend(); ++it) {
+    if (UIView* found = findFrontmost(**it, matches)) return found;
+  }
+  return matches(view) ? &view : nullptr;
+}
+
+bool showsText(const UIView& view, std::string_view text) {
+  if (const auto* button = dynamic_cast<const UIButton*>(&view)) return button->currentTitle() == text;
+  if (const auto* label = dynamic_cast<const UILabel*>(&view)) return label->text() == text;
+  if (const auto* field = dynamic_cast<const UITextField*>(&view)) {
+    return field->text().empty() ? field->placeholder() == text : field->text() == text;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool UIHost::fingersDown(const std::vector<Finger>& fingers) {
+  return deliverFingers(this, UITouchPhase::Began, fingers);
+}
+
+bool UIHost::fingersMoved(const std::vector<Finger>& fingers) {
+  return deliverFingers(this, UITouchPhase::Moved, fingers);
+}
+
+bool UIHost::fingersUp(const std::vector<Finger>& fingers) { return deliverFingers(this, UITouchPhase::Ended, fingers); }
+
+bool UIHost::fingersCancelled(const std::vector<Finger>& fingers) {
+  return deliverFingers(this, UITouchPhase::Cancelled, fingers);
+}
+
+bool UIHost::typeText(std::string_view utf8) {
+  UIResponder* responder = UIResponder::currentFirstResponder();
+  if (!responder) return false;
+  responder->insertText(utf8);
+  return true;
+}
+
+bool UIHost::pressReturn() { return typeText("\n"); }
+
+bool UIHost::pressBackspace() {
+  UIResponder* responder = UIResponder::currentFirstResponder();
+  if (!responder) return false;
+  responder->deleteBackward();
+  return true;
+}
+
+bool UIHost::tapElement(std::string_view text) {
+  auto window = UIApplication::sharedApplication().keyWindow();
+  if (!window) return false;
+  UIView* element = findFrontmost(*window, [text](const UIView& view) { return showsText(view, text); });
+  if (!element) return false;
+  const CGRect bounds = element->bounds();
+  const CGPoint inWindow = element->convertPointToView({bounds.midX(), bounds.midY()}, nullptr);
+  const CGPoint origin = window->frame().origin;
+  const std::vector<Finger> finger{{kScriptedFingerId, {inWindow.x + origin.x, inWindow.y + origin.y}}};
+  fingersDown(finger);
+  fingersUp(finger);
+  return true;
+}
+
+bool UIHost::isCovered() const {
+  auto window = UIApplication::sharedApplication().keyWindow();
+  return window && window->topPresentedView();
+}
 
 }  // namespace tavrel

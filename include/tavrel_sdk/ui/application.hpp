@@ -34,13 +34,17 @@ class TAVREL_EXPORT UIWindow : public UIView {
   const std::shared_ptr<UIViewController>& rootViewController() const { return rootViewController_; }
   void setRootViewController(std::shared_ptr<UIViewController> controller);
   // Makes this the application's key window: the one the host draws and sends input to.
+  // The window must be owned by a std::shared_ptr.
   void makeKeyAndVisible();
   bool isKeyWindow() const;
 
   // The application.
   UIResponder* nextResponder() const override;
   // Hit testing covers presented controllers first: touches never reach what they cover.
+  // Only the frontmost presented controller's view is tested, else the root controller's.
   UIView* hitTest(CGPoint point, const UIEvent* event) override;
+  // The frontmost presented controller's view in this window, or null when none covers it.
+  UIView* topPresentedView() const;
 
  private:
   std::shared_ptr<UIViewController> rootViewController_;

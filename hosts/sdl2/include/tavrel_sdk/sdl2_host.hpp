@@ -1,0 +1,110 @@
+#pragma once
+
+// The library's views in an SDL2 window, the way a Linux game shows them.
+//
+// The game keeps its window, its SDL_Renderer and its loop. Each frame it draws its own scene,
+// calls SdlHost::composite() to lay the library's views (overlay, login page, alerts) over it,
+// and presents. It hands every SDL event to SdlHost::handleEvent() first and ignores those the
+// library took. Link tavrel::tavrel_sdk_sdl2 (find_package(tavrel_sdk CONFIG COMPONENTS sdl2)).
+//
+// Thread safety: main thread only, the thread that made the window and the renderer, as SDL
+// itself requires.
+
+#include <tavrel_sdk/export.hpp>
+#include <tavrel_sdk/ui/host.hpp>
+
+#include <SDL.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace tavrel {
+
+class TAVREL_EXPORT SdlHost final : public UIHost {
+ public:
+  // Shows the toolkit in `window`, drawn through the game's `renderer`; neither is owned and
+  // both must outlive the host's use (its texture belongs to the renderer, which frees it). The screen is the window's size at this call, in points;
+  // `scale` 0 takes the renderer's output size over the window size (1 but on HiDPI).
+  // Install it with UIHost::install() before any view is made. Throws std::runtime_error when
+  // the renderer cannot make a streaming texture.
+  SdlHost(SDL_Window* window, SDL_Renderer* renderer, double scale = 0.0);
+  ~SdlHost() override;
+  SdlHost(const SdlHost&) = delete;
+  SdlHost& operator=(const SdlHost&) = delete;
+
+  CGSize screenSize() const override { return screenSize_; }
+  double screenScale() const override { return scale_; }
+
+  // Renders what changed in the toolkit, uploads only those pixels, and copies the toolkit's
+  // frame over the whole of the renderer's current target. Call after drawing the game's
+  // frame and before SDL_RenderPresent().
+  void composite();
+
+  // Forwards one event: the left mouse button and SDL touch fingers as fingers, text input
+  // and Return, keypad Enter and Backspace as keyboard input for a focused field. Returns true
+  // when the library took the event, the game should then ignore it: input that reached a
+  // page or an alert, any input while one covers the game, keys while a field has the focus.
+  // Text input is switched off when the host is made, then on exactly while a field of the
+  // library has the focus (SDL_StartTextInput / SDL_StopTextInput).
+  bool handleEvent(const SDL_Event& event);
+
+  // Whether the renderer takes the toolkit's premultiplied pixels as they are (a blend mode of
+  // its own); otherwise they are converted to straight alpha on upload.
+  bool blendsPremultiplied() const { return blendMode_ != SDL_BLENDMODE_BLEND; }
+
+ protected:
+  void presentFrame(const UIFrame& frame) override;
+
+ private:
+  bool handleInput(const SDL_Event& event);
+  bool handleFinger(SDL_EventType type, SDL_FingerID finger, CGPoint location);
+  bool makeTexture(int width, int height);
+  void upload(const UIFrame& frame, PixelRect rect);
+  void syncTextInput();
+
+  SDL_Window* window_;
+  SDL_Renderer* renderer_;
+  std::uint32_t windowId_;
+  CGSize screenSize_;
+  double scale_;
+  SDL_Texture* texture_ = nullptr;
+  SDL_BlendMode blendMode_ = SDL_BLENDMODE_BLEND;
+  bool uploadWholeFrame_ = true;
+  bool mouseDown_ = false;
+  bool fieldFocused_ = false;
+  std::map<SDL_FingerID, int> fingerIds_;  // SDL's touch fingers down, by the ids the toolkit sees
+  int nextFingerId_ = 1;                   // 0 is the mouse
+};
+
+// A window for a session that has no game of its own (tavrel run --window): the window, its
+// renderer and a host, and the one call a frame loop on the real clock makes after each frame,
+// which shows the frame and lets a player take over with mouse and keyboard at any moment.
+//
+// Thread safety: main thread only.
+class TAVREL_EXPORT SdlSessionWindow {
+ public:
+  // Opens a window of `screenSize` points and makes a host on it whose frames are drawn at
+  // `scale` and shown scaled to the window. Install host() before any view is made. Throws
+  // std::runtime_error when no window can be opened (no display).
+  SdlSessionWindow(const std::string& title, CGSize screenSize, double scale = 1.0);
+  // If its host is still the installed one, a headless host of the same screen takes over
+  // first; then the window closes.
+  ~SdlSessionWindow();
+  SdlSessionWindow(const SdlSessionWindow&) = delete;
+  SdlSessionWindow& operator=(const SdlSessionWindow&) = delete;
+
+  const std::shared_ptr<SdlHost>& host() const { return host_; }
+  // Hands the pending events to the host, then composites the toolkit's frame over black and
+  // presents it. Returns false once the player has closed the window.
+  bool showFrame();
+
+ private:
+  SDL_Window* window_ = nullptr;
+  SDL_Renderer* renderer_ = nullptr;
+  std::shared_ptr<SdlHost> host_;
+  bool closed_ = false;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,283 @@
+#include <tavrel_sdk/sdl2_host.hpp>
+
+#include <tavrel_sdk/ui/responder.hpp>
+#include <tavrel_sdk/ui/view.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace tavrel {
+namespace {
+
+constexpr int kMouseFinger = 0;
+
+[[noreturn]] void throwSdlError(const std::string& what) {
+  throw std::runtime_error(what + ": " + SDL_GetError());
+}
+
+// Cairo keeps colour premultiplied; SDL's ordinary blending wants it straight.
+std::uint32_t straightAlpha(std::uint32_t pixel) {
+  const std::uint32_t alpha = pixel >> 24;
+  if (alpha == 0xff || alpha == 0) return alpha == 0 ? 0 : pixel;
+  const auto channel = [&](int shift) {
+    const std::uint32_t value = ((pixel >> shift) & 0xff) * 0xff + alpha / 2;
+    return std::min<std::uint32_t>(value / alpha, 0xff) << shift;
+  };
+  return (alpha << 24) | channel(16) | channel(8) | channel(0);
+}
+
+}  // namespace
+
+SdlHost::SdlHost(SDL_Window* window, SDL_Renderer* renderer, double scale)
+    : window_(window), renderer_(renderer), windowId_(SDL_GetWindowID(window)) {
+  int width = 0;
+  int height = 0;
+  SDL_GetWindowSize(window, &width, &height);
+  screenSize_ = CGSizeMake(width, height);
+  if (scale <= 0.0) {
+    int pixelWidth = 0;
+    int pixelHeight = 0;
+    scale = SDL_GetRendererOutputSize(renderer, &pixelWidth, &pixelHeight) == 0 && width > 0
+                ? static_cast<double>(pixelWidth) / width
+                : 1.0;
+  }
+  scale_ = scale;
+  // SDL switches text input on at start-up: keys would come as text (and open an input
+  // method's window) while no field wants them.
+  SDL_StopTextInput();
+  // Where the renderer takes this blend mode, pixels go up as Cairo drew them (makeTexture()).
+  blendMode_ = SDL_ComposeCustomBlendMode(SDL_BLENDFACTOR_ONE, SDL_BLENDFACTOR_ONE_MINUS_SRC_ALPHA,
+                                          SDL_BLENDOPERATION_ADD, SDL_BLENDFACTOR_ONE,
+                                          SDL_BLENDFACTOR_ONE_MINUS_SRC_ALPHA, SDL_BLENDOPERATION_ADD);
+  if (!makeTexture(static_cast<int>(std::lround(width * scale_)), static_cast<int>(std::lround(height * scale_)))) {
+    throwSdlError("SDL_CreateTexture");
+  }
+}
+
+// The texture is left to the renderer, which frees it with itself: at exit a game has usually
+// destroyed its renderer before the installed host goes.
+SdlHost::~SdlHost() = default;
+
+void SdlHost::composite() {
+  renderFrame();
+  if (texture_ != nullptr) SDL_RenderCopy(renderer_, texture_, nullptr, nullptr);
+  syncTextInput();
+}
+
+void SdlHost::presentFrame(const UIFrame& frame) {
+  int width = 0;
+  int height = 0;
+  if (texture_ != nullptr) SDL_QueryTexture(texture_, nullptr, nullptr, &width, &height);
+  if (texture_ == nullptr || width != frame.width || height != frame.height) {
+    if (texture_ != nullptr) SDL_DestroyTexture(texture_);
+    if (!makeTexture(frame.width, frame.height)) return;  // the game's frame shows alone
+  }
+  if (uploadWholeFrame_) {
+    upload(frame, {0, 0, frame.width, frame.height});
+    uploadWholeFrame_ = false;
+    return;
+  }
+  for (const PixelRect& rect : frame.damage) upload(frame, rect);
+}
+
+bool SdlHost::makeTexture(int width, int height) {
+  texture_ = SDL_CreateTexture(renderer_, SDL_PIXELFORMAT_ARGB8888, SDL_TEXTUREACCESS_STREAMING, width, height);
+  if (texture_ == nullptr) return false;
+  // The software renderer has no custom blend modes: straight alpha and its ordinary blending.
+  if (SDL_SetTextureBlendMode(texture_, blendMode_) != 0) {
+    blendMode_ = SDL_BLENDMODE_BLEND;
+    SDL_SetTextureBlendMode(texture_, blendMode_);
+  }
+  uploadWholeFrame_ = true;
+  return true;
+}
+
+void SdlHost::upload(const UIFrame& frame, PixelRect rect) {
+  const int right = std::min(rect.x + rect.width, frame.width);
+  const int bottom = std::min(rect.y + rect.height, frame.height);
+  rect.x = std::max(rect.x, 0);
+  rect.y = std::max(rect.y, 0);
+  if (right <= rect.x || bottom <= rect.y) return;
+  const SDL_Rect area{rect.x, rect.y, right - rect.x, bottom - rect.y};
+  void* target = nullptr;
+  int pitch = 0;
+  // A lock hands out the texture's own memory (software renderer) or a staging buffer, so the
+  // rows are written once either way; every pixel of the area is written, as a lock requires.
+  if (SDL_LockTexture(texture_, &area, &target, &pitch) != 0) return;
+  const auto* source = reinterpret_cast<const unsigned char*>(frame.pixels) +
+                       static_cast<std::size_t>(area.y) * frame.stride + static_cast<std::size_t>(area.x) * 4;
+  auto* destination = static_cast<unsigned char*>(target);
+  for (int row = 0; row < area.h; ++row) {
+    if (blendsPremultiplied()) {
+      std::memcpy(destination, source, static_cast<std::size_t>(area.w) * 4);
+    } else {
+      const auto* in = reinterpret_cast<const std::uint32_t*>(source);
+      auto* out = reinterpret_cast<std::uint32_t*>(destination);
+      for (int x = 0; x < area.w; ++x) out[x] = straightAlpha(in[x]);
+    }
+    source += frame.stride;
+    destination += pitch;
+  }
+  SDL_UnlockTexture(texture_);
+}
+
+bool SdlHost::handleEvent(const SDL_Event& event) {
+  switch (event.type) {
+    case SDL_RENDER_TARGETS_RESET:
+      uploadWholeFrame_ = true;
+      return false;
+    case SDL_RENDER_DEVICE_RESET:
+      // The renderer's textures are gone: the next frame makes a new one and fills it.
+      texture_ = nullptr;
+      return false;
+    case SDL_WINDOWEVENT:
+      // A finger that would never come up otherwise (the window lost the pointer mid-drag).
+      if (event.window.windowID == windowId_ && event.window.event == SDL_WINDOWEVENT_FOCUS_LOST) {
+        std::vector<Finger> fingers;
+        if (mouseDown_) fingers.push_back({kMouseFinger, {}});
+        for (const auto& [sdlId, id] : fingerIds_) fingers.push_back({id, {}});
+        mouseDown_ = false;
+        fingerIds_.clear();
+        if (!fingers.empty()) fingersCancelled(fingers);
+      }
+      return false;
+    default:
+      break;
+  }
+  const bool taken = handleInput(event);
+  syncTextInput();
+  return taken;
+}
+
+bool SdlHost::handleInput(const SDL_Event& event) {
+  const bool focused = UIResponder::currentFirstResponder() != nullptr;
+  switch (event.type) {
+    case SDL_MOUSEBUTTONDOWN:
+    case SDL_MOUSEBUTTONUP: {
+      // SDL_TOUCH_MOUSEID: a mouse event SDL made from a touch, which comes as a finger too.
+      if (event.button.windowID != windowId_ || event.button.which == SDL_TOUCH_MOUSEID) return false;
+      if (event.button.button != SDL_BUTTON_LEFT) return isCovered();
+      const std::vector<Finger> finger{{kMouseFinger, CGPointMake(event.button.x, event.button.y)}};
+      if (event.type == SDL_MOUSEBUTTONDOWN) {
+        if (mouseDown_) return isCovered();
+        mouseDown_ = true;
+        return fingersDown(finger) || isCovered();
+      }
+      if (!mouseDown_) return isCovered();
+      mouseDown_ = false;
+      return fingersUp(finger) || isCovered();
+    }
+    case SDL_MOUSEMOTION:
+      if (event.motion.windowID != windowId_ || event.motion.which == SDL_TOUCH_MOUSEID) return false;
+      if (!mouseDown_) return isCovered();
+      return fingersMoved({{kMouseFinger, CGPointMake(event.motion.x, event.motion.y)}}) || isCovered();
+    case SDL_MOUSEWHEEL:
+      return event.wheel.windowID == windowId_ && isCovered();
+    case SDL_FINGERDOWN:
+    case SDL_FINGERMOTION:
+    case SDL_FINGERUP:
+      // SDL_MOUSE_TOUCHID: a finger SDL made from the mouse, which comes as a mouse event too.
+      if (event.tfinger.touchId == SDL_MOUSE_TOUCHID) return false;
+      return handleFinger(static_cast<SDL_EventType>(event.type), event.tfinger.fingerId,
+                          CGPointMake(event.tfinger.x * screenSize_.width, event.tfinger.y * screenSize_.height));
+    case SDL_TEXTINPUT:
+      if (event.text.windowID != windowId_) return false;
+      return typeText(event.text.text) || isCovered();
+    case SDL_TEXTEDITING:
+      return event.edit.windowID == windowId_ && (focused || isCovered());
+    case SDL_KEYDOWN:
+    case SDL_KEYUP: {
+      if (event.key.windowID != windowId_) return false;
+      bool taken = false;
+      if (event.type == SDL_KEYDOWN) {
+        const SDL_Keycode key = event.key.keysym.sym;
+        if ((key == SDLK_RETURN || key == SDLK_KP_ENTER) && event.key.repeat == 0) taken = pressReturn();
+        if (key == SDLK_BACKSPACE) taken = pressBackspace();
+      }
+      return taken || focused || isCovered();
+    }
+    default:
+      return false;
+  }
+}
+
+bool SdlHost::handleFinger(SDL_EventType type, SDL_FingerID finger, CGPoint location) {
+  auto it = fingerIds_.find(finger);
+  if (type == SDL_FINGERDOWN) {
+    if (it != fingerIds_.end()) return isCovered();
+    it = fingerIds_.emplace(finger, nextFingerId_++).first;
+    return fingersDown({{it->second, location}}) || isCovered();
+  }
+  if (it == fingerIds_.end()) return isCovered();  // went down before the host was there
+  const std::vector<Finger> fingers{{it->second, location}};
+  if (type == SDL_FINGERMOTION) return fingersMoved(fingers) || isCovered();
+  fingerIds_.erase(it);
+  return fingersUp(fingers) || isCovered();
+}
+
+void SdlHost::syncTextInput() {
+  UIResponder* responder = UIResponder::currentFirstResponder();
+  const bool focused = responder != nullptr;
+  if (focused == fieldFocused_) return;
+  fieldFocused_ = focused;
+  if (!focused) {
+    SDL_StopTextInput();
+    return;
+  }
+  // Where an input method shows its candidates: under the field.
+  if (const auto* view = dynamic_cast<const UIView*>(responder)) {
+    const CGRect rect = view->convertRectToView(view->bounds(), nullptr);
+    SDL_Rect area{static_cast<int>(rect.origin.x), static_cast<int>(rect.origin.y),
+                  static_cast<int>(rect.size.width), static_cast<int>(rect.size.height)};
+    SDL_SetTextInputRect(&area);
+  }
+  SDL_StartTextInput();
+}
+
+SdlSessionWindow::SdlSessionWindow(const std::string& title, CGSize screenSize, double scale) {
+  if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) throwSdlError("SDL_InitSubSystem");
+  window_ = SDL_CreateWindow(title.c_str(), SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED,
+                             static_cast<int>(std::lround(screenSize.width)),
+                             static_cast<int>(std::lround(screenSize.height)), SDL_WINDOW_SHOWN);
+  if (window_ != nullptr) renderer_ = SDL_CreateRenderer(window_, -1, 0);
+  if (renderer_ == nullptr) {
+    const std::string error = SDL_GetError();
+    if (window_ != nullptr) SDL_DestroyWindow(window_);
+    SDL_QuitSubSystem(SDL_INIT_VIDEO);
+    throw std::runtime_error("cannot open a window: " + error);
+  }
+  // A frame drawn at a scale above 1 is shown smaller: filtered, not dropped pixels.
+  SDL_SetHint(SDL_HINT_RENDER_SCALE_QUALITY, "linear");
+  host_ = std::make_shared<SdlHost>(window_, renderer_, scale);
+}
+
+SdlSessionWindow::~SdlSessionWindow() {
+  if (&UIHost::current() == host_.get()) {
+    UIHost::install(std::make_shared<HeadlessHost>(host_->screenSize(), host_->screenScale()));
+  }
+  host_.reset();
+  SDL_DestroyRenderer(renderer_);
+  SDL_DestroyWindow(window_);
+  SDL_QuitSubSystem(SDL_INIT_VIDEO);
+}
+
+bool SdlSessionWindow::showFrame() {
+  SDL_Event event;
+  while (!closed_ && SDL_PollEvent(&event) != 0) {
+    closed_ = event.type == SDL_QUIT ||
+              (event.type == SDL_WINDOWEVENT && event.window.event == SDL_WINDOWEVENT_CLOSE);
+    host_->handleEvent(event);
+  }
+  if (closed_) return false;
+  SDL_SetRenderDrawColor(renderer_, 0, 0, 0, 255);
+  SDL_RenderClear(renderer_);
+  host_->composite();
+  SDL_RenderPresent(renderer_);
+  return true;
+}
+
+}  // namespace tavrel

@@ -1,5 +1,7 @@
 #include "platform/url_session.hpp"
 
+#include "platform/files.hpp"
+
 #include <curl/curl.h>
 
 #include <algorithm>
@@ -50,10 +52,15 @@ struct EasyDeleter {
   void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
 };
 
+// Idle connections kept for reuse, across hosts. The library talks to two hosts (the service and
+// the uploads'), a handful of requests at a time.
+constexpr long kIdleConnections = 16;
+
 struct Task {
   UrlRequest request;
   DataTaskHandler handler;
   std::string caFile;
+  bool resent = false;  // once, after a reused connection turned out dead
   UrlResponse response;
   std::unique_ptr<CURL, EasyDeleter> easy;
   std::unique_ptr<curl_slist, SlistDeleter> headers;
@@ -116,7 +123,14 @@ std::optional<std::string> configure(Task& task) {
   set(CURLOPT_SSL_VERIFYPEER, 1L);
   set(CURLOPT_SSL_VERIFYHOST, 2L);
   if (!task.caFile.empty()) {
-    set(CURLOPT_CAINFO, task.caFile.c_str());
+    // The certificates themselves, not the file's name: libcurl reuses a connection only for a
+    // transfer trusting the same bytes, and its store cache (by file name, for a day) would
+    // keep trusting a file's old contents.
+    ReadResult pem = readWholeFile(task.caFile);
+    if (pem.error) return "cannot read " + task.caFile + ": " + *pem.error;
+    curl_blob blob{pem.data.data(), pem.data.size(), CURL_BLOB_COPY};
+    set(CURLOPT_CAINFO_BLOB, &blob);
+    set(CURLOPT_CAINFO, static_cast<const char*>(nullptr));
     set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
   }
   if (sendsBody) {
@@ -133,6 +147,22 @@ std::optional<std::string> configure(Task& task) {
   }
   if (rc != CURLE_OK) return std::string(curl_easy_strerror(rc));
   return std::nullopt;
+}
+
+// Whether the transfer failed only because the connection it reused had been closed by the
+// server: nothing came back on it, and no connection was made for it. libcurl resends such a
+// request itself, but only over other kept connections, which may all have gone the same way.
+bool metDeadConnection(CURL* easy, CURLcode result) {
+  if (result != CURLE_SEND_ERROR && result != CURLE_RECV_ERROR && result != CURLE_GOT_NOTHING) {
+    return false;
+  }
+  long connectsMade = -1;
+  long headerBytes = -1;
+  curl_off_t bodyBytes = -1;
+  curl_easy_getinfo(easy, CURLINFO_NUM_CONNECTS, &connectsMade);
+  curl_easy_getinfo(easy, CURLINFO_HEADER_SIZE, &headerBytes);
+  curl_easy_getinfo(easy, CURLINFO_SIZE_DOWNLOAD_T, &bodyBytes);
+  return connectsMade == 0 && headerBytes == 0 && bodyBytes == 0;
 }
 
 }  // namespace
@@ -155,6 +185,7 @@ struct UrlSession::Impl {
   void run();
   void start(std::unique_ptr<Task> task);
   void collectFinished();
+  void resend(std::unique_ptr<Task> task);
   void finish(std::unique_ptr<Task> task, std::optional<std::string> error);
 };
 
@@ -209,6 +240,10 @@ void UrlSession::Impl::collectFinished() {
     if (it == running.end()) continue;
     std::unique_ptr<Task> task = std::move(it->second);
     running.erase(it);
+    if (result != CURLE_OK && !task->resent && metDeadConnection(easy, result)) {
+      resend(std::move(task));
+      continue;
+    }
     if (result != CURLE_OK) {
       std::string text = task->errorBuffer[0] != '\0' ? task->errorBuffer : curl_easy_strerror(result);
       finish(std::move(task), "curl error " + std::to_string(result) + ": " + text);
@@ -219,6 +254,19 @@ void UrlSession::Impl::collectFinished() {
     task->response.statusCode = status;
     finish(std::move(task), std::nullopt);
   }
+}
+
+void UrlSession::Impl::resend(std::unique_ptr<Task> task) {
+  task->resent = true;
+  task->errorBuffer[0] = '\0';
+  CURL* easy = task->easy.get();
+  if (curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L) != CURLE_OK) {
+    return finish(std::move(task), "cannot resend on a new connection");
+  }
+  if (CURLMcode rc = curl_multi_add_handle(multi, easy); rc != CURLM_OK) {
+    return finish(std::move(task), std::string(curl_multi_strerror(rc)));
+  }
+  running.emplace(easy, std::move(task));
 }
 
 void UrlSession::Impl::finish(std::unique_ptr<Task> task, std::optional<std::string> error) {
@@ -242,6 +290,8 @@ UrlSession::UrlSession(Platform& platform) : impl_(std::make_unique<Impl>(platfo
   impl_->completions = platform.makeSerialQueue("tavrel.url-session.completions");
   impl_->multi = curl_multi_init();
   if (impl_->multi == nullptr) throw std::runtime_error("curl_multi_init failed");
+  // Kept whatever the number of transfers under way: by default the cache shrinks with it.
+  curl_multi_setopt(impl_->multi, CURLMOPT_MAXCONNECTS, kIdleConnections);
   impl_->io = std::thread([impl = impl_.get()] { impl->run(); });
 }
 

@@ -7,8 +7,16 @@
 // What goes over the wire is what the request names: its method, URL, headers and body, plus
 // only what HTTP itself needs (Host, Content-Length). libcurl's own Accept, Expect and
 // Content-Type are suppressed. TLS is verified, against platform.trustedCertificatesFile()
-// alone when it names one, else against the system's store. There is no time-out, cache or
-// retry, and redirects are not followed. Only http and https URLs are fetched.
+// alone when it names one (its contents as each request starts), else against the system's
+// store. There is no time-out or cache, and redirects are not followed. Only http and https
+// URLs are fetched.
+//
+// Connections are kept open after a reply (up to 16 idle ones) and reused by later requests to
+// the same host and port that trust the same certificates. A kept connection may have been
+// closed by the server meanwhile: a request that gets nothing back on one is sent again, by
+// libcurl over other kept connections and, should those fail the same way, by the session once
+// over a new connection. Nothing else is ever resent: a request that fails on a new connection,
+// or after any byte of a reply, fails.
 
 #include <tavrel_sdk/platform.hpp>
 

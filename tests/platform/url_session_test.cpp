@@ -4,10 +4,14 @@
 
 #include "endpoint/https_server.hpp"
 #include "platform/sim_platform.hpp"
+#include "support/sandbox.hpp"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <filesystem>
 #include <future>
 #include <set>
 #include <thread>
@@ -178,6 +182,100 @@ TEST_F(UrlSessionTest, ASimulationRunUntilIdleWaitsForTheRequestInFlight) {
   ASSERT_TRUE(received.has_value());
   EXPECT_FALSE(received->error) << *received->error;
   EXPECT_EQ(received->statusCode, 200);
+}
+
+// A server that keeps connections open, trusted alone. Declared after the session's platform,
+// so it stops first, with the session's connections still open.
+class KeptConnectionsTest : public UrlSessionTest {
+ protected:
+  void SetUp() override {
+    UrlSessionTest::SetUp();
+    kept_.start();
+    platform_->setTrustedCertificatesFile(kept_.caFile());
+  }
+  UrlResponse put(const std::string& path) { return fetch({kept_.url(path), "PUT", {}, path}); }
+  std::set<std::uint64_t> connectionsSeen() {
+    std::set<std::uint64_t> seen;
+    for (const auto& request : kept_.requests()) seen.insert(request.connection);
+    return seen;
+  }
+
+  HttpsServer kept_{[] {
+    HttpsServer::Options options;
+    options.keepAlive = true;
+    return options;
+  }()};
+};
+
+TEST_F(KeptConnectionsTest, RequestsToAHostShareOneConnectionVerifiedAgainstTheSameCertificates) {
+  kept_.addRoute("GET", "/m/launch/project/validate", [](auto&) { return Reply{200, R"({"valid":true})"}; });
+  kept_.addRoute("POST", "/m/launch/project/auth/ios", [](auto&) { return Reply{200, R"({"authed":true})"}; });
+  const UrlRequest requests[] = {
+      {kept_.url("/m/launch/project/validate"), "GET", {{"Authorization", "t"}}, ""},
+      {kept_.url("/m/launch/project/auth/ios"), "POST", {{"Content-Type", "application/json"}}, "{}"},
+      {kept_.url("/up/game.evt"), "PUT", {}, "GEV\n1\n"},
+  };
+  for (const UrlRequest& request : requests) EXPECT_EQ(fetch(request).statusCode, 200) << request.url;
+  EXPECT_EQ(kept_.connectionsAccepted(), 1u);
+  EXPECT_EQ(connectionsSeen(), std::set<std::uint64_t>{1});
+
+  // The same file with other contents: the kept connection was verified against what it held.
+  testing::TemporaryDirectory directory;
+  const std::string trusted = directory.path() + "/trusted.pem";
+  std::filesystem::copy_file(kept_.caFile(), trusted);
+  platform_->setTrustedCertificatesFile(trusted);
+  EXPECT_EQ(put("/up/a").statusCode, 200);
+  std::filesystem::copy_file(server_.caFile(), trusted, std::filesystem::copy_options::overwrite_existing);
+  EXPECT_TRUE(put("/up/b").error.has_value());
+  EXPECT_EQ(kept_.requestCount(), 4u);
+}
+
+TEST_F(KeptConnectionsTest, AConnectionClosedWhileIdleCostsNoRequestAndAFreshOneIsNeverResent) {
+  EXPECT_EQ(put("/1").statusCode, 200);
+  kept_.closeIdleConnections();
+  const UrlResponse second = put("/2");
+  EXPECT_FALSE(second.error) << *second.error;
+  EXPECT_EQ(second.statusCode, 200);
+
+  // The request meets the closed connection, then fails on a new one: that failure stands.
+  kept_.closeIdleConnections();
+  kept_.dropConnections(1);
+  EXPECT_TRUE(put("/3").error.has_value());
+  std::vector<std::pair<std::string, int>> seen;
+  for (const auto& request : kept_.requests()) seen.emplace_back(request.path, request.status);
+  EXPECT_EQ(seen, (std::vector<std::pair<std::string, int>>{{"/1", 200}, {"/2", 200}, {"/3", 0}}));
+  EXPECT_EQ(kept_.connectionsAccepted(), 3u);
+}
+
+TEST_F(KeptConnectionsTest, TenRequestsAtOnceKeepTenConnectionsThatOutliveTheServerClosingThem) {
+  // Each round is held at the server until all ten have arrived, so each needs a connection.
+  constexpr int kRequests = 10;
+  struct Gate {
+    std::promise<void> all;
+    std::shared_future<void> open = all.get_future().share();
+  };
+  auto arrived = std::make_shared<std::atomic<int>>(0);
+  auto gates = std::make_shared<std::array<Gate, 2>>();
+  kept_.addRoute("PUT", "/barrier", [arrived, gates](const RecordedRequest& r) {
+    const int n = ++*arrived;
+    Gate& gate = (*gates)[std::min(n - 1, 2 * kRequests - 1) / kRequests];
+    if (n % kRequests == 0) gate.all.set_value();
+    return Reply{gate.open.wait_for(kPatience) == kReady ? 200 : 504, r.body};
+  });
+  for (int round = 0; round < 2; ++round) {
+    std::vector<std::future<UrlResponse>> results;
+    for (int i = 0; i < kRequests; ++i) results.push_back(start({kept_.url("/barrier"), "PUT", {}, std::to_string(i)}));
+    for (int i = 0; i < kRequests; ++i) {
+      const UrlResponse response = await(std::move(results[i]));
+      EXPECT_EQ(std::tie(response.statusCode, response.data), std::tuple(200, std::to_string(i)));
+    }
+    EXPECT_EQ(kept_.connectionsAccepted(), 10u) << "round " << round;
+  }
+  // Every kept connection is now dead; the request still goes through, once.
+  kept_.closeIdleConnections();
+  EXPECT_EQ(put("/after").statusCode, 200);
+  EXPECT_EQ(kept_.requestCount(), 21u);
+  EXPECT_EQ(kept_.connectionsAccepted(), 11u);
 }
 
 }  // namespace

@@ -3,13 +3,17 @@
 #include "endpoint/certificate.hpp"
 
 #include <httplib.h>
+#include <fcntl.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <stdexcept>
@@ -63,6 +67,12 @@ bool isPseudoHeader(const std::string& name) {
 
 bool isSuccess(int status) { return status >= 200 && status < 300; }
 
+// shutdown(), not close(): the library still owns the descriptor and closes it later.
+void cutConnection(const httplib::Request& req) {
+  const int fd = req.ssl != nullptr ? SSL_get_fd(req.ssl) : -1;
+  if (fd >= 0) ::shutdown(fd, SHUT_RDWR);
+}
+
 }  // namespace
 
 std::optional<std::string> RecordedRequest::header(std::string_view name) const {
@@ -83,6 +93,7 @@ struct HttpsServer::Impl {
   std::mutex lifecycle;  // serialises start() and stop()
   std::unique_ptr<httplib::SSLServer> server;
   std::thread listener;
+  std::atomic<std::uint64_t> accepted{0};
 
   mutable std::mutex mutex;
   mutable std::condition_variable changed;  // a request recorded, or stopping
@@ -90,10 +101,29 @@ struct HttpsServer::Impl {
   bool stopping = false;
   std::map<std::pair<std::string, std::string>, RouteHandler> routes;
   Control<int> status;
+  std::string statusMethod;  // empty: every method
   Control<std::chrono::milliseconds> delay;
   Control<bool> drop;
   std::vector<RecordedRequest> records;
   std::map<std::string, std::string> latestBodies;
+  std::uint64_t closedThrough = 0;  // connections numbered up to this one take no more requests
+
+  struct OpenConnection {
+    // A descriptor of our own: it names this socket even after the library has closed its own.
+    int socket = -1;
+    bool busy = false;  // from the handler's start to the end of the reply
+  };
+  std::map<std::uint64_t, OpenConnection> open;
+
+  // The server and connection the calling worker serves; none outside a connection.
+  static thread_local Impl* servingServer;
+  static thread_local std::uint64_t servedConnection;
+  class ConnectionPool;
+
+  static void onTlsEvent(const SSL* ssl, int where, int result);
+  void opened(int fd);
+  void replied();
+  void closed();
 
   bool keepsBody(const httplib::Request& req) {
     std::lock_guard lock(mutex);
@@ -107,6 +137,67 @@ struct HttpsServer::Impl {
   void store(const RecordedRequest& request);
 };
 
+thread_local HttpsServer::Impl* HttpsServer::Impl::servingServer = nullptr;
+thread_local std::uint64_t HttpsServer::Impl::servedConnection = 0;
+
+// The worker pool, numbering connections as they are accepted: cpp-httplib hands each accepted
+// connection to enqueue() as one task that serves it until it is closed.
+class HttpsServer::Impl::ConnectionPool : public httplib::TaskQueue {
+ public:
+  ConnectionPool(std::size_t threads, Impl& server) : pool_(threads), server_(server) {}
+
+  void enqueue(std::function<void()> serveConnection) override {
+    const std::uint64_t connection = ++server_.accepted;
+    pool_.enqueue([this, serveConnection = std::move(serveConnection), connection] {
+      servingServer = &server_;
+      servedConnection = connection;
+      serveConnection();
+      server_.closed();
+      servingServer = nullptr;
+      servedConnection = 0;
+    });
+  }
+  void shutdown() override { pool_.shutdown(); }
+
+ private:
+  httplib::ThreadPool pool_;
+  Impl& server_;
+};
+
+// The socket is first known here, on the worker, as the handshake starts.
+void HttpsServer::Impl::onTlsEvent(const SSL* ssl, int where, int /*result*/) {
+  if ((where & SSL_CB_HANDSHAKE_START) != 0 && servingServer != nullptr) {
+    servingServer->opened(SSL_get_fd(ssl));
+  }
+}
+
+void HttpsServer::Impl::opened(int fd) {
+  std::lock_guard lock(mutex);
+  // TLS 1.3 signals a handshake start again for its messages after the handshake.
+  if (fd < 0 || open.count(servedConnection) != 0) return;
+  const int own = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
+  if (own < 0) return;
+  if (stopping) ::shutdown(own, SHUT_RDWR);
+  open[servedConnection] = {own, false};
+}
+
+void HttpsServer::Impl::replied() {
+  std::lock_guard lock(mutex);
+  const auto it = open.find(servedConnection);
+  if (it == open.end()) return;
+  it->second.busy = false;
+  // Between requests a kept-alive connection would hold its worker, and stop(), for seconds.
+  if (stopping) ::shutdown(it->second.socket, SHUT_RDWR);
+}
+
+void HttpsServer::Impl::closed() {
+  std::lock_guard lock(mutex);
+  const auto it = open.find(servedConnection);
+  if (it == open.end()) return;
+  ::close(it->second.socket);
+  open.erase(it);
+}
+
 void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& res,
                               std::string body, std::size_t bodySize) {
   RecordedRequest request;
@@ -118,6 +209,7 @@ void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& re
   }
   request.body = std::move(body);
   request.bodySize = bodySize;
+  request.connection = servedConnection;
 
   std::optional<int> statusOverride;
   std::optional<std::chrono::milliseconds> lateBy;
@@ -125,7 +217,15 @@ void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& re
   RouteHandler route;
   {
     std::unique_lock lock(mutex);
-    statusOverride = status.take();
+    if (const auto it = open.find(request.connection); it != open.end()) it->second.busy = true;
+    if (request.connection <= closedThrough) {
+      // Closed while idle: the request met a connection that was already gone.
+      lock.unlock();
+      cutConnection(req);
+      res.status = 500;
+      return;
+    }
+    if (statusMethod.empty() || statusMethod == req.method) statusOverride = status.take();
     lateBy = delay.take();
     dropIt = drop.take().has_value();
     if (auto it = routes.find({req.method, req.path}); it != routes.end()) route = it->second;
@@ -136,9 +236,7 @@ void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& re
     // Recorded first: the client may see the failure before this thread runs again.
     request.dropped = true;
     record(std::move(request));
-    // shutdown(), not close(): the library still owns the descriptor and closes it later.
-    const int fd = req.ssl != nullptr ? SSL_get_fd(req.ssl) : -1;
-    if (fd >= 0) ::shutdown(fd, SHUT_RDWR);
+    cutConnection(req);
     res.status = 500;
     return;
   }
@@ -156,6 +254,10 @@ void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& re
     reply = Reply{404, {}, {}};
   }
   if (statusOverride) reply.status = *statusOverride;
+  if (reply.delay > std::chrono::milliseconds::zero()) {
+    std::unique_lock lock(mutex);
+    changed.wait_for(lock, reply.delay, [this] { return stopping; });
+  }
 
   if (!route && req.method == "PUT" && isSuccess(reply.status)) {
     try {
@@ -221,10 +323,13 @@ void HttpsServer::start() {
       std::make_unique<httplib::SSLServer>(impl.certificate.cert.get(), impl.certificate.key.get());
   if (!server->is_valid()) throw std::runtime_error("https server: TLS set-up failed");
   server->set_tcp_nodelay(true);
-  // One request per connection: an idle keep-alive connection would hold a worker for seconds.
-  server->set_keep_alive_max_count(1);
+  // Without keep-alive, one request per connection: an idle connection would hold a worker for
+  // seconds. With it, no limit on the requests a connection carries.
+  server->set_keep_alive_max_count(impl.options.keepAlive ? std::numeric_limits<std::size_t>::max() : 1);
   const auto threads = static_cast<std::size_t>(std::max(1, impl.options.threads));
-  server->new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
+  server->new_task_queue = [threads, &impl] { return new Impl::ConnectionPool(threads, impl); };
+  server->set_logger([&impl](const httplib::Request&, const httplib::Response&) { impl.replied(); });
+  SSL_CTX_set_info_callback(server->ssl_context(), &Impl::onTlsEvent);
 
   auto plain = [&impl](const httplib::Request& req, httplib::Response& res) {
     impl.serve(req, res, {}, 0);
@@ -280,6 +385,9 @@ void HttpsServer::stop() {
   {
     std::lock_guard lock(impl_->mutex);
     impl_->stopping = true;
+    for (const auto& [number, connection] : impl_->open) {
+      if (!connection.busy) ::shutdown(connection.socket, SHUT_RDWR);
+    }
   }
   impl_->changed.notify_all();
   impl_->server->stop();
@@ -310,9 +418,10 @@ void HttpsServer::addRoute(std::string method, std::string path, RouteHandler ha
   impl_->routes[{std::move(method), std::move(path)}] = std::move(handler);
 }
 
-void HttpsServer::answerStatus(int status, int count) {
+void HttpsServer::answerStatus(int status, int count, std::string method) {
   std::lock_guard lock(impl_->mutex);
   impl_->status.set(status, count);
+  impl_->statusMethod = std::move(method);
 }
 
 void HttpsServer::delayReplies(std::chrono::milliseconds delay, int count) {
@@ -328,9 +437,17 @@ void HttpsServer::dropConnections(int count) {
 void HttpsServer::resetControls() {
   std::lock_guard lock(impl_->mutex);
   impl_->status = {};
+  impl_->statusMethod.clear();
   impl_->delay = {};
   impl_->drop = {};
 }
+
+void HttpsServer::closeIdleConnections() {
+  std::lock_guard lock(impl_->mutex);
+  impl_->closedThrough = impl_->accepted.load();
+}
+
+std::uint64_t HttpsServer::connectionsAccepted() const { return impl_->accepted.load(); }
 
 std::vector<RecordedRequest> HttpsServer::requests() const {
   std::lock_guard lock(impl_->mutex);

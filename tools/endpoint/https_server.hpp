@@ -6,10 +6,11 @@
 //
 // The certificate is made at run time and written to caFile(), so a client can trust exactly it.
 // Requests are served concurrently on a pool of threads, each connection closed after one reply
-// (no keep-alive connection holds a worker). Every member is safe to call from any thread.
+// unless Options::keepAlive says otherwise. Every member is safe to call from any thread.
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -31,6 +32,8 @@ struct RecordedRequest {
   std::size_t bodySize = 0;
   int status = 0;  // the status answered; 0 when the connection was dropped
   bool dropped = false;
+  // The connection that carried it: connections are numbered from 1 in the order accepted.
+  std::uint64_t connection = 0;
 
   // The first value of a header, the name matched without regard to case.
   std::optional<std::string> header(std::string_view name) const;
@@ -40,6 +43,8 @@ struct Reply {
   int status = 200;
   std::string body;
   std::string contentType = "application/json";
+  // Held back this long before it is sent; stop() cuts the wait short.
+  std::chrono::milliseconds delay{0};
 };
 
 // A custom route's handler; it runs on a server thread, concurrently with other requests.
@@ -52,8 +57,12 @@ class HttpsServer {
  public:
   struct Options {
     int port = 0;  // 0: a free port
-    // Workers serving requests at once; later connections wait in the listen queue.
+    // Workers serving connections at once; later connections wait until one is free.
     int threads = 16;
+    // When true, a connection serves request after request until the client closes it, it has
+    // been idle for 5 s, or closeIdleConnections(). Each open connection holds a worker
+    // meanwhile. When false, every connection is closed after one reply.
+    bool keepAlive = false;
     // When false, bodies are counted but not kept (records and latestBody() hold none), so
     // large uploads cost the server no memory.
     bool keepBodies = true;
@@ -91,12 +100,21 @@ class HttpsServer {
 
   // Controls. Each applies to every request (kEveryRequest) or to the next `count` requests as
   // they arrive, routes included. They combine: a delayed request is then dropped or answered.
-  // The status replaces what the route or the store would have answered (the body is kept).
-  void answerStatus(int status, int count = kEveryRequest);
+  // The status replaces what the route or the store would have answered (the body is kept);
+  // with `method` set, only requests of that method count and are answered so.
+  void answerStatus(int status, int count = kEveryRequest, std::string method = {});
   void delayReplies(std::chrono::milliseconds delay, int count = kEveryRequest);
   // Closes the connection without a reply, after reading the request.
   void dropConnections(int count = kEveryRequest);
   void resetControls();
+
+  // The server closes every connection accepted so far, as an idle time-out would, at the
+  // moment a client uses it again: the next request on it gets no reply and is not recorded
+  // (the client cannot tell it from a request sent as the server closed the connection).
+  // Connections accepted later are served as usual. Call it while no client is connecting.
+  void closeIdleConnections();
+  // Connections accepted since the server was made (each one TLS handshake).
+  std::uint64_t connectionsAccepted() const;
 
   // Every request answered or dropped so far, in the order of their outcome.
   std::vector<RecordedRequest> requests() const;

@@ -74,7 +74,9 @@ class ServeTest : public LoopbackServiceTest {
 
 TEST_F(ServeTest, AnswersTheLibraryEndToEnd) {
   TemporaryDirectory uploads;
-  Serve tool({"--token", "short", "--token", kToken, "--user", "alice:pa:ss", "--uploads", uploads.path()});
+  Serve tool({"--token", "short", "--token", kToken, "--refuse-token", "refused", "--user", "alice:pa:ss",
+              "--user", "bob:pw", "--refuse-user", "bob", "--fail-uploads", "1", "--slow", "1", "--uploads",
+              uploads.path()});
   const std::string base = tool.banner["base-url"];
   const auto launch = readLaunchUrl(tool.banner["launch-url"]);
   ASSERT_EQ(launch.outcome, LaunchUrlReading::Outcome::Parsed) << tool.banner["launch-url"];
@@ -82,10 +84,13 @@ TEST_F(ServeTest, AnswersTheLibraryEndToEnd) {
   const std::string upload = launch.items.at("gameEventUrl");
   ASSERT_EQ(upload.rfind(base + "/", 0), 0u);
 
-  EXPECT_EQ((std::array{validated(kToken), validated("short"), validated("wrong"), validated(std::nullopt)}),
-            (std::array{true, true, false, false}));
-  EXPECT_EQ((std::array{loggedIn("alice", "pa:ss"), loggedIn("alice", "pa:sS"), loggedIn("alice", "pa:ss", "")}),
-            (std::array{true, false, false}));
+  EXPECT_EQ((std::array{validated(kToken), validated("short"), validated("refused"), validated("wrong"),
+                        validated(std::nullopt)}),
+            (std::array{true, true, false, false, false}));
+  EXPECT_EQ((std::array{loggedIn("alice", "pa:ss"), loggedIn("alice", "pa:sS"), loggedIn("alice", "pa:ss", ""),
+                        loggedIn("bob", "pw")}),
+            (std::array{true, false, false, false}));
+  EXPECT_EQ(send({upload, "PUT", {}, "GEV\n1\n"}).statusCode, 500);
   EXPECT_EQ(send({upload, "PUT", {}, "GEV\n1\n"}).statusCode, 200);
   const std::string path = upload.substr(base.size());
   EXPECT_EQ(readFile(uploads.path() + "/" + endpoint::HttpsServer::uploadFileName(path)), "GEV\n1\n");
@@ -96,14 +101,20 @@ TEST_F(ServeTest, AnswersTheLibraryEndToEnd) {
     EXPECT_EQ(std::tie(reply.statusCode, reply.data), std::tuple(400, R"({"authed":false})")) << body;
   }
 
-  std::vector<std::string> lines(12);
-  for (auto& line : lines) {
-    line = tool.readLine();
+  // Refused outright, or answered without the key: both read as false.
+  const std::string validate = "GET /m/launch/project/validate ";
+  const std::string login = "POST /m/launch/project/auth/ios ";
+  const std::vector<std::string> expected = {
+      validate + "200", validate + "200", validate + "200", validate + "401", validate + "401",
+      login + "200",    login + "401",    login + "401",    login + "200",    "PUT " + path + " 500",
+      "PUT " + path + " 200", login + "400", login + "400", login + "400", login + "400"};
+  std::vector<std::string> lines;
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    const std::string line = tool.readLine();
     EXPECT_TRUE(line.find(kToken) == std::string::npos && line.find("pa:ss") == std::string::npos) << line;
+    lines.push_back(line.substr(0, line.rfind(' ')));  // without the byte count
   }
-  EXPECT_EQ(lines[0], "GET /m/launch/project/validate 200 0");
-  EXPECT_EQ(lines[7], "PUT " + path + " 200 6");
-  EXPECT_EQ(lines[8], "POST /m/launch/project/auth/ios 400 0");
+  EXPECT_EQ(lines, expected);
   EXPECT_EQ(tool.finish(SIGTERM), 0);
 }
 
@@ -116,8 +127,9 @@ TEST_F(ServeTest, WithoutTokensTheLaunchUrlCarriesAGeneratedOne) {
 }
 
 TEST_F(ServeTest, BadArgumentsExitWith2AndNameTheOption) {
-  for (const auto& [option, value] : {std::pair{"--user", "alice"}, {"--tokens", "/nonexistent"},
-                                      {"--token", " padded"}, {"--scheme", "1game"}, {"--port", "70000"}}) {
+  for (const auto& [option, value] :
+       {std::pair{"--user", "alice"}, {"--tokens", "/nonexistent"}, {"--token", " padded"}, {"--refuse-token", ""},
+        {"--scheme", "1game"}, {"--port", "70000"}, {"--slow", "-1"}, {"--fail-uploads", "-1"}}) {
     const ToolRun run = runTool({"serve", option, value});
     EXPECT_EQ(run.status, 2) << option;
     EXPECT_NE(run.err.find(option), std::string::npos) << run.err;

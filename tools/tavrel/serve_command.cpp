@@ -1,14 +1,11 @@
 // tavrel serve: a mock Tavrel service on 127.0.0.1 over HTTPS, with an upload endpoint, for
-// running a game against the library without the real service.
+// running a game against the library without the real service and trying its login gate by hand.
 
 #include "commands.hpp"
 
-#include "backend/validation.hpp"
 #include "endpoint/https_server.hpp"
-#include "platform/strings.hpp"
+#include "endpoint/mock_service.hpp"
 #include "session/launch_url.hpp"
-
-#include <nlohmann/json.hpp>
 
 #include <pthread.h>
 #include <signal.h>
@@ -39,15 +36,18 @@ struct Options {
   int port = 0;
   std::vector<std::string> tokens;
   std::string tokensFile;
+  std::vector<std::string> refusedTokens;
   std::vector<std::string> users;
+  std::vector<std::string> refusedUsers;
+  int slowMilliseconds = 0;
+  int failedUploads = 0;
   std::string uploads;
   std::string scheme = "game";
 };
 
 struct Accounts {
   std::vector<std::string> tokens;  // in the order given: the first fit goes into the launch URL
-  std::set<std::string> tokenSet;
-  std::set<std::pair<std::string, std::string>> users;
+  endpoint::MockService service;
 };
 
 // The header comes back trimmed and on one line, so a token with blanks at its ends or a
@@ -69,19 +69,27 @@ std::string trimmed(const std::string& line) {
   return line.substr(first, line.find_last_not_of(" \t\r") - first + 1);
 }
 
-void addToken(Accounts& accounts, std::string token, const std::string& origin) {
+void checkToken(const std::string& token, const std::string& origin) {
   // The token itself stays out of the message: it is a secret of the run.
   if (!isUsableToken(token)) {
     throw UsageError(origin +
                      ": a token must be non-empty, with no control characters and no blanks at its ends");
   }
-  if (accounts.tokenSet.insert(token).second) accounts.tokens.push_back(std::move(token));
+}
+
+void addToken(Accounts& accounts, std::string token, const std::string& origin) {
+  checkToken(token, origin);
+  if (accounts.service.validTokens.insert(token).second) accounts.tokens.push_back(std::move(token));
 }
 
 Accounts readAccounts(const Options& options) {
   Accounts accounts;
   for (std::size_t i = 0; i < options.tokens.size(); ++i) {
     addToken(accounts, options.tokens[i], "--token #" + std::to_string(i + 1));
+  }
+  for (std::size_t i = 0; i < options.refusedTokens.size(); ++i) {
+    checkToken(options.refusedTokens[i], "--refuse-token #" + std::to_string(i + 1));
+    accounts.service.refusedTokens.insert(options.refusedTokens[i]);
   }
   if (!options.tokensFile.empty()) {
     std::ifstream in(options.tokensFile);
@@ -100,8 +108,13 @@ Accounts readAccounts(const Options& options) {
     if (colon == std::string::npos) {
       throw UsageError("--user: expected NAME:PASSWORD, got an argument without ':'");
     }
-    accounts.users.emplace(user.substr(0, colon), user.substr(colon + 1));
+    accounts.service.users.emplace(user.substr(0, colon), user.substr(colon + 1));
   }
+  accounts.service.refusedUsers.insert(options.refusedUsers.begin(), options.refusedUsers.end());
+  if (options.slowMilliseconds < 0) throw UsageError("--slow: expected milliseconds, 0 or more");
+  accounts.service.delay = std::chrono::milliseconds(options.slowMilliseconds);
+  if (options.failedUploads < 0) throw UsageError("--fail-uploads: expected a count, 0 or more");
+  accounts.service.failedUploads = options.failedUploads;
   return accounts;
 }
 
@@ -121,8 +134,8 @@ std::int64_t nowMilliseconds() {
       .count();
 }
 
-// The launch URL of the first token that a launch URL can carry; without one, a token made for
-// this run is added to the accepted ones and used.
+// The launch URL of the first accepted token that a launch URL can carry; without one, a token
+// made for this run is added to the accepted ones and used.
 std::string makeLaunchUrl(Accounts& accounts, const std::string& scheme, const std::string& baseUrl) {
   LaunchUrlValues values;
   values.scheme = scheme;
@@ -130,6 +143,7 @@ std::string makeLaunchUrl(Accounts& accounts, const std::string& scheme, const s
   values.inputEventUrl = baseUrl + "/input-events.evt";
   values.recordingStartedAt = nowMilliseconds();
   for (const auto& token : accounts.tokens) {
+    if (accounts.service.refusedTokens.count(token) != 0) continue;
     values.launchToken = token;
     try {
       return composeLaunchUrl(values);
@@ -139,30 +153,9 @@ std::string makeLaunchUrl(Accounts& accounts, const std::string& scheme, const s
   }
   values.launchToken = generatedToken();
   std::string url = composeLaunchUrl(values);
-  accounts.tokenSet.insert(values.launchToken);
+  accounts.service.validTokens.insert(values.launchToken);
   accounts.tokens.push_back(values.launchToken);
   return url;
-}
-
-endpoint::Reply jsonReply(int status, const char* key, bool value) {
-  return {status, nlohmann::json{{key, value}}.dump(), "application/json"};
-}
-
-endpoint::Reply login(const Accounts& accounts, const endpoint::RecordedRequest& request) {
-  const auto body = nlohmann::json::parse(request.body, nullptr, /*allow_exceptions=*/false);
-  const auto member = [&body](const char* name) -> const std::string* {
-    const auto it = body.find(name);
-    return it != body.end() && it->is_string() ? it->get_ptr<const std::string*>() : nullptr;
-  };
-  if (!body.is_object()) return jsonReply(400, "authed", false);
-  const std::string* username = member("username");
-  const std::string* password = member("password");
-  const std::string* urlScheme = member("urlScheme");
-  if (username == nullptr || password == nullptr || urlScheme == nullptr) {
-    return jsonReply(400, "authed", false);
-  }
-  const bool authed = !urlScheme->empty() && accounts.users.count({*username, *password}) != 0;
-  return jsonReply(200, "authed", authed);
 }
 
 // A request path is the client's text: anything but printable ASCII is shown escaped so that a
@@ -221,6 +214,7 @@ void run(const Options& options, int& exitStatus) {
   auto output = std::make_shared<Output>();
   endpoint::HttpsServer::Options serverOptions;
   serverOptions.port = options.port;
+  serverOptions.keepAlive = true;  // as the real service: the library reuses its connections
   serverOptions.keepBodies = false;
   serverOptions.uploadsDirectory = options.uploads;
   // Method, path, status and body size only: headers and bodies carry tokens and passwords.
@@ -241,15 +235,7 @@ void run(const Options& options, int& exitStatus) {
   }
 
   const std::string launchUrl = makeLaunchUrl(accounts, options.scheme, server->baseUrl());
-  // Routes read the accounts, which are fixed from here on.
-  auto fixed = std::make_shared<const Accounts>(std::move(accounts));
-  server->addRoute("GET", std::string(kValidatePath), [fixed](const endpoint::RecordedRequest& request) {
-    const auto token = request.header("Authorization");
-    return jsonReply(200, "valid", token && fixed->tokenSet.count(*token) != 0);
-  });
-  server->addRoute("POST", std::string(kLoginPath), [fixed](const endpoint::RecordedRequest& request) {
-    return login(*fixed, request);
-  });
+  accounts.service.install(*server);
 
   output->line("base-url: " + server->baseUrl());
   output->line("ca-file: " + server->caFile());
@@ -277,13 +263,23 @@ void addServeCommand(CLI::App& app, int& exitStatus) {
       "Run a mock Tavrel service and upload endpoint over HTTPS on 127.0.0.1 until SIGINT or SIGTERM.\n"
       "Prints its base URL, the CA certificate a client must trust and a launch URL whose upload\n"
       "URLs point at it, then one line per request: method, path, status, bytes received.\n"
-      "The launch URL carries the first token of 48 characters or more without '+'; when there is\n"
-      "none (or no token at all), a 48-character token is made for the run and accepted too.");
+      "The launch URL carries the first accepted token of 48 characters or more without '+'; when\n"
+      "there is none, a 48-character token is made for the run and accepted too.\n"
+      "Refusals: a refused token or user gets {\"valid\":false} or {\"authed\":false}; any other\n"
+      "token, user or password gets 401 with no such key. A refusal wins over an acceptance.");
   command->add_option("--port", options->port, "port to listen on (default: a free one)");
   command->add_option("--token", options->tokens, "a token the service accepts (repeatable)");
   command->add_option("--tokens", options->tokensFile,
                       "a file of accepted tokens, one per line (blank lines are skipped)");
+  command->add_option("--refuse-token", options->refusedTokens,
+                      "a token answered {\"valid\":false} (repeatable)");
   command->add_option("--user", options->users, "an accepted login, NAME:PASSWORD (repeatable)");
+  command->add_option("--refuse-user", options->refusedUsers,
+                      "a user name answered {\"authed\":false}, whatever the password (repeatable)");
+  command->add_option("--slow", options->slowMilliseconds,
+                      "milliseconds the validate and login routes wait before answering");
+  command->add_option("--fail-uploads", options->failedUploads,
+                      "answer the first N uploads with status 500");
   command->add_option("--uploads", options->uploads,
                       "directory that stores the body of each PUT (default: bodies are discarded)");
   command->add_option("--scheme", options->scheme, "the game's URL scheme for the launch URL")

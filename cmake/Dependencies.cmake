@@ -9,6 +9,7 @@ pkg_check_modules(PANGOCAIRO REQUIRED IMPORTED_TARGET pangocairo cairo)
 # The toolkit loads its font file through a private fontconfig set given to Pango's fc font map.
 pkg_check_modules(FONTCONFIG REQUIRED IMPORTED_TARGET pangoft2 fontconfig)
 find_package(PNG REQUIRED)
+pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0)
 
 if(TAVREL_BUILD_TOOLS OR TAVREL_BUILD_TESTS)
   find_package(CLI11 CONFIG REQUIRED)

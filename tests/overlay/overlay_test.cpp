@@ -1,0 +1,300 @@
+// The overlay over a simulated game: attachment, the watermark's ticks in virtual time, and
+// touches driven through the host into a real input event file.
+
+#include "overlay/overlay_view.hpp"
+#include "recording/event_file_reader.hpp"
+#include "support/game_screen.hpp"
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <regex>
+
+namespace tavrel {
+namespace {
+
+// Measures every text as `textSize`, so placements do not depend on the font.
+class FixedTextOverlay : public OverlayView {
+ public:
+  using OverlayView::OverlayView;
+  CGSize textSize = CGSizeMake(300.0, 12.0);
+  mutable int measured = 0;  // one measurement a tick
+
+ protected:
+  CGSize measureText(const std::string&, const TextAttributes&) const override {
+    ++measured;
+    return textSize;
+  }
+};
+
+// Stands for the game's controller: counts the touches that reach it along the responder chain.
+class TouchCountingGame : public UIViewController {
+ public:
+  std::map<UITouchPhase, int> seen;
+  void touchesBegan(const UITouchSet& t, const UIEvent* e) override { count(UITouchPhase::Began, t, e); }
+  void touchesMoved(const UITouchSet& t, const UIEvent* e) override { count(UITouchPhase::Moved, t, e); }
+  void touchesEnded(const UITouchSet& t, const UIEvent* e) override { count(UITouchPhase::Ended, t, e); }
+  void touchesCancelled(const UITouchSet& t, const UIEvent* e) override { count(UITouchPhase::Cancelled, t, e); }
+
+ private:
+  void count(UITouchPhase phase, const UITouchSet& touches, const UIEvent*) { seen[phase] += static_cast<int>(touches.size()); }
+};
+
+class Overlay : public testing::SimulatedGame {
+ protected:
+  // The singleton's overlay over the fixture's game.
+  std::shared_ptr<OverlayView> attach() {
+    sdk().initialiseOverlay(game(), std::nullopt);
+    return sdk().overlayView();
+  }
+  std::shared_ptr<FixedTextOverlay> attachFixedText(CGSize screen) {
+    useScreen(screen);
+    auto overlay = std::make_shared<FixedTextOverlay>(UIScreen::mainScreen().bounds());
+    game()->view()->addSubview(overlay);
+    overlay->showWatermark();
+    started_ = sim().elapsed();
+    return overlay;
+  }
+  // Runs the watermark's next `n` ticks, landing between two ticks.
+  void ticks(int n) {
+    ticked_ += n;
+    sim().advance(started_ + (ticked_ + 0.5) * OverlayView::kTimerInterval - sim().elapsed());
+  }
+  static std::vector<float> labelXs(const OverlayView& overlay) {
+    std::vector<float> xs;
+    for (const auto& label : overlay.textViews()) xs.push_back(static_cast<float>(label->frame().origin.x));
+    return xs;
+  }
+
+  // Records go to a real file; every call starts a new run of the rate limit.
+  void record() {
+    sdk().initialiseEventsWithGameEventUrl(std::nullopt, "https://127.0.0.1:9/i.evt", sim().currentMilliseconds());
+    sim().runUntilIdle();
+  }
+  void newRun() { sim().advance(1.5); }
+  std::vector<std::vector<std::int32_t>> records() {
+    const std::string path = documents() + "/" + _inputEventFilename.get().value_or("?");
+    std::vector<std::vector<std::int32_t>> payloads;
+    if (!std::filesystem::exists(path)) return payloads;
+    for (const auto& record : readEventFile(testing::readFile(path)).inputRecords) payloads.push_back(record.payload);
+    return payloads;
+  }
+
+ private:
+  double started_ = 0.0;
+  int ticked_ = 0;
+};
+
+TEST_F(Overlay, AttachesOnceAndSwitchesBeforeSetUpAreNotRemembered) {
+  sdk().showTouches();
+  sdk().showWatermark();
+  const std::string token(24, 'a');
+  sdk().initialiseOverlay(game(), token + "USERID-0123456789abcdefg");
+  const auto overlay = sdk().overlayView();
+  ASSERT_TRUE(overlay);
+  EXPECT_EQ(overlay->superview(), game()->view().get());
+  EXPECT_EQ(sdk().parentViewController(), game());
+  EXPECT_TRUE(overlay->isMultipleTouchEnabled());
+  EXPECT_EQ(overlay->backgroundColor()->alpha(), 0.0);
+  EXPECT_FALSE(overlay->touchesEnabled() || overlay->watermarkEnabled());
+  EXPECT_EQ(overlay->freeTouchMarks().size(), 10u);
+  EXPECT_TRUE(overlay->subviews().empty());
+
+  const auto other = std::make_shared<UIViewController>();
+  sdk().initialiseOverlay(other, std::nullopt);
+  sdk().showOverlay(other);
+  EXPECT_EQ(sdk().overlayView(), overlay);
+  EXPECT_EQ(sdk().parentViewController(), game());
+  EXPECT_EQ(TavrelSDK::getUserId(), "USERID-0123456789abcdefg");
+}
+
+TEST_F(Overlay, NullControllerMeansTheApplicationsRootOrNothing) {
+  sdk().showOverlay(nullptr);  // no delegate yet: made, attached to nothing, for good
+  ASSERT_TRUE(sdk().overlayView());
+  EXPECT_EQ(sdk().overlayView()->superview(), nullptr);
+  EXPECT_EQ(sdk().parentViewController(), nullptr);
+
+  auto delegate = std::make_shared<UIApplicationDelegate>();
+  delegate->setWindow(window());
+  UIApplication::sharedApplication().setDelegate(delegate);
+  EXPECT_EQ(sdk().setViewController(nullptr), game());
+  sdk().setOverlayView(nullptr);
+  sdk().showOverlay(nullptr);
+  EXPECT_EQ(sdk().overlayView()->superview(), game()->view().get());
+  UIApplication::sharedApplication().setDelegate(nullptr);
+}
+
+TEST_F(Overlay, ScreenGivesFontSizeCanvasAndWholePointSize) {
+  struct Case {
+    CGSize screen;
+    double fontSize;
+  };
+  for (const Case& c : {Case{{1920, 1080}, 30}, Case{{844, 390}, 10}, Case{{667, 375}, 10}, Case{{1280, 720}, 20},
+                        Case{{375, 812.5}, 22}}) {
+    const auto overlay = attachFixedText(c.screen);
+    EXPECT_EQ(overlay->font()->pointSize(), c.fontSize) << c.screen.height;
+    EXPECT_EQ(overlay->screenHeight(), static_cast<std::int32_t>(c.screen.height));
+    EXPECT_EQ(overlay->watermark().getCanvasHeight(), static_cast<float>(c.screen.height));  // fraction kept
+  }
+}
+
+TEST_F(Overlay, TicksPlaceOneLabelPerItemAndTheSecondSwitchStartsNoSecondTimer) {
+  const auto overlay = attachFixedText({844, 390});
+  overlay->showWatermark();
+  EXPECT_TRUE(overlay->textViews().empty());
+  ticks(1);
+  // The first update saw no text yet, so nothing moved.
+  EXPECT_EQ(labelXs(*overlay), (std::vector<float>{0.0f, 320.0f, 640.0f}));
+  ticks(1);
+  EXPECT_EQ(labelXs(*overlay), (std::vector<float>{-4.666667f, 315.33334f, 635.33337f}));
+  ticks(13);
+  EXPECT_EQ(overlay->measured, 15);  // one timer: 15 ticks in a second
+
+  const auto& label = *overlay->textViews().front();
+  EXPECT_EQ(label.frame().size, CGSizeMake(300.0, 12.0));
+  EXPECT_EQ(*label.textColor(), *UIColor::whiteColor());
+  EXPECT_EQ(*label.backgroundColor(), *UIColor::clearColor());
+  EXPECT_EQ(label.font(), overlay->font());
+  EXPECT_EQ(overlay->subviews().size(), 3u);
+}
+
+TEST_F(Overlay, LabelPoolChangesAtItsEndOnly) {
+  const auto overlay = attachFixedText({844, 390});
+  // Copies a row: 300 wide gives 3, 500 gives 2, 200 gives 4; the bouncing behaviour shows 1.
+  overlay->textSize.width = 500.0;
+  ticks(1);
+  ASSERT_EQ(overlay->textViews().size(), 2u);
+  const auto first = overlay->textViews().front();
+  for (const auto& [width, copies] : {std::pair{300.0, 3u}, {500.0, 2u}, {200.0, 4u}}) {
+    overlay->textSize.width = width;
+    ticks(1);
+    EXPECT_EQ(overlay->textViews().size(), copies);
+    EXPECT_EQ(overlay->subviews().size(), copies);
+  }
+  const auto last = overlay->textViews().back();
+  overlay->watermark().setBehaviourType(WatermarkBehaviourTypeDVD);
+  ticks(1);
+  ASSERT_EQ(overlay->textViews().size(), 1u);
+  EXPECT_EQ(overlay->textViews().front(), first);
+  EXPECT_EQ(last->superview(), nullptr);
+}
+
+TEST_F(Overlay, EveryLabelShowsTimestampDashUserIdInTheMeasuredWidth) {
+  const auto overlay = attach();
+  overlay->showWatermark();
+  sim().advance(0.1);
+  const std::string text = *overlay->textViews().front()->text();
+  EXPECT_TRUE(std::regex_match(text, std::regex(R"(\d{4}:\d\d:\d\dT\d\d:\d\d:\d\d(Z|[+-]\d\d:\d\d)-no-user-id)"))) << text;
+  // Measured for real: the frame is the text's size with its fraction, not whole points.
+  const CGSize measured = sizeWithAttributes(text, {overlay->font(), UIColor::whiteColor()});
+  EXPECT_EQ(overlay->textViews().front()->frame().size,
+            CGSizeMake(static_cast<float>(measured.width), static_cast<float>(measured.height)));
+  sdk().setAuthToken(std::string(24, 't') + "USERID-0123456789abcdefg");
+  sim().advance(1.0 / 15);
+  for (const auto& label : overlay->textViews()) EXPECT_TRUE(label->text()->ends_with("-USERID-0123456789abcdefg"));
+}
+
+TEST_F(Overlay, TouchesReachTheGameWithOrWithoutMarksAndOnlyMarkedOnesRecord) {
+  auto counting = std::make_shared<TouchCountingGame>();
+  auto window = std::make_shared<UIWindow>();
+  window->setRootViewController(counting);
+  window->makeKeyAndVisible();
+  record();
+  sdk().initialiseOverlay(counting, std::nullopt);
+  const auto play = [&] {
+    host().fingersDown({{1, {10, 10}}});
+    host().fingersMoved({{1, {20, 20}}});
+    host().fingersUp({{1, {20, 20}}});
+  };
+  play();
+  EXPECT_TRUE(records().empty());
+  sdk().showTouches();
+  play();
+  EXPECT_EQ(records().size(), 2u);
+  EXPECT_EQ(counting->seen, (std::map<UITouchPhase, int>{
+                                {UITouchPhase::Began, 2}, {UITouchPhase::Moved, 2}, {UITouchPhase::Ended, 2}}));
+}
+
+TEST_F(Overlay, MarksRotateThroughThePoolAndRecordsNameThem) {
+  record();
+  const auto overlay = attach();
+  sdk().showTouches();
+  host().fingersDown({{1, {10, 10}}});
+  const auto taken = overlay->subviews().back();
+  EXPECT_EQ(taken->center(), CGPointMake(10, 10));
+  host().fingersMoved({{1, {100.5, 200.25}}});
+  host().fingersMoved({{1, {0, 844}}});
+  EXPECT_EQ(taken->center(), CGPointMake(0, 844));
+  host().fingersUp({{1, {0, 844}}});
+  EXPECT_EQ(taken->superview(), nullptr);
+  EXPECT_EQ(overlay->freeTouchMarks().back(), taken);
+  host().fingersDown({{2, {5, 5}}});
+  host().fingersUp({{2, {5, 5}}});
+  EXPECT_EQ(records(), (std::vector<std::vector<std::int32_t>>{
+                           {0, 6, 0, 16887, 15549, 0}, {0, 6, 0, 0, 65535, 0}, {0, 7, 0}, {0, 7, 1}}));
+  EXPECT_EQ(overlay->freeTouchMarks().front()->index(), 2);
+}
+
+TEST_F(Overlay, AnEleventhFingerGoesUnmarkedAndEveryEndingReturnsItsMark) {
+  record();
+  const auto overlay = attach();
+  sdk().showTouches();
+  std::vector<Finger> fingers;
+  for (int id = 1; id <= 11; ++id) fingers.push_back({id, {id * 30.0, 100}});
+  host().fingersDown(fingers);
+  EXPECT_TRUE(overlay->freeTouchMarks().empty());
+  host().fingersMoved({{11, {100.5, 100}}});
+  host().fingersUp({{11, {100.5, 100}}});
+  host().fingersUp({fingers[0], fingers[1]});  // one call, two fingers
+  newRun();
+  _eventsSinceLastUpdate = 5;  // this run is used up: the ending is dropped, the mark comes back
+  _lastUpdated = sim().currentMilliseconds();
+  host().fingersUp({fingers[2]});
+  host().fingersCancelled({fingers[3]});  // the platform takes a touch away
+  EXPECT_EQ(overlay->freeTouchMarks().size(), 4u);
+  EXPECT_EQ(overlay->touchMarksInUse(), 6u);
+  EXPECT_EQ(overlay->subviews().size(), 6u);
+  newRun();
+  host().fingersCancelled({fingers[4]});
+  auto got = records();
+  ASSERT_EQ(got.size(), 5u);
+  EXPECT_EQ(got[0], (std::vector<std::int32_t>{0, 6, -1, 16887, 7764, 0}));
+  EXPECT_EQ(got[1], (std::vector<std::int32_t>{0, 7, -1}));
+  std::sort(got.begin() + 2, got.begin() + 4);  // a set of touches has no order
+  EXPECT_EQ(std::vector(got.begin() + 2, got.end()), (std::vector<std::vector<std::int32_t>>{{0, 7, 0}, {0, 7, 1}, {0, 7, 4}}));
+}
+
+TEST_F(Overlay, LandscapeWordComesFromTheScreensWholePoints) {
+  for (const auto& [screen, landscape] : {std::pair{CGSizeMake(844, 390), 1}, {CGSizeMake(390, 844), 0},
+                                          {CGSizeMake(500, 500), 0}, {CGSizeMake(500.9, 500), 0}}) {
+    useScreen(screen);
+    testing::resetSessionGlobals();
+    record();
+    attach();
+    sdk().showTouches();
+    host().fingersDown({{1, {50, 50}}});
+    host().fingersMoved({{1, {60, 60}}});
+    host().fingersUp({{1, {60, 60}}});
+    ASSERT_FALSE(records().empty());
+    EXPECT_EQ(records().front().back(), landscape) << screen.width << "x" << screen.height;
+  }
+}
+
+TEST_F(Overlay, MarkIsAWhiteDiscInTheFrame) {
+  game()->view()->setBackgroundColor(UIColor::blackColor());
+  attach();
+  sdk().showTouches();
+  host().fingersDown({{1, {100, 100}}});
+  const UIFrame& frame = host().renderFrame();
+  const auto grey = [&frame](int x, int y) {
+    const std::uint32_t pixel = frame.pixels[y * frame.stride / 4 + x];
+    return static_cast<int>(pixel & 0xFF);
+  };
+  EXPECT_NEAR(grey(100, 100), 170, 2);  // two thirds of white over black
+  EXPECT_NEAR(grey(100, 89), 170, 2);   // inside the radius
+  EXPECT_EQ(grey(89, 89), 0);           // the square's corner is cut off
+  EXPECT_EQ(grey(100, 115), 0);
+}
+
+}  // namespace
+}  // namespace tavrel

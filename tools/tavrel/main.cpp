@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
   tavrel::cli::addWatermarkCommand(app, exitStatus);
   tavrel::cli::addInspectCommand(app, exitStatus);
   tavrel::cli::addDemoCommand(app, exitStatus);
+  tavrel::cli::addRunCommand(app, exitStatus);
   tavrel::cli::addServeCommand(app, exitStatus);
   tavrel::cli::addRenderCommand(app, exitStatus);
 

@@ -30,8 +30,8 @@ TEST_F(InspectTool, PrintsTablesOrOneJsonDocumentAndExitsByTheWorstFile) {
   EXPECT_EQ(run.status, 0) << run.out;
   EXPECT_NE(run.out.find("game event file, 47 bytes, 1 game event\n"), std::string::npos) << run.out;
   EXPECT_NE(run.out.find("4250  jump  level-2\n"), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("12345  touch moved     3   16887   15549  0\n"), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("12400  touch ended     3\n"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("12345  touch moved       3   16887   15549  0\n"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("12400  touch ended       3\n"), std::string::npos) << run.out;
 
   const std::string game = write("bad.evt", kHeader + kLine + "oops\n");
   const ToolRun bad = runTool({"inspect", game, write("torn.evt", kMagic + kMoved + kEnded.substr(0, 17))});

@@ -78,18 +78,19 @@ void appendGameRows(std::ostringstream& out, const EventFileContents& contents) 
 }
 
 void appendInputRows(std::ostringstream& out, const EventFileContents& contents) {
-  out << "  " << padLeft("t (ms)", 11) << "  event        " << padLeft("mark", 4) << "  " << padLeft("x", 6) << "  "
+  // markIndex tells fingers apart: the finger's touch mark, 0 to 9, or -1 for a finger without one.
+  out << "  " << padLeft("t (ms)", 11) << "  event        " << padLeft("finger", 6) << "  " << padLeft("x", 6) << "  "
       << padLeft("y", 6) << "  landscape\n";
   for (const auto& record : contents.inputRecords) {
     out << "  " << padLeft(std::to_string(record.timeOffset), 11) << "  " << padRight(kindName(record.kind()), 11);
     const auto& p = record.payload;
     switch (record.kind()) {
       case InputRecord::Kind::TouchMoved:
-        out << "  " << padLeft(std::to_string(p[2]), 4) << "  " << padLeft(std::to_string(p[3]), 6) << "  "
+        out << "  " << padLeft(std::to_string(p[2]), 6) << "  " << padLeft(std::to_string(p[3]), 6) << "  "
             << padLeft(std::to_string(p[4]), 6) << "  " << p[5];
         break;
       case InputRecord::Kind::TouchEnded:
-        out << "  " << padLeft(std::to_string(p[2]), 4);
+        out << "  " << padLeft(std::to_string(p[2]), 6);
         break;
       case InputRecord::Kind::Other:
         out << "  words";

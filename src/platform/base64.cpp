@@ -31,8 +31,8 @@ std::optional<std::string> dataWithBase64EncodedString(std::string_view text, bo
   std::string data(text.size() / 4 * 3 + 3, '\0');
   gint state = 0;
   guint save = 0;
-  const gsize length = g_base64_decode_step(text.data(), text.size(), reinterpret_cast<guchar*>(data.data()),
-                                            &state, &save);
+  const gsize length =
+      g_base64_decode_step(text.data(), text.size(), reinterpret_cast<guchar*>(data.data()), &state, &save);
   data.resize(length);
   return data;
 }

@@ -16,6 +16,6 @@ namespace tavrel {
 // is malformed when an alphabet character follows "=", when there are more than two "=", or when
 // the alphabet characters and "=" together are not a multiple of four. Empty text gives no bytes.
 TAVREL_EXPORT std::optional<std::string> dataWithBase64EncodedString(std::string_view text,
-                                                                    bool ignoreUnknownCharacters);
+                                                                     bool ignoreUnknownCharacters);
 
 }  // namespace tavrel

@@ -4,9 +4,10 @@
 #include "picture.hpp"
 #include "png_file.hpp"
 
-#include <CLI/CLI.hpp>
 #include <glib.h>
+#include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -35,13 +36,13 @@ std::string constantSource(const std::string& png, std::uint64_t seed) {
          "namespace tavrel {\n"
          "namespace {\n"
          "\n"
-         "constexpr char kLoginBackgroundBase64[] = \"" +
+         "constexpr char kBase64[] = \"" +
          base64(png) +
          "\";\n"
          "\n"
          "}  // namespace\n"
          "\n"
-         "std::string_view loginBackgroundBase64() { return {kLoginBackgroundBase64, sizeof kLoginBackgroundBase64 - 1}; }\n"
+         "std::string_view loginBackgroundBase64() { return {kBase64, sizeof kBase64 - 1}; }\n"
          "\n"
          "}  // namespace tavrel\n";
 }
@@ -119,8 +120,12 @@ int main(int argc, char** argv) {
     const auto& [rgba, layout, grainScale] = *background;
     const std::string png = tavrel::background::encodePng(rgba, seed, layout);
     report(png, rgba, layout, grainScale);
-    if (png.size() != tavrel::background::kFileSize) {
-      std::cerr << "tavrel_login_background_gen: the file came out " << png.size() << " bytes\n";
+    const auto chunks = tavrel::background::chunksOf(png);
+    const auto imageDataChunks =
+        std::count_if(chunks.begin(), chunks.end(), [](const auto& c) { return c.type == "IDAT"; });
+    if (png.size() != tavrel::background::kFileSize || imageDataChunks != tavrel::background::kImageDataChunks) {
+      std::cerr << "tavrel_login_background_gen: the file came out " << png.size() << " bytes with " << imageDataChunks
+                << " IDAT chunks\n";
       return 1;
     }
     if (!pngPath.empty() && !writeFile(pngPath, png)) return 1;

@@ -9,7 +9,7 @@ namespace tavrel::background {
 namespace {
 
 constexpr int kTopThirdRows = kHeight / 3;
-constexpr double kLineSpacing = 9.0;   // pixels between neighbouring lines, on average
+constexpr double kLineSpacing = 9.0;  // in the field's mean steps per pixel: about the pixels between lines
 
 class Random {
  public:
@@ -64,8 +64,8 @@ struct Field {
   }
 };
 
-// The field's mean steepness over the lower two thirds, per pixel. Spacing the levels by it keeps
-// the lines about equally dense, and the file about equally large, whatever the seed.
+// The field's mean change from one pixel to the next over the lower two thirds. Spacing the
+// levels by it keeps the lines about equally dense whatever the seed.
 double meanSlope(const Field& field) {
   double sum = 0;
   int count = 0;
@@ -151,14 +151,13 @@ std::vector<std::uint8_t> drawPicture(std::uint64_t seed, double grainScale) {
     const double w = brownWeight[i];
     // Mostly luminance grain, as film has, with a little colour noise so flat areas do not band.
     const double grain = 1.3 * grainScale * random.grain();
-    const Rgb pixel{
-        (1.0 - w) * (charcoal[i].red + red[0]) + w * (brown[i].red + red[1]) + grain + 0.5 * grainScale * random.grain(),
-        (1.0 - w) * (charcoal[i].green + green[0]) + w * (brown[i].green + green[1]) + grain + 0.5 * grainScale * random.grain(),
-        (1.0 - w) * (charcoal[i].blue + blue[0]) + w * (brown[i].blue + blue[1]) + grain + 0.5 * grainScale * random.grain(),
+    const auto channel = [&](double Rgb::*c, const std::array<double, 2>& shifts) {
+      const double smooth = (1.0 - w) * (charcoal[i].*c + shifts[0]) + w * (brown[i].*c + shifts[1]);
+      return toByte(smooth + grain + 0.5 * grainScale * random.grain());
     };
-    rgba[4 * i + 0] = toByte(pixel.red);
-    rgba[4 * i + 1] = toByte(pixel.green);
-    rgba[4 * i + 2] = toByte(pixel.blue);
+    rgba[4 * i + 0] = channel(&Rgb::red, red);
+    rgba[4 * i + 1] = channel(&Rgb::green, green);
+    rgba[4 * i + 2] = channel(&Rgb::blue, blue);
     rgba[4 * i + 3] = i < kWidth ? kFirstRowAlpha : 255;
   }
   return rgba;

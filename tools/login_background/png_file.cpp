@@ -27,8 +27,11 @@ class Bytes {
   std::vector<std::uint8_t> data;
 };
 
-// The sRGB transfer function, linear part and power part.
-double srgbToLinear(double v) { return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); }
+// sRGB's tone curve. std::pow may differ in the last bit between C libraries; that changes a
+// 16-bit curve value only if it lands exactly on a half.
+double srgbToLinear(double v) {
+  return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+}
 
 void writeToString(png_structp png, png_bytep data, png_size_t length) {
   static_cast<std::string*>(png_get_io_ptr(png))->append(reinterpret_cast<const char*>(data), length);
@@ -84,11 +87,9 @@ std::size_t compressedProfileSize(const std::vector<std::uint8_t>& profile) {
 
 // Profile names the search may pick, one per length: the words of a description, cut after a word.
 std::vector<std::string> profileNames() {
-  constexpr std::string_view kDescription =
-      "Tavrel backdrop RGB display profile with sRGB primaries and tone curve";
+  constexpr std::string_view kDescription = "Tavrel backdrop RGB display profile with sRGB primaries and tone curve";
   std::vector<std::string> names;
-  for (std::size_t end = kDescription.find(' '); end != std::string_view::npos;
-       end = kDescription.find(' ', end + 1)) {
+  for (std::size_t end = kDescription.find(' '); end != std::string_view::npos; end = kDescription.find(' ', end + 1)) {
     names.emplace_back(kDescription.substr(0, end));
   }
   names.emplace_back(kDescription);
@@ -112,7 +113,7 @@ std::vector<std::uint8_t> displayProfile(std::uint64_t seed, std::uint32_t curve
   p.s15Fixed16(0.9642), p.s15Fixed16(1.0), p.s15Fixed16(0.8249);
   p.zeros(4 + 16 + 28);  // creator, profile ID, reserved
 
-  // Tag table first, offsets patched as the data is laid out; the three curves share one entry.
+  // Tag table first, offsets patched as the data is laid out; the three tone curves share their data.
   const std::string_view signatures[] = {"desc", "cprt", "wtpt", "rXYZ", "gXYZ", "bXYZ", "rTRC", "gTRC", "bTRC"};
   p.u32(std::size(signatures));
   const std::size_t table = p.data.size();
@@ -163,9 +164,9 @@ std::string encodePng(const std::vector<std::uint8_t>& rgba, std::uint64_t seed,
 LayoutSearch exactLayout(const std::vector<std::uint8_t>& rgba, std::uint64_t seed) {
   // The pixels' compressed size does not depend on the profile, nor on where IDAT chunks split,
   // so one full encoding tells what the rest of the file must make up.
-  constexpr std::uint32_t kUsualCurvePoints = 1024;
+  constexpr int kUsualCurvePoints = 1024;
   const auto names = profileNames();
-  FileLayout layout{names.front(), kUsualCurvePoints, 8192};
+  FileLayout layout{names.front(), static_cast<std::uint32_t>(kUsualCurvePoints), 8192};
   const std::string first = encodePng(rgba, seed, layout);
   std::size_t imageData = 0, imageDataChunks = 0, iccp = 0;
   for (const auto& chunk : chunksOf(first)) {
@@ -178,7 +179,7 @@ LayoutSearch exactLayout(const std::vector<std::uint8_t>& rgba, std::uint64_t se
 
   // Try curve lengths outward from the usual one until one leaves room for a profile name exactly.
   for (int step = 0; step <= 3072; ++step) {
-    for (int points : {1024 + step, 1024 - step}) {
+    for (int points : {kUsualCurvePoints + step, kUsualCurvePoints - step}) {
       if (points < 256) continue;  // step 0 tries 1024 twice, harmlessly
       const std::size_t profile = compressedProfileSize(displayProfile(seed, static_cast<std::uint32_t>(points)));
       if (rest + profile + 2 >= kFileSize) continue;
@@ -192,8 +193,8 @@ LayoutSearch exactLayout(const std::vector<std::uint8_t>& rgba, std::uint64_t se
   }
   const std::size_t usualProfile = iccp - layout.profileName.size() - 2;
   const std::size_t middleName = names[names.size() / 2].size();
-  return {std::nullopt, static_cast<std::ptrdiff_t>(rest + usualProfile + middleName + 2) -
-                            static_cast<std::ptrdiff_t>(kFileSize)};
+  return {std::nullopt,
+          static_cast<std::ptrdiff_t>(rest + usualProfile + middleName + 2) - static_cast<std::ptrdiff_t>(kFileSize)};
 }
 
 std::vector<Chunk> chunksOf(const std::string& png) {

@@ -159,7 +159,7 @@ bool SdlHost::handleInput(const SDL_Event& event) {
     case SDL_MOUSEBUTTONDOWN:
     case SDL_MOUSEBUTTONUP: {
       // SDL_TOUCH_MOUSEID: a mouse event SDL made from a touch, which comes as a finger too.
-      if (event.button.windowID != windowId_ || event.button.which == SDL_TOUCH_MOUSEID) return false;
+      if (!forThisWindow(event.button.windowID) || event.button.which == SDL_TOUCH_MOUSEID) return false;
       if (event.button.button != SDL_BUTTON_LEFT) return isCovered();
       const std::vector<Finger> finger{{kMouseFinger, CGPointMake(event.button.x, event.button.y)}};
       if (event.type == SDL_MOUSEBUTTONDOWN) {
@@ -172,11 +172,11 @@ bool SdlHost::handleInput(const SDL_Event& event) {
       return fingersUp(finger) || isCovered();
     }
     case SDL_MOUSEMOTION:
-      if (event.motion.windowID != windowId_ || event.motion.which == SDL_TOUCH_MOUSEID) return false;
+      if (!forThisWindow(event.motion.windowID) || event.motion.which == SDL_TOUCH_MOUSEID) return false;
       if (!mouseDown_) return isCovered();
       return fingersMoved({{kMouseFinger, CGPointMake(event.motion.x, event.motion.y)}}) || isCovered();
     case SDL_MOUSEWHEEL:
-      return event.wheel.windowID == windowId_ && isCovered();
+      return forThisWindow(event.wheel.windowID) && isCovered();
     case SDL_FINGERDOWN:
     case SDL_FINGERMOTION:
     case SDL_FINGERUP:
@@ -185,13 +185,13 @@ bool SdlHost::handleInput(const SDL_Event& event) {
       return handleFinger(static_cast<SDL_EventType>(event.type), event.tfinger.fingerId,
                           CGPointMake(event.tfinger.x * screenSize_.width, event.tfinger.y * screenSize_.height));
     case SDL_TEXTINPUT:
-      if (event.text.windowID != windowId_) return false;
+      if (!forThisWindow(event.text.windowID)) return false;
       return typeText(event.text.text) || isCovered();
     case SDL_TEXTEDITING:
-      return event.edit.windowID == windowId_ && (focused || isCovered());
+      return forThisWindow(event.edit.windowID) && (focused || isCovered());
     case SDL_KEYDOWN:
     case SDL_KEYUP: {
-      if (event.key.windowID != windowId_) return false;
+      if (!forThisWindow(event.key.windowID)) return false;
       bool taken = false;
       if (event.type == SDL_KEYDOWN) {
         const SDL_Keycode key = event.key.keysym.sym;

@@ -58,6 +58,8 @@ class TAVREL_EXPORT SdlHost final : public UIHost {
   void presentFrame(const UIFrame& frame) override;
 
  private:
+  // Events of another window of the game are not ours; 0 is SDL's "no window focused".
+  bool forThisWindow(std::uint32_t windowId) const { return windowId == 0 || windowId == windowId_; }
   bool handleInput(const SDL_Event& event);
   bool handleFinger(SDL_EventType type, SDL_FingerID finger, CGPoint location);
   bool makeTexture(int width, int height);

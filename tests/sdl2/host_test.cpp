@@ -1,0 +1,158 @@
+// SdlHost in process, on SDL's offscreen video driver: the toolkit's premultiplied frame laid
+// over a game's frame as Cairo would blend it (with each renderer that opens here), and SDL
+// events reaching the toolkit as fingers and keys.
+
+#include <tavrel_sdk/sdl2_host.hpp>
+#include <tavrel_sdk/ui.hpp>
+
+#include "support/sandbox.hpp"
+
+#include <gtest/gtest.h>
+
+#include <SDL.h>
+
+#include <cstdlib>
+#include <memory>
+#include <sstream>
+#include <string>
+
+namespace tavrel {
+namespace {
+
+class SdlHostTest : public testing::SimulatedSession, public ::testing::WithParamInterface<const char*> {
+ protected:
+  void SetUp() override {
+    SimulatedSession::SetUp();
+    setenv("SDL_VIDEODRIVER", "offscreen", 1);
+    SDL_SetHint(SDL_HINT_RENDER_DRIVER, GetParam());
+    ASSERT_EQ(SDL_Init(SDL_INIT_VIDEO), 0) << SDL_GetError();
+    window_ = SDL_CreateWindow("host_test", 0, 0, 200, 100, 0);
+    renderer_ = window_ ? SDL_CreateRenderer(window_, -1, 0) : nullptr;
+    SDL_RendererInfo info{};
+    if (renderer_ == nullptr || SDL_GetRendererInfo(renderer_, &info) != 0 || std::string(info.name) != GetParam()) {
+      GTEST_SKIP() << "no " << GetParam() << " renderer here";
+    }
+    host_ = std::make_shared<SdlHost>(window_, renderer_);
+    UIHost::install(host_);
+    screen_ = std::make_shared<UIWindow>();
+    screen_->setRootViewController(std::make_shared<UIViewController>());
+    screen_->makeKeyAndVisible();
+  }
+  void TearDown() override {
+    if (auto* responder = UIResponder::currentFirstResponder()) responder->resignFirstResponder();
+    screen_.reset();
+    UIHost::install(std::make_shared<HeadlessHost>(CGSizeMake(200, 100), 1.0));
+    host_.reset();
+    if (renderer_ != nullptr) SDL_DestroyRenderer(renderer_);
+    if (window_ != nullptr) SDL_DestroyWindow(window_);
+    SDL_Quit();
+    SimulatedSession::TearDown();
+  }
+
+  std::shared_ptr<UIView> game() { return screen_->rootViewController()->view(); }
+  std::shared_ptr<UIView> addView(CGRect frame, std::shared_ptr<UIColor> color) {
+    auto view = std::make_shared<UIView>(frame);
+    view->setBackgroundColor(std::move(color));
+    game()->addSubview(view);
+    return view;
+  }
+  // The game's frame (dark blue), the toolkit over it, then one pixel read back as 0xRRGGBB.
+  std::uint32_t pixelAfterComposite(int x, int y) {
+    SDL_SetRenderDrawColor(renderer_, 0, 0, 200, 255);
+    SDL_RenderClear(renderer_);
+    host_->composite();
+    std::uint32_t pixel = 0;
+    const SDL_Rect at{x, y, 1, 1};
+    EXPECT_EQ(SDL_RenderReadPixels(renderer_, &at, SDL_PIXELFORMAT_ARGB8888, &pixel, 4), 0) << SDL_GetError();
+    return pixel & 0xffffff;
+  }
+  bool send(SDL_Event event) { return host_->handleEvent(event); }
+  SDL_Event mouse(Uint32 type, int x, int y, Uint8 button = SDL_BUTTON_LEFT) {
+    SDL_Event event{};
+    event.button = {type, 0, SDL_GetWindowID(window_), 0, button, SDL_PRESSED, 1, 0, x, y};
+    return event;
+  }
+
+  SDL_Window* window_ = nullptr;
+  SDL_Renderer* renderer_ = nullptr;
+  std::shared_ptr<SdlHost> host_;
+  std::shared_ptr<UIWindow> screen_;
+};
+
+::testing::AssertionResult near(std::uint32_t actual, std::uint32_t expected) {
+  for (int shift : {16, 8, 0}) {
+    if (std::abs(static_cast<int>((actual >> shift) & 0xff) - static_cast<int>((expected >> shift) & 0xff)) > 3) {
+      std::ostringstream message;
+      message << std::hex << "0x" << actual << " is not near 0x" << expected;
+      return ::testing::AssertionFailure() << message.str();
+    }
+  }
+  return ::testing::AssertionSuccess();
+}
+
+TEST_P(SdlHostTest, laysTheToolkitOverTheGameAsCairoBlendsAndUploadsWhatChanged) {
+  addView(CGRectMake(0, 0, 50, 100), UIColor::colorWithRed(1, 1, 1, 0.5));
+  auto block = addView(CGRectMake(50, 0, 50, 100), UIColor::colorWithRed(1, 0, 0, 1));
+  EXPECT_TRUE(near(pixelAfterComposite(25, 50), 0x7f7fe3));  // half white over (0, 0, 200)
+  EXPECT_EQ(pixelAfterComposite(75, 50), 0xff0000u);
+  EXPECT_EQ(pixelAfterComposite(150, 50), 0x0000c8u);  // nothing of the toolkit: the game as drawn
+
+  block->setBackgroundColor(UIColor::colorWithRed(0, 1, 0, 1));
+  EXPECT_EQ(pixelAfterComposite(75, 50), 0x00ff00u);
+  EXPECT_TRUE(near(pixelAfterComposite(25, 50), 0x7f7fe3));
+}
+
+TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
+  if (std::string(GetParam()) != "software") GTEST_SKIP() << "input does not depend on the renderer";
+  auto button = std::make_shared<UIButton>(CGRectMake(0, 0, 100, 50));
+  int taps = 0;
+  button->addTarget(this, [&taps](UIControl*) { ++taps; }, UIControlEventTouchUpInside);
+  game()->addSubview(button);
+  auto field = std::make_shared<UITextField>(CGRectMake(100, 0, 100, 50));
+  game()->addSubview(field);
+
+  EXPECT_FALSE(send(mouse(SDL_MOUSEBUTTONDOWN, 50, 25)));  // the game's own screen: not taken
+  EXPECT_FALSE(send(mouse(SDL_MOUSEBUTTONUP, 50, 25)));
+  send(mouse(SDL_MOUSEBUTTONDOWN, 50, 25, SDL_BUTTON_RIGHT));
+  send(mouse(SDL_MOUSEBUTTONUP, 50, 25, SDL_BUTTON_RIGHT));
+  EXPECT_EQ(taps, 1);
+  SDL_Event touch{};
+  touch.tfinger = {SDL_FINGERDOWN, 0, 7, 42, 0.25f, 0.25f, 0, 0, 1, 0};  // normalized: (50, 25)
+  send(touch);
+  touch.type = SDL_FINGERUP;
+  send(touch);
+  EXPECT_EQ(taps, 2);
+
+  EXPECT_FALSE(SDL_IsTextInputActive());
+  send(mouse(SDL_MOUSEBUTTONDOWN, 150, 25));
+  send(mouse(SDL_MOUSEBUTTONUP, 150, 25));
+  EXPECT_TRUE(field->isFirstResponder());
+  EXPECT_TRUE(SDL_IsTextInputActive());
+  SDL_Event text{};
+  text.text.type = SDL_TEXTINPUT;
+  text.text.windowID = SDL_GetWindowID(window_);
+  std::snprintf(text.text.text, sizeof text.text.text, "%s", "añ");
+  EXPECT_TRUE(send(text));
+  SDL_Event key{};
+  key.key = {SDL_KEYDOWN, 0, SDL_GetWindowID(window_), SDL_PRESSED, 0, 0, 0, {SDL_SCANCODE_BACKSPACE, SDLK_BACKSPACE, 0, 0}};
+  EXPECT_TRUE(send(key));
+  EXPECT_EQ(field->text(), "a");
+  key.key.keysym = {SDL_SCANCODE_W, SDLK_w, 0, 0};
+  EXPECT_TRUE(send(key));  // a game key while a field has the focus: the game does not move
+  field->resignFirstResponder();
+  EXPECT_FALSE(send(key));
+  EXPECT_FALSE(SDL_IsTextInputActive());
+
+  // A page over the game takes everything, even where the game had a button.
+  screen_->rootViewController()->presentViewController(std::make_shared<UIViewController>(), false, nullptr);
+  EXPECT_TRUE(send(mouse(SDL_MOUSEBUTTONDOWN, 50, 25)));
+  EXPECT_TRUE(send(mouse(SDL_MOUSEBUTTONUP, 50, 25)));
+  EXPECT_TRUE(send(key));
+  EXPECT_EQ(taps, 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(Renderers, SdlHostTest, ::testing::Values("software", "opengl"),
+                         [](const auto& info) { return std::string(info.param); });
+
+}  // namespace
+}  // namespace tavrel

@@ -1,0 +1,300 @@
+// The library in a real window, as a player meets it on Linux: the package installed into a
+// scratch prefix, the example game built against it, the mock service (tavrel serve), an X
+// server (Xvfb), and the game started with a token the service refuses. Real X input (xdotool)
+// logs in through the page; screenshots (ImageMagick's import) and the view tree the game
+// writes each second show the page go and the watermark drawn over the game's own scene.
+// The screenshots stay in the build tree (sdl2_window/*.png) to be looked at.
+
+#include "support/sandbox.hpp"
+#include "support/tool_runner.hpp"
+
+#include <cairo.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+using nlohmann::json;
+using tavrel::testing::readFile;
+
+const std::string kAcceptedToken(48, 'A');
+const std::string kRefusedToken = std::string(24, 'r') + "PLAYER-ID-OF-24-CHARS-00";
+
+// A process in the background with its output in a log file; SIGTERM when the handle goes.
+class Background {
+ public:
+  Background(std::vector<std::string> argv, const std::vector<std::string>& extraEnv, const std::string& log) {
+    std::vector<std::string> envStrings(extraEnv);
+    for (char** e = environ; *e != nullptr; ++e) envStrings.emplace_back(*e);  // the first of a name wins
+    std::vector<char*> args;
+    std::vector<char*> env;
+    for (auto& a : argv) args.push_back(a.data());
+    for (auto& e : envStrings) env.push_back(e.data());
+    args.push_back(nullptr);
+    env.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    if (posix_spawnp(&pid_, args[0], &actions, nullptr, args.data(), env.data()) != 0) pid_ = -1;
+    posix_spawn_file_actions_destroy(&actions);
+  }
+  ~Background() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
+  }
+  Background(const Background&) = delete;
+  Background& operator=(const Background&) = delete;
+  bool running() const { return pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0; }
+
+ private:
+  pid_t pid_ = -1;
+};
+
+// An X server on the first free display, which it names through -displayfd.
+struct XServer {
+  std::unique_ptr<Background> process;
+  std::string display;  // ":N"
+};
+
+std::optional<XServer> startXServer(const std::string& log) {
+  int fds[2];
+  if (pipe(fds) != 0) return std::nullopt;
+  XServer server;
+  server.process = std::make_unique<Background>(
+      std::vector<std::string>{"Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "1024x768x24",
+                               "-nolisten", "tcp"},
+      std::vector<std::string>{}, log);
+  close(fds[1]);
+  std::string number;
+  pollfd ready{fds[0], POLLIN, 0};
+  char c = 0;
+  while (poll(&ready, 1, 20000) > 0 && read(fds[0], &c, 1) == 1 && c != '\n') number.push_back(c);
+  close(fds[0]);
+  if (number.empty() || !server.process->running()) return std::nullopt;
+  server.display = ":" + number;
+  return server;
+}
+
+bool run(const std::string& command, const std::string& log) {
+  return std::system((command + " >>'" + log + "' 2>&1").c_str()) == 0;
+}
+
+std::string capture(const std::string& command) {
+  std::string out;
+  if (FILE* pipe = popen(command.c_str(), "r")) {
+    char buffer[512];
+    while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) out += buffer;
+    pclose(pipe);
+  }
+  return out;
+}
+
+// Polls until `done` holds; the bound is generous, what is checked is the state reached.
+bool waitUntil(const std::function<bool()>& done, double seconds = 30.0) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  return true;
+}
+
+std::string lineValue(const std::string& text, const std::string& key) {
+  const auto at = text.find(key);
+  if (at == std::string::npos) return {};
+  const auto start = at + key.size();
+  return text.substr(start, text.find('\n', start) - start);
+}
+
+json readTree(const std::string& path) {
+  std::ifstream in(path);
+  return json::parse(in, nullptr, /*allow_exceptions=*/false);
+}
+
+// The centre, in window points, of the first view under `view` (at `origin`) that `match` takes.
+std::optional<std::pair<int, int>> centreOf(const json& view, const std::function<bool(const json&)>& match,
+                                            double x = 0, double y = 0) {
+  if (!view.is_object()) return std::nullopt;
+  const auto& frame = view["frame"];
+  x += frame[0].get<double>();
+  y += frame[1].get<double>();
+  if (match(view)) {
+    return std::pair{static_cast<int>(x + frame[2].get<double>() / 2), static_cast<int>(y + frame[3].get<double>() / 2)};
+  }
+  for (const auto& subview : view["subviews"]) {
+    if (auto found = centreOf(subview, match, x, y)) return found;
+  }
+  return std::nullopt;
+}
+
+const json& presentedPage(const json& tree) {
+  static const json none;
+  if (!tree.is_object()) return none;
+  return tree["rootViewController"]["presentedViewController"];
+}
+
+// A screenshot of the window's part of the screen, read back with Cairo.
+struct Shot {
+  std::shared_ptr<cairo_surface_t> surface;
+  int x0 = 0, y0 = 0, width = 0, height = 0;  // the window on the screen
+
+  std::uint32_t at(int x, int y) const {
+    const auto* row = cairo_image_surface_get_data(surface.get()) + (y0 + y) * cairo_image_surface_get_stride(surface.get());
+    return reinterpret_cast<const std::uint32_t*>(row)[x0 + x] & 0xffffff;
+  }
+  int count(int top, int bottom, const std::function<bool(int, int, int)>& rgb) const {
+    int n = 0;
+    for (int y = top; y < bottom; ++y) {
+      for (int x = 0; x < width; ++x) {
+        const std::uint32_t p = at(x, y);
+        n += rgb(p >> 16, (p >> 8) & 0xff, p & 0xff) ? 1 : 0;
+      }
+    }
+    return n;
+  }
+};
+
+bool isWhite(int r, int g, int b) { return r >= 235 && g >= 235 && b >= 235; }
+bool isLoginOrange(int r, int g, int b) { return r >= 245 && g >= 92 && g <= 112 && b <= 10; }  // (1, 0.4, 0)
+
+TEST(Sdl2Window, aRefusedPlayerLogsInThroughThePageAndTheWatermarkShowsOverTheGame) {
+  const std::string tool = tavrel::testing::toolPath();
+  ASSERT_FALSE(tool.empty()) << "TAVREL_TOOL is not set";
+  tavrel::testing::TemporaryDirectory work;
+  const std::string dir = work.path();
+  const std::string log = dir + "/commands.log";
+  const std::string shots = TAVREL_SDL2_TEST_OUT;
+  std::filesystem::create_directories(shots);
+
+  auto x = startXServer(dir + "/xvfb.log");
+  if (!x) GTEST_SKIP() << "no X server could be started (Xvfb, from scripts/setup): " << readFile(dir + "/xvfb.log");
+  const std::string display = "DISPLAY=" + x->display + " ";
+
+  const std::string prefix = dir + "/prefix";
+  ASSERT_TRUE(run("cmake --install '" TAVREL_BINARY_DIR "' --prefix '" + prefix + "'", log)) << readFile(log);
+  ASSERT_TRUE(run("cmake -S '" TAVREL_SOURCE_DIR "/examples/sdl2_game' -B '" + dir + "/game' -G Ninja -DCMAKE_PREFIX_PATH='" +
+                      prefix + "' && cmake --build '" + dir + "/game'",
+                  log))
+      << readFile(log);
+
+  Background serve({tool, "serve", "--token", kAcceptedToken, "--user", "ann:secret-pw", "--scheme", "sdl2game"}, {},
+                   dir + "/serve.log");
+  ASSERT_TRUE(waitUntil([&] { return readFile(dir + "/serve.log").find("launch-url:") != std::string::npos; }));
+  const std::string served = readFile(dir + "/serve.log");
+  const std::string baseUrl = lineValue(served, "base-url: ");
+  const auto composed = tavrel::testing::runTool(
+      {"launch-url", "compose", "--scheme", "sdl2game", "--token", kRefusedToken, "--game-event-url",
+       baseUrl + "/game-events.evt", "--input-event-url", baseUrl + "/input-events.evt", "--recording-started-at",
+       std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(
+                          std::chrono::system_clock::now().time_since_epoch()).count())});
+  ASSERT_EQ(composed.status, 0) << composed.err;
+  const std::string launchUrl = composed.out.substr(0, composed.out.find('\n'));
+
+  const std::string treeFile = dir + "/tree.json";
+  Background game({dir + "/game/sdl2_game", kRefusedToken, launchUrl},
+                  {"DISPLAY=" + x->display, "SDL_VIDEODRIVER=x11", "LD_LIBRARY_PATH=" + prefix + "/lib",
+                   "TAVREL_CA_FILE=" + lineValue(served, "ca-file: "), "TAVREL_SERVICE_URL=" + baseUrl,
+                   "TAVREL_TREE_FILE=" + treeFile, "TAVREL_DOCUMENTS=" + dir + "/documents"},
+                  dir + "/game.log");
+
+  // The refusal brings the page.
+  json tree;
+  ASSERT_TRUE(waitUntil([&] {
+    tree = readTree(treeFile);
+    return presentedPage(tree).is_object();
+  })) << readFile(dir + "/game.log");
+  EXPECT_EQ(presentedPage(tree)["class"], "LoginViewController");
+  const json& page = presentedPage(tree)["view"];
+  const auto field = [](const char* placeholder) {
+    return [placeholder](const json& v) { return v.value("placeholder", json()) == placeholder; };
+  };
+  const auto username = centreOf(page, field("Tavrel username"));
+  const auto password = centreOf(page, field("Password"));
+  const auto login = centreOf(page, [](const json& v) { return v.value("currentTitle", json()) == "Login"; });
+  ASSERT_TRUE(username && password && login) << page.dump(1);
+
+  std::string windowId = capture(display + "xdotool search --sync --onlyvisible --name '^sdl2_game$' | head -1");
+  windowId = windowId.substr(0, windowId.find('\n'));
+  ASSERT_FALSE(windowId.empty());
+  const std::string geometry = capture(display + "xdotool getwindowgeometry " + windowId);
+  Shot shot;
+  ASSERT_EQ(std::sscanf(lineValue(geometry, "Position: ").c_str(), "%d,%d", &shot.x0, &shot.y0), 2) << geometry;
+  ASSERT_EQ(std::sscanf(lineValue(geometry, "Geometry: ").c_str(), "%dx%d", &shot.width, &shot.height), 2) << geometry;
+  const auto screenshot = [&](const std::string& name) {
+    const std::string path = shots + "/" + name;
+    EXPECT_TRUE(run(display + "import -window root '" + path + "'", log)) << readFile(log);
+    shot.surface.reset(cairo_image_surface_create_from_png(path.c_str()), cairo_surface_destroy);
+    return cairo_surface_status(shot.surface.get()) == CAIRO_STATUS_SUCCESS;
+  };
+  // The page has slid in when its button shows where the tree puts it.
+  ASSERT_TRUE(waitUntil([&] {
+    if (!screenshot("page.png")) return false;
+    const std::uint32_t p = shot.at(login->first, login->second);
+    return isLoginOrange(p >> 16, (p >> 8) & 0xff, p & 0xff);
+  }));
+
+  const auto click = [&](std::pair<int, int> at) {
+    return run(display + "xdotool mousemove --window " + windowId + " " +
+                   std::to_string(at.first) + " " + std::to_string(at.second) + " click 1",
+               log);
+  };
+  const std::string type = display + "xdotool type --delay 40 ";
+  ASSERT_TRUE(run(display + "xdotool windowfocus --sync " + windowId, log)) << readFile(log);
+  ASSERT_TRUE(click(*username) && run(type + "ann", log) && click(*password) && run(type + "secret-pw", log))
+      << readFile(log);
+  ASSERT_TRUE(waitUntil([&] {
+    tree = readTree(treeFile);
+    return centreOf(presentedPage(tree)["view"], [](const json& v) { return v.value("text", json()) == "secret-pw"; })
+        .has_value();
+  })) << presentedPage(tree).dump(1);
+  EXPECT_TRUE(centreOf(presentedPage(tree)["view"], [](const json& v) { return v.value("text", json()) == "ann"; }));
+  screenshot("typed.png");
+
+  // The login through the service takes the page away; the game plays under the overlay.
+  ASSERT_TRUE(click(*login));
+  ASSERT_TRUE(waitUntil([&] {
+    tree = readTree(treeFile);
+    return tree.is_object() && presentedPage(tree).is_null();
+  })) << readFile(dir + "/serve.log");
+  ASSERT_TRUE(waitUntil([&] { return screenshot("played.png") && shot.count(0, shot.height, isLoginOrange) == 0; }));
+  EXPECT_NE(readFile(dir + "/game.log").find("the session may go on"), std::string::npos);
+  EXPECT_NE(readFile(dir + "/serve.log").find("POST /m/launch/project/auth/ios 200"), std::string::npos);
+
+  // White is the library's alone: the watermark's text. The ground shows through the overlay.
+  const std::string userId = kRefusedToken.substr(24, 24);
+  const auto watermark = [&](const json& v) {
+    const auto text = v.value("text", json());
+    return text.is_string() && text.get<std::string>().ends_with("-" + userId);
+  };
+  EXPECT_TRUE(centreOf(tree["rootViewController"]["view"], watermark)) << tree.dump(1);
+  EXPECT_GT(shot.count(0, shot.height, isWhite), 40);
+  const int ground = shot.count(490, shot.height, [](int r, int g, int b) { return r == 30 && g == 90 && b == 50; });
+  EXPECT_GT(ground, shot.width * (shot.height - 490) / 2);
+  EXPECT_TRUE(game.running());
+}
+
+}  // namespace

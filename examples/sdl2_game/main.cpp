@@ -76,13 +76,14 @@ int main(int argc, char** argv) {
   auto host = std::make_shared<tavrel::SdlHost>(window, renderer);
   tavrel::UIHost::install(host);
 
+  // --- The README's "Integrating" snippet, with the test-only settings ---------------------
   auto& platform = tavrel::Platform::current();
+  // The game's URL scheme: a login through the page names it.
   platform.setInfoDictionaryJson(R"({"CFBundleURLTypes": [{"CFBundleURLSchemes": ["sdl2game"]}]})");
+  // Tests and local integration only: a mock service on 127.0.0.1 (tavrel serve).
   if (const char* caFile = std::getenv("TAVREL_CA_FILE")) platform.setTrustedCertificatesFile(caFile);
   if (const char* serviceUrl = std::getenv("TAVREL_SERVICE_URL")) platform.setServiceBaseUrlForTesting(serviceUrl);
-  const char* treeFile = std::getenv("TAVREL_TREE_FILE");
 
-  // --- The README's "Integrating" snippet ---------------------------------------------------
   auto& sdk = tavrel::TavrelSDK::sharedInstance();
   const std::string token = argc > 1 ? argv[1] : "";      // from the companion app
   const std::string launchUrl = argc > 2 ? argv[2] : "";  // the URL the game was opened with
@@ -99,6 +100,7 @@ int main(int argc, char** argv) {
   sdk.processUrlRequest(launchUrl);                     // each time the game is opened through a URL
   // -------------------------------------------------------------------------------------------
 
+  const char* treeFile = std::getenv("TAVREL_TREE_FILE");
   const Uint64 start = SDL_GetTicks64();
   Uint64 lastTreeWrite = 0;
   bool announced = false;
@@ -113,7 +115,7 @@ int main(int argc, char** argv) {
     }
     if (mayPlay && !announced) {
       announced = true;
-      sdk.emitGameEvent("level-1", "start");
+      sdk.emitGameEvent("level-1", "start");  // during play, any thread
       std::puts("sdl2_game: the session may go on");
       std::fflush(stdout);
     }

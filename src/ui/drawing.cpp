@@ -1,14 +1,142 @@
+// What the controls draw of their own (drawRect), and the label's shrinking to fit.
+
 #include <tavrel_sdk/ui/controls.hpp>
+
+#include "ui/cairo_support.hpp"
+#include "ui/text_layout.hpp"
+
+#include <cairo.h>
+
+#include <algorithm>
 
 namespace tavrel {
 
-std::shared_ptr<UIFont> UILabel::fontAsDrawn() const {
-  return font_ ? font_ : UIFont::systemFontOfSize(kLabelFontSize);
+namespace {
+
+// The platform's placeholderText and tint colours.
+const UIColor kPlaceholderColor(0.235, 0.235, 0.263, 0.3);
+const UIColor kTintColor(0.0, 122.0 / 255.0, 1.0, 1.0);
+const UIColor kBlack(0.0, 0.0, 0.0, 1.0);
+const UIColor kWhite(1.0, 1.0, 1.0, 1.0);
+
+constexpr double kCaretWidth = 2.0;
+// With no minimumScaleFactor a label shrinks no further than this.
+constexpr double kSmallestShrunkFontSize = 6.0;
+// Each step of the search for a fitting size takes this much off.
+constexpr double kShrinkStep = 0.98;
+
+const UIFont& orDefault(const std::shared_ptr<UIFont>& font, std::shared_ptr<UIFont>& fallback, double size) {
+  if (font) return *font;
+  if (!fallback) fallback = UIFont::systemFontOfSize(size);
+  return *fallback;
 }
 
-void UILabel::drawRect(CGContextRef, CGRect) {}
-void UITextField::drawRect(CGContextRef, CGRect) {}
-void UIButton::drawRect(CGContextRef, CGRect) {}
-void UIImageView::drawRect(CGContextRef, CGRect) {}
+bool leftViewShows(const UITextField& field) {
+  if (!field.leftView()) return false;
+  switch (field.leftViewMode()) {
+    case UITextFieldViewMode::Always: return true;
+    case UITextFieldViewMode::WhileEditing: return field.isFirstResponder();
+    case UITextFieldViewMode::UnlessEditing: return !field.isFirstResponder();
+    case UITextFieldViewMode::Never: return false;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::shared_ptr<UIFont> UILabel::fontAsDrawn() const {
+  std::shared_ptr<UIFont> font = font_ ? font_ : UIFont::systemFontOfSize(kLabelFontSize);
+  const double width = bounds().size.width;
+  if (!adjustsFontSizeToFitWidth_ || !text_ || text_->empty() || width <= 0.0) return font;
+  const double natural = text::measure(*font, *text_).width;
+  if (natural <= width) return font;
+  const double smallest = minimumScaleFactor_ > 0.0 ? font->pointSize() * std::min(minimumScaleFactor_, 1.0)
+                                                    : std::min(font->pointSize(), kSmallestShrunkFontSize);
+  // Unhinted widths grow in proportion to the size, so one division lands within a step.
+  double size = std::max(smallest, font->pointSize() * width / natural);
+  while (size > smallest && text::measure(*font->fontWithSize(size), *text_).width > width) {
+    size = std::max(smallest, size * kShrinkStep);
+  }
+  return font->fontWithSize(size);
+}
+
+void UILabel::drawRect(CGContextRef context, CGRect /*rect*/) {
+  if (!text_ || text_->empty()) return;
+  text::LineStyle style;
+  style.alignment = textAlignment_;
+  text::drawText(context, *text_, *fontAsDrawn(), textColor_ ? *textColor_ : kBlack, bounds(), style);
+}
+
+void UITextField::drawRect(CGContextRef context, CGRect /*rect*/) {
+  std::shared_ptr<UIFont> fallback;
+  const UIFont& font = orDefault(font_, fallback, kLabelFontSize);
+  CGRect box = bounds();
+  if (leftViewShows(*this)) {
+    const double inset = leftView_->frame().size.width;
+    box.origin.x += inset;
+    box.size.width = std::max(0.0, box.size.width - inset);
+  }
+  cairo_save(context);
+  cairo_rectangle(context, box.origin.x, box.origin.y, box.size.width, box.size.height);
+  cairo_clip(context);
+
+  const std::string shown = displayedText();
+  text::LineStyle style;
+  double textWidth = 0.0;
+  if (shown.empty()) {
+    if (placeholder_) text::drawText(context, *placeholder_, font, kPlaceholderColor, box, style);
+  } else if (isFirstResponder()) {
+    // While editing the line does not truncate: its end, where typing goes, stays in view.
+    textWidth = text::measure(font, shown).width;
+    style.truncateTail = false;
+    CGRect line = box;
+    line.size.width = textWidth;
+    if (textWidth > box.size.width - kCaretWidth) line.origin.x -= textWidth - (box.size.width - kCaretWidth);
+    text::drawText(context, shown, font, textColor_ ? *textColor_ : kBlack, line, style);
+    textWidth = line.maxX() - box.minX();
+  } else {
+    text::drawText(context, shown, font, textColor_ ? *textColor_ : kBlack, box, style);
+  }
+
+  if (isCaretVisible()) {
+    const double height = font.lineHeight();
+    setSourceColor(context, kTintColor.CGColor());
+    cairo_rectangle(context, box.minX() + textWidth, box.midY() - height / 2.0, kCaretWidth, height);
+    cairo_fill(context);
+  }
+  cairo_restore(context);
+}
+
+void UIButton::drawRect(CGContextRef context, CGRect /*rect*/) {
+  const std::optional<std::string> title = currentTitle();
+  if (!title || title->empty()) return;
+  std::shared_ptr<UIFont> fallback;
+  const UIFont& font = orDefault(titleFont_, fallback, kButtonTitleFontSize);
+  std::shared_ptr<UIColor> color = currentTitleColor();
+  const UIColor& base = color ? *color : (type_ == UIButtonType::System ? kTintColor : kWhite);
+  text::LineStyle style;
+  style.alignment = NSTextAlignment::Center;
+  // Pressed, a title with no colour of its own for the state dims, as the platform's does.
+  const bool dims = isHighlighted() && !titleColorForState(UIControlStateHighlighted);
+  const UIColor shown = dims ? UIColor(base.red(), base.green(), base.blue(), base.alpha() * 0.5) : base;
+  text::drawText(context, *title, font, shown, bounds(), style);
+}
+
+void UIImageView::drawRect(CGContextRef context, CGRect /*rect*/) {
+  if (!image_ || image_->pixelWidth() <= 0 || image_->pixelHeight() <= 0) return;
+  const CGRect box = bounds();
+  cairo_save(context);
+  cairo_rectangle(context, box.origin.x, box.origin.y, box.size.width, box.size.height);
+  cairo_clip(context);
+  cairo_translate(context, box.origin.x, box.origin.y);
+  cairo_scale(context, box.size.width / image_->pixelWidth(), box.size.height / image_->pixelHeight());
+  cairo_set_source_surface(context, image_->surface(), 0.0, 0.0);
+  cairo_pattern_t* pattern = cairo_get_source(context);
+  cairo_pattern_set_filter(pattern, CAIRO_FILTER_GOOD);
+  // Edge pixels repeat outward, so the picture's border is not blended with transparency.
+  cairo_pattern_set_extend(pattern, CAIRO_EXTEND_PAD);
+  cairo_paint(context);
+  cairo_restore(context);
+}
 
 }  // namespace tavrel

@@ -2,15 +2,66 @@
 
 #include "ui/renderer.hpp"
 
-#include <fstream>
+#include <png.h>
+
+#include <csetjmp>
+#include <cstdio>
+#include <vector>
 
 namespace tavrel {
 
 namespace {
+
 std::shared_ptr<UIHost>& installedHost() {
   static std::shared_ptr<UIHost> host;
   return host;
 }
+
+// Premultiplied native-endian ARGB32 to straight RGBA bytes.
+void unpremultiplyRow(const std::uint32_t* in, int width, png_byte* out) {
+  for (int x = 0; x < width; ++x) {
+    const std::uint32_t pixel = in[x];
+    const unsigned alpha = pixel >> 24;
+    const unsigned channels[3] = {(pixel >> 16) & 0xFF, (pixel >> 8) & 0xFF, pixel & 0xFF};
+    for (int c = 0; c < 3; ++c) {
+      out[c] = alpha == 0 ? 0 : static_cast<png_byte>((channels[c] * 255 + alpha / 2) / alpha);
+    }
+    out[3] = static_cast<png_byte>(alpha);
+    out += 4;
+  }
+}
+
+void appendBytes(png_structp png, png_bytep data, png_size_t length) {
+  static_cast<std::string*>(png_get_io_ptr(png))->append(reinterpret_cast<const char*>(data), length);
+}
+
+// Kept free of C++ objects with destructors: libpng reports errors by longjmp.
+bool encode(const UIFrame& frame, std::string* out, png_byte* row) {
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  if (!png) return false;
+  png_infop info = png_create_info_struct(png);
+  if (!info || setjmp(png_jmpbuf(png))) {
+    png_destroy_write_struct(&png, &info);
+    return false;
+  }
+  png_set_write_fn(png, out, appendBytes, nullptr);
+  // Fast enough to write a frame per test: level 1 and one cheap filter.
+  png_set_compression_level(png, 1);
+  png_set_filter(png, PNG_FILTER_TYPE_BASE, PNG_FILTER_SUB);
+  png_set_IHDR(png, info, static_cast<png_uint_32>(frame.width), static_cast<png_uint_32>(frame.height), 8,
+               PNG_COLOR_TYPE_RGBA, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_BASE, PNG_FILTER_TYPE_BASE);
+  png_write_info(png, info);
+  const auto* base = reinterpret_cast<const unsigned char*>(frame.pixels);
+  for (int y = 0; y < frame.height; ++y) {
+    unpremultiplyRow(reinterpret_cast<const std::uint32_t*>(base + static_cast<std::ptrdiff_t>(y) * frame.stride),
+                     frame.width, row);
+    png_write_row(png, row);
+  }
+  png_write_end(png, nullptr);
+  png_destroy_write_struct(&png, &info);
+  return true;
+}
+
 }  // namespace
 
 UIHost::UIHost() : renderer_(std::make_unique<Renderer>()) {}
@@ -22,17 +73,33 @@ UIHost& UIHost::current() {
   return *host;
 }
 
-void UIHost::install(std::shared_ptr<UIHost> host) { installedHost() = std::move(host); }
-
-const UIFrame& UIHost::renderFrame() {
-  renderer_->frame.scale = screenScale();
-  presentFrame(renderer_->frame);
-  return renderer_->frame;
+void UIHost::install(std::shared_ptr<UIHost> host) {
+  if (host) host->renderer_->reset();
+  installedHost() = std::move(host);
 }
 
-bool UIHost::writePNG(const std::string& /*path*/) {
-  renderFrame();
-  return false;
+const UIFrame& UIHost::renderFrame() {
+  const UIFrame& frame = renderer_->render(screenSize(), screenScale());
+  presentFrame(frame);
+  return frame;
+}
+
+std::string UIHost::renderPNG() {
+  const UIFrame& frame = renderFrame();
+  std::vector<png_byte> row(static_cast<std::size_t>(frame.width) * 4);
+  std::string png;
+  png.reserve(static_cast<std::size_t>(frame.width) * frame.height);
+  if (!encode(frame, &png, row.data())) png.clear();
+  return png;
+}
+
+bool UIHost::writePNG(const std::string& path) {
+  const std::string png = renderPNG();
+  if (png.empty()) return false;
+  std::FILE* file = std::fopen(path.c_str(), "wb");
+  if (!file) return false;
+  const bool written = std::fwrite(png.data(), 1, png.size(), file) == png.size();
+  return std::fclose(file) == 0 && written;
 }
 
 HeadlessHost::HeadlessHost(CGSize screenSize, double scale) : screenSize_(screenSize), scale_(scale) {}

@@ -66,8 +66,10 @@ class TAVREL_EXPORT UIHost {
   // since the last frame, hands the frame to presentFrame() and returns it. The pixels stay
   // valid until the next render.
   const UIFrame& renderFrame();
-  // Renders, then writes the whole frame as a PNG (colour type 6). False on failure.
+  // Renders, then writes the whole frame as a PNG (colour type 6, straight alpha). False on failure.
   bool writePNG(const std::string& path);
+  // Renders, then returns the whole frame as the bytes of such a PNG; empty on failure.
+  std::string renderPNG();
 
   // --- Input in ---------------------------------------------------------------------------
   // Fingers down, moved, up or cancelled; several fingers in one call arrive as one set of

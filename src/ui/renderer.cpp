@@ -1,0 +1,302 @@
+#include "ui/renderer.hpp"
+
+#include <tavrel_sdk/ui/application.hpp>
+
+#include "ui/cairo_support.hpp"
+
+#include <algorithm>
+#include <cassert>
+#include <cmath>
+#include <limits>
+#include <typeinfo>
+#include <unordered_map>
+
+namespace tavrel {
+
+namespace {
+
+
+
+// More rectangles clip more tightly but cost a pass of Cairo's clipping each.
+constexpr std::size_t kMaxDamageRects = 4;
+
+CGRect intersection(CGRect a, CGRect b) {
+  const double left = std::max(a.minX(), b.minX()), top = std::max(a.minY(), b.minY());
+  const double right = std::min(a.maxX(), b.maxX()), bottom = std::min(a.maxY(), b.maxY());
+  if (right <= left || bottom <= top) return CGRectZero;
+  return {{left, top}, {right - left, bottom - top}};
+}
+
+CGRect unionRect(CGRect a, CGRect b) {
+  if (a.isEmpty()) return b;
+  if (b.isEmpty()) return a;
+  const double left = std::min(a.minX(), b.minX()), top = std::min(a.minY(), b.minY());
+  return {{left, top}, {std::max(a.maxX(), b.maxX()) - left, std::max(a.maxY(), b.maxY()) - top}};
+}
+
+bool isDrawn(const UIView& view) { return !view.isHidden() && view.alpha() > 0.0; }
+
+// Plain views and windows draw nothing of their own; any subclass may.
+bool mayDrawContent(const UIView& view) { return typeid(view) != typeid(UIView) && typeid(view) != typeid(UIWindow); }
+
+bool hasBackground(const UIView& view) { return view.backgroundColor() && view.backgroundColor()->alpha() > 0.0; }
+
+bool hasBorder(const UIView& view) {
+  const auto color = view.layer().borderColor();
+  return view.layer().borderWidth() > 0.0 && color && color->alpha > 0.0;
+}
+
+void collect(const UIView& view, CGPoint origin, CGRect clip, double alpha, std::vector<RenderEntry>& out) {
+  if (!isDrawn(view)) return;
+  const std::size_t index = out.size();
+  const CGRect bounds = view.bounds();
+  RenderEntry entry;
+  entry.view = &view;
+  entry.alive = view.weak_from_this();
+  entry.shared = !entry.alive.expired();
+  entry.displayVersion = view.displayVersion();
+  entry.rect = intersection({origin, bounds.size}, clip);
+  entry.clip = clip;
+  entry.alpha = alpha * std::min(view.alpha(), 1.0);
+  out.push_back(entry);
+
+  const CGRect childClip = view.layer().masksToBounds() ? entry.rect : clip;
+  const CGPoint contentOrigin{origin.x - bounds.origin.x, origin.y - bounds.origin.y};
+  for (const auto& subview : view.subviews()) {
+    const CGRect frame = subview->frame();
+    collect(*subview, {contentOrigin.x + frame.origin.x, contentOrigin.y + frame.origin.y}, childClip, entry.alpha, out);
+  }
+  RenderEntry& self = out[index];
+  self.subtreeEnd = out.size();
+  self.subtreeRect = self.rect;
+  for (std::size_t i = index + 1; i < out.size(); ++i) self.subtreeRect = unionRect(self.subtreeRect, out[i].rect);
+}
+
+// The pixels to draw again, as a few rectangles.
+class Damage {
+ public:
+  Damage(int width, int height, double scale) : width_(width), height_(height), scale_(scale) {}
+
+  void addWhole() { rects_ = {{0, 0, width_, height_}}; }
+  void add(CGRect points) {
+    const PixelRect pixels = toPixels(points);
+    if (pixels.width > 0 && pixels.height > 0) rects_.push_back(pixels);
+  }
+  bool touches(CGRect points) const {
+    const PixelRect p = toPixels(points);
+    return std::any_of(rects_.begin(), rects_.end(), [&](const PixelRect& r) { return overlap(p, r); });
+  }
+  bool empty() const { return rects_.empty(); }
+  const std::vector<PixelRect>& rects() const { return rects_; }
+
+  // Merges overlapping rectangles, then the pairs that waste least until few are left.
+  void simplify() {
+    for (bool merged = true; merged;) {
+      merged = false;
+      for (std::size_t i = 0; i < rects_.size() && !merged; ++i) {
+        for (std::size_t j = i + 1; j < rects_.size() && !merged; ++j) {
+          if (overlap(rects_[i], rects_[j])) {
+            mergeInto(i, j);
+            merged = true;
+          }
+        }
+      }
+    }
+    while (rects_.size() > kMaxDamageRects) {
+      std::size_t bestI = 0, bestJ = 1;
+      long long bestWaste = std::numeric_limits<long long>::max();
+      for (std::size_t i = 0; i < rects_.size(); ++i) {
+        for (std::size_t j = i + 1; j < rects_.size(); ++j) {
+          const long long waste = area(unite(rects_[i], rects_[j])) - area(rects_[i]) - area(rects_[j]);
+          if (waste < bestWaste) bestWaste = waste, bestI = i, bestJ = j;
+        }
+      }
+      mergeInto(bestI, bestJ);
+    }
+  }
+
+ private:
+  // Whole pixels covering the rectangle, one more on each side for antialiased edges.
+  PixelRect toPixels(CGRect points) const {
+    if (points.isEmpty()) return {};
+    const int left = std::max(0, static_cast<int>(std::floor(points.minX() * scale_)) - 1);
+    const int top = std::max(0, static_cast<int>(std::floor(points.minY() * scale_)) - 1);
+    const int right = std::min(width_, static_cast<int>(std::ceil(points.maxX() * scale_)) + 1);
+    const int bottom = std::min(height_, static_cast<int>(std::ceil(points.maxY() * scale_)) + 1);
+    if (right <= left || bottom <= top) return {};
+    return {left, top, right - left, bottom - top};
+  }
+  static bool overlap(const PixelRect& a, const PixelRect& b) {
+    return a.x < b.x + b.width && b.x < a.x + a.width && a.y < b.y + b.height && b.y < a.y + a.height;
+  }
+  static PixelRect unite(const PixelRect& a, const PixelRect& b) {
+    const int left = std::min(a.x, b.x), top = std::min(a.y, b.y);
+    return {left, top, std::max(a.x + a.width, b.x + b.width) - left, std::max(a.y + a.height, b.y + b.height) - top};
+  }
+  static long long area(const PixelRect& r) { return static_cast<long long>(r.width) * r.height; }
+  void mergeInto(std::size_t i, std::size_t j) {
+    rects_[i] = unite(rects_[i], rects_[j]);
+    rects_.erase(rects_.begin() + static_cast<std::ptrdiff_t>(j));
+  }
+
+  int width_, height_;
+  double scale_;
+  std::vector<PixelRect> rects_;
+};
+
+// Old and new rectangles of every view that appeared, went, changed or moved in the stacking.
+void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>& now, Damage& damage) {
+  std::unordered_map<const UIView*, std::size_t> oldIndex;
+  oldIndex.reserve(before.size());
+  for (std::size_t i = 0; i < before.size(); ++i) {
+    if (!before[i].shared || !before[i].alive.expired()) oldIndex.emplace(before[i].view, i);
+  }
+  std::vector<bool> matched(before.size(), false);
+  std::size_t latestOld = 0;
+  for (const RenderEntry& entry : now) {
+    const auto found = oldIndex.find(entry.view);
+    if (found == oldIndex.end()) {
+      damage.add(entry.rect);
+      continue;
+    }
+    const RenderEntry& old = before[found->second];
+    matched[found->second] = true;
+    // A view now painted over one it used to lie under changes where the two overlap,
+    // which lies within its rectangle.
+    const bool restacked = found->second < latestOld;
+    latestOld = std::max(latestOld, found->second);
+    if (restacked || !entry.looksSame(old)) {
+      damage.add(old.rect);
+      damage.add(entry.rect);
+    }
+  }
+  for (std::size_t i = 0; i < before.size(); ++i) {
+    if (!matched[i]) damage.add(before[i].rect);
+  }
+}
+
+class Painter {
+ public:
+  Painter(cairo_t* cr, const std::vector<RenderEntry>& entries, const Damage& damage)
+      : cr_(cr), entries_(entries), damage_(damage) {}
+
+  void paint(const UIView& view) {
+    if (!isDrawn(view)) return;
+    assert(next_ < entries_.size() && entries_[next_].view == &view);
+    const RenderEntry& entry = entries_[next_];
+    if (!damage_.touches(entry.subtreeRect)) {
+      next_ = entry.subtreeEnd;
+      return;
+    }
+    ++next_;
+    const bool drawSelf = damage_.touches(entry.rect);
+    const bool hasChildren = entry.subtreeEnd > next_;
+    const bool background = hasBackground(view), border = hasBorder(view), content = mayDrawContent(view);
+    const double alpha = std::min(view.alpha(), 1.0);
+    // A group only when one alpha must cover overlapping parts; else each part takes it.
+    const bool group = alpha < 1.0 && (hasChildren || content || background + border > 1);
+    const double partAlpha = group ? 1.0 : alpha;
+    const CGRect frame = view.frame();
+    const CGRect local{{0.0, 0.0}, frame.size};
+    const double radius = view.layer().cornerRadius();
+
+    cairo_save(cr_);
+    cairo_translate(cr_, frame.origin.x, frame.origin.y);
+    if (group) cairo_push_group(cr_);
+    if (drawSelf && background) {
+      roundedRectPath(cr_, local, radius);
+      setSourceColor(cr_, view.backgroundColor()->CGColor(), partAlpha);
+      cairo_fill(cr_);
+    }
+    if (view.layer().masksToBounds()) {
+      roundedRectPath(cr_, local, radius);
+      cairo_clip(cr_);
+    }
+    cairo_save(cr_);
+    const CGRect bounds = view.bounds();
+    cairo_translate(cr_, -bounds.origin.x, -bounds.origin.y);
+    if (drawSelf && content) {
+      cairo_save(cr_);
+      const_cast<UIView&>(view).drawRect(cr_, bounds);
+      cairo_restore(cr_);
+    }
+    for (const auto& subview : view.subviews()) paint(*subview);
+    cairo_restore(cr_);
+    if (drawSelf && border) {
+      const double width = view.layer().borderWidth();
+      const CGRect inset{{width / 2.0, width / 2.0}, {frame.size.width - width, frame.size.height - width}};
+      roundedRectPath(cr_, inset, std::max(0.0, radius - width / 2.0));
+      cairo_set_line_width(cr_, width);
+      setSourceColor(cr_, *view.layer().borderColor(), partAlpha);
+      cairo_stroke(cr_);
+    }
+    if (group) {
+      cairo_pop_group_to_source(cr_);
+      cairo_paint_with_alpha(cr_, alpha);
+    }
+    cairo_restore(cr_);
+  }
+
+ private:
+  cairo_t* cr_;
+  const std::vector<RenderEntry>& entries_;
+  const Damage& damage_;
+  std::size_t next_ = 0;
+};
+
+}  // namespace
+
+UIHost::Renderer::~Renderer() {
+  if (surface) cairo_surface_destroy(surface);
+}
+
+void UIHost::Renderer::reset() {
+  if (surface) cairo_surface_destroy(surface);
+  surface = nullptr;
+  frame = UIFrame{};
+  previous.clear();
+}
+
+const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
+  const int width = static_cast<int>(std::lround(size.width * scale));
+  const int height = static_cast<int>(std::lround(size.height * scale));
+  const bool whole = !surface || width != frame.width || height != frame.height || scale != frame.scale;
+  if (whole) {
+    reset();
+    surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
+    frame.width = width;
+    frame.height = height;
+    frame.scale = scale;
+    frame.stride = cairo_image_surface_get_stride(surface);
+  }
+
+  std::vector<RenderEntry> entries;
+  const std::shared_ptr<UIWindow> window = UIApplication::sharedApplication().keyWindow();
+  if (window) collect(*window, window->frame().origin, {{0.0, 0.0}, size}, 1.0, entries);
+
+  Damage damage(width, height, scale);
+  if (whole) {
+    damage.addWhole();
+  } else {
+    diff(previous, entries, damage);
+    damage.simplify();
+  }
+  if (!damage.empty()) {
+    cairo_t* cr = cairo_create(surface);
+    for (const PixelRect& r : damage.rects()) cairo_rectangle(cr, r.x, r.y, r.width, r.height);
+    cairo_clip(cr);
+    cairo_set_operator(cr, CAIRO_OPERATOR_CLEAR);
+    cairo_paint(cr);
+    cairo_set_operator(cr, CAIRO_OPERATOR_OVER);
+    cairo_scale(cr, scale, scale);
+    if (window) Painter(cr, entries, damage).paint(*window);
+    cairo_destroy(cr);
+    cairo_surface_flush(surface);
+  }
+  frame.pixels = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(surface));
+  frame.damage = damage.rects();
+  previous = std::move(entries);
+  return frame;
+}
+
+}  // namespace tavrel

@@ -1,0 +1,212 @@
+// Drawing: real Cairo frames read back by pixel, damage between frames, text measurement.
+
+#include <tavrel_sdk/ui.hpp>
+
+#include "support/game_screen.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <sstream>
+
+namespace tavrel {
+namespace {
+
+using testing::SimulatedGame;
+
+struct Rgba {
+  int r, g, b, a;
+};
+
+std::ostream& operator<<(std::ostream& os, const Rgba& c) {
+  return os << "rgba(" << c.r << "," << c.g << "," << c.b << "," << c.a << ")";
+}
+
+// The straight colour of the pixel under a point of the screen.
+Rgba pixelAt(const UIFrame& frame, CGPoint point) {
+  const int x = static_cast<int>(point.x * frame.scale), y = static_cast<int>(point.y * frame.scale);
+  const auto* row = reinterpret_cast<const unsigned char*>(frame.pixels) + static_cast<std::ptrdiff_t>(y) * frame.stride;
+  const std::uint32_t p = reinterpret_cast<const std::uint32_t*>(row)[x];
+  const int a = static_cast<int>(p >> 24);
+  auto straight = [a](std::uint32_t c) { return a == 0 ? 0 : static_cast<int>((c * 255 + a / 2) / a); };
+  return {straight((p >> 16) & 0xFF), straight((p >> 8) & 0xFF), straight(p & 0xFF), a};
+}
+
+MATCHER_P4(IsRgba, r, g, b, a, "") {
+  return std::abs(arg.r - r) <= 3 && std::abs(arg.g - g) <= 3 && std::abs(arg.b - b) <= 3 && std::abs(arg.a - a) <= 3;
+}
+
+std::shared_ptr<UIView> addView(UIView& parent, CGRect frame, std::shared_ptr<UIColor> color) {
+  auto view = std::make_shared<UIView>(frame);
+  view->setBackgroundColor(std::move(color));
+  parent.addSubview(view);
+  return view;
+}
+
+class DrawingTest : public SimulatedGame {
+ protected:
+  void SetUp() override {
+    SimulatedGame::SetUp();
+    useScreen({390, 844}, 2.0);
+  }
+  // A 2 × 2 PNG drawn by the toolkit itself: red, green / blue, white.
+  std::string quadPng() {
+    useScreen({2, 2}, 1.0);
+    addView(root(), CGRectMake(0, 0, 1, 1), UIColor::colorWithRed(1, 0, 0, 1));
+    addView(root(), CGRectMake(1, 0, 1, 1), UIColor::colorWithRed(0, 1, 0, 1));
+    addView(root(), CGRectMake(0, 1, 1, 1), UIColor::colorWithRed(0, 0, 1, 1));
+    addView(root(), CGRectMake(1, 1, 1, 1), UIColor::whiteColor());
+    std::string png = host().renderPNG();
+    useScreen({390, 844}, 2.0);
+    return png;
+  }
+  UIView& root() { return *game()->view(); }
+};
+
+TEST_F(DrawingTest, ViewsDrawTheirLayersAtTheScreensScale) {
+  auto image = std::make_shared<UIImageView>(UIImage::imageWithData(quadPng()));
+  addView(root(), CGRectMake(10, 10, 100, 100), UIColor::colorWithRed(1, 0, 0, 1));
+  addView(root(), CGRectMake(150, 10, 100, 100), UIColor::colorWithRed(0, 0, 1, 1))->layer().setCornerRadius(30);
+  auto bordered = addView(root(), CGRectMake(10, 150, 100, 100), UIColor::whiteColor());
+  bordered->layer().setBorderWidth(4);
+  bordered->layer().setBorderColor(CGColorRef{0, 1, 0, 1});
+  // Group opacity: a half-transparent black parent under an opaque white child shows white at half.
+  auto faded = addView(root(), CGRectMake(150, 150, 100, 100), UIColor::blackColor());
+  faded->setAlpha(0.5);
+  addView(*faded, CGRectMake(0, 0, 100, 100), UIColor::whiteColor());
+  addView(root(), CGRectMake(270, 150, 100, 100), UIColor::whiteColor())->setAlpha(0.5);
+  image->setFrame(CGRectMake(10, 300, 100, 100));
+  root().addSubview(image);
+  auto mask = addView(root(), CGRectMake(150, 300, 100, 100), nullptr);
+  mask->layer().setCornerRadius(50);
+  mask->layer().setMasksToBounds(true);
+  addView(*mask, CGRectMake(-10, -10, 200, 200), UIColor::colorWithRed(1, 1, 0, 1));
+  addView(root(), CGRectMake(270, 300, 100, 100), UIColor::blackColor())->setHidden(true);
+
+  const UIFrame& frame = host().renderFrame();
+  ASSERT_EQ(frame.width, 780);
+  ASSERT_EQ(frame.height, 1688);
+  const struct {
+    CGPoint point;
+    Rgba expected;
+  } cases[] = {
+      {{60, 60}, {255, 0, 0, 255}},      {{5, 5}, {0, 0, 0, 0}},            // colour; nothing around it
+      {{200, 60}, {0, 0, 255, 255}},     {{151, 11}, {0, 0, 0, 0}},         // a rounded corner stays clear
+      {{11, 200}, {0, 255, 0, 255}},     {{60, 200}, {255, 255, 255, 255}}, // border over the content
+      {{200, 200}, {255, 255, 255, 128}}, {{320, 200}, {255, 255, 255, 128}},
+      {{15, 305}, {255, 0, 0, 255}},     {{105, 395}, {255, 255, 255, 255}}, // the picture stretched
+      {{15, 395}, {0, 0, 255, 255}},     {{200, 350}, {255, 255, 0, 255}},
+      {{152, 302}, {0, 0, 0, 0}},        {{320, 350}, {0, 0, 0, 0}},        // masked corner; hidden view
+  };
+  for (const auto& c : cases) {
+    EXPECT_THAT(pixelAt(frame, c.point), IsRgba(c.expected.r, c.expected.g, c.expected.b, c.expected.a))
+        << "at " << c.point.x << "," << c.point.y;
+  }
+}
+
+TEST_F(DrawingTest, LabelTextStaysInsideItsFrame) {
+  auto label = std::make_shared<UILabel>(CGRectMake(20, 100, 150, 30));
+  label->setText("A line far too long to fit in this label");
+  root().addSubview(label);
+  const UIFrame& frame = host().renderFrame();
+  int inked = 0;
+  for (double y = 90; y < 140; y += 0.5) {
+    for (double x = 10; x < 200; x += 0.5) {
+      const bool inside = x >= 20 && x < 170 && y >= 100 && y < 130;
+      const int alpha = pixelAt(frame, {x, y}).a;
+      if (inside) inked += alpha > 0;
+      else ASSERT_EQ(alpha, 0) << "ink outside the label at " << x << "," << y;
+    }
+  }
+  EXPECT_GT(inked, 500);
+}
+
+TEST_F(DrawingTest, OnlyWhatChangedIsDrawnAgain) {
+  auto still = addView(root(), CGRectMake(0, 0, 390, 200), UIColor::colorWithRed(0.2, 0.4, 0.6, 1));
+  auto label = std::make_shared<UILabel>(CGRectMake(40, 300, 120, 20));
+  label->setText("moving");
+  label->setTextColor(UIColor::whiteColor());
+  root().addSubview(label);
+  EXPECT_THAT(host().renderFrame().damage, ::testing::ElementsAre(PixelRect{0, 0, 780, 1688}));
+  EXPECT_TRUE(host().renderFrame().damage.empty());
+
+  label->setFrame(CGRectMake(200, 500, 120, 20));
+  const UIFrame& moved = host().renderFrame();
+  ASSERT_EQ(moved.damage.size(), 2u);
+  long long area = 0;
+  for (const PixelRect& r : moved.damage) area += static_cast<long long>(r.width) * r.height;
+  EXPECT_LE(area, 2 * (242 + 2) * (42 + 2)) << "only the label's old and new rectangles";
+  EXPECT_THAT(moved.damage, ::testing::Contains(PixelRect{79, 599, 242, 42}));
+  EXPECT_THAT(moved.damage, ::testing::Contains(PixelRect{399, 999, 242, 42}));
+
+  // What was drawn in parts equals a frame drawn whole.
+  std::vector<std::uint32_t> partial(moved.pixels, moved.pixels + moved.height * moved.stride / 4);
+  UIHost::install(std::make_shared<HeadlessHost>(CGSize{390, 844}, 2.0));
+  const UIFrame& whole = host().renderFrame();
+  EXPECT_TRUE(std::equal(partial.begin(), partial.end(), whole.pixels));
+}
+
+TEST_F(DrawingTest, WritesTheFrameAsRgbaPng) {
+  addView(root(), CGRectMake(0, 0, 10, 10), UIColor::colorWithRed(1, 0, 0, 0.5));
+  testing::TemporaryDirectory dir;
+  const std::string path = dir.path() + "/frame.png";
+  ASSERT_TRUE(host().writePNG(path));
+  const std::string png = testing::readFile(path);
+  ASSERT_GT(png.size(), 26u);
+  EXPECT_EQ(png[25], 6) << "colour type RGBA";
+  auto image = UIImage::imageWithData(png);
+  ASSERT_TRUE(image);
+  EXPECT_EQ(image->size(), CGSizeMake(780, 1688));
+  EXPECT_FALSE(host().writePNG(dir.path() + "/missing/frame.png"));
+  EXPECT_FALSE(UIImage::imageWithData(png.substr(0, png.size() / 2)));
+}
+
+TEST(TextTest, SizesAreExactStableAndInProportion) {
+  const std::string text = "2026:03:09T14:05:33+01:00-no-user-id";
+  const CGSize ten = sizeWithAttributes(text, {UIFont::monospacedDigitSystemFontOfSize(10, UIFontWeightRegular), nullptr});
+  EXPECT_NEAR(ten.width, 199.62, 0.01);
+  EXPECT_NEAR(ten.height, 11.64, 0.01);
+  EXPECT_EQ(sizeWithAttributes(text, {UIFont::systemFontOfSize(10), UIColor::whiteColor()}), ten);
+  for (double size : {5.0, 17.0, 30.0}) {
+    const CGSize scaled = sizeWithAttributes(text, {UIFont::systemFontOfSize(size), nullptr});
+    EXPECT_NEAR(scaled.width, ten.width * size / 10.0, 0.01 * size);
+    EXPECT_NEAR(scaled.height, ten.height * size / 10.0, 0.01 * size);
+  }
+  EXPECT_EQ(sizeWithAttributes(text, {}), sizeWithAttributes(text, {UIFont::systemFontOfSize(12), nullptr}));
+  EXPECT_NEAR(UIFont::systemFontOfSize(10)->lineHeight(), ten.height, 0.01);
+  EXPECT_GT(sizeWithAttributes("Login", {UIFont::boldSystemFontOfSize(17), nullptr}).width,
+            sizeWithAttributes("Login", {UIFont::systemFontOfSize(17), nullptr}).width);
+}
+
+TEST(TextTest, LabelsShrinkToFitTheirWidth) {
+  const std::string text = "Enter your Tavrel login details to start...";
+  const struct {
+    double width;
+    bool adjusts;
+    double minimumScale;
+    double expectedAtMost, expectedAtLeast;
+  } cases[] = {
+      {300, true, 0.0, 16.9, 10.0},   // shrinks until it fits
+      {1000, true, 0.0, 17.0, 17.0},  // fits already
+      {300, false, 0.0, 17.0, 17.0},  // not asked to
+      {100, true, 0.9, 15.3, 15.3},   // stops at the factor
+  };
+  for (const auto& c : cases) {
+    UILabel label(CGRectMake(0, 0, c.width, 40));
+    label.setText(text);
+    label.setAdjustsFontSizeToFitWidth(c.adjusts);
+    label.setMinimumScaleFactor(c.minimumScale);
+    const double size = label.fontAsDrawn()->pointSize();
+    EXPECT_LE(size, c.expectedAtMost + 1e-9) << c.width;
+    EXPECT_GE(size, c.expectedAtLeast - 1e-9) << c.width;
+    if (c.adjusts && c.minimumScale == 0.0 && size < 17.0) {  // as large as fits
+      EXPECT_LE(sizeWithAttributes(text, {label.fontAsDrawn(), nullptr}).width, c.width);
+      EXPECT_GT(sizeWithAttributes(text, {label.fontAsDrawn()->fontWithSize(size + 0.5), nullptr}).width, c.width);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace tavrel

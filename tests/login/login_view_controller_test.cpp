@@ -1,6 +1,7 @@
 #include <tavrel_sdk/ui.hpp>
 
 #include "endpoint/https_server.hpp"
+#include "endpoint/mock_service.hpp"
 #include "login/login_view.hpp"
 #include "login/login_view_controller.hpp"
 #include "support/game_screen.hpp"
@@ -24,10 +25,7 @@ class LoginPage : public testing::SimulatedGame {
  protected:
   void SetUp() override {
     SimulatedGame::SetUp();
-    server_.addRoute("POST", "/m/launch/project/auth/ios", [](const endpoint::RecordedRequest& request) {
-      const bool authed = nlohmann::json::parse(request.body).value("password", "") == "secret";
-      return endpoint::Reply{.body = authed ? R"({"authed":true})" : R"({"authed":false})"};
-    });
+    endpoint::MockService{.users = {{"ann", "secret"}}}.install(server_);
     server_.start();
     sim().setTrustedCertificatesFile(server_.caFile());
     sim().setServiceBaseUrlForTesting(server_.baseUrl());

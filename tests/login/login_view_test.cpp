@@ -47,11 +47,19 @@ struct Layout {
 
 TEST_F(LoginViewTest, LaysOutTheFormByIntegerHalvings) {
   const Layout layouts[] = {
-      {390, 844, 237, {20, 237, 351, 40}, {20, 317, 351, 80}, {20, 407, 351, 80}, {49, 527, 292, 80}},
-      {375, 667, 148, {19, 148, 337, 40}, {19, 228, 337, 80}, {19, 318, 337, 80}, {47, 438, 281, 80}},
-      {844, 390, 10, {43, 10, 759, 40}, {43, 90, 759, 80}, {43, 180, 759, 80}, {106, 300, 633, 80}},
+      {390, 844, 237,
+       CGRectMake(20, 237, 351, 40), CGRectMake(20, 317, 351, 80),
+       CGRectMake(20, 407, 351, 80), CGRectMake(49, 527, 292, 80)},
+      {375, 667, 148,
+       CGRectMake(19, 148, 337, 40), CGRectMake(19, 228, 337, 80),
+       CGRectMake(19, 318, 337, 80), CGRectMake(47, 438, 281, 80)},
+      {844, 390, 10,
+       CGRectMake(43, 10, 759, 40), CGRectMake(43, 90, 759, 80),
+       CGRectMake(43, 180, 759, 80), CGRectMake(106, 300, 633, 80)},
       // Lower than the form: it runs over both edges, nothing shrinks or moves.
-      {390, 320, -25, {20, -25, 351, 40}, {20, 55, 351, 80}, {20, 145, 351, 80}, {49, 265, 292, 80}},
+      {390, 320, -25,
+       CGRectMake(20, -25, 351, 40), CGRectMake(20, 55, 351, 80),
+       CGRectMake(20, 145, 351, 80), CGRectMake(49, 265, 292, 80)},
   };
   for (const Layout& expected : layouts) {
     SCOPED_TRACE(std::to_string(expected.width) + " x " + std::to_string(expected.height));

@@ -11,6 +11,9 @@ namespace {
 
 // Transitions move at the display's pace.
 constexpr double kTransitionFrameInterval = 1.0 / 60.0;
+// The timer runs a hair faster, so that the last tick falls within the duration although the
+// timer's due times add up rounding: advancing a simulation by the duration ends the transition.
+constexpr double kTransitionTimerInterval = kTransitionFrameInterval * (1.0 - 1e-6);
 // Float steps of the clock must not leave a transition one frame short of its end.
 constexpr double kTransitionEndTolerance = 1e-9;
 
@@ -174,7 +177,7 @@ void UIViewController::startTransition(std::shared_ptr<Transition> transition) {
   transition_ = std::move(transition);
   stepTransition();
   std::weak_ptr<UIViewController> weakSelf = sharedController(*this);
-  transition_->timer = platform.scheduledTimer(kTransitionFrameInterval, [weakSelf] {
+  transition_->timer = platform.scheduledTimer(kTransitionTimerInterval, [weakSelf] {
     if (auto self = weakSelf.lock(); self && self->transition_) {
       ++self->transition_->ticks;
       self->stepTransition();

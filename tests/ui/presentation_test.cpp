@@ -1,0 +1,157 @@
+// Modal presentation and alerts in virtual time, and the tree dump that shows them.
+
+#include "support/game_screen.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace tavrel {
+namespace {
+
+class Page : public UIViewController {};
+
+class PresentationTest : public testing::SimulatedGame {};
+
+TEST_F(PresentationTest, AnimatedPresentationAndDismissalTakePlatformTime) {
+  for (bool animated : {true, false}) {
+    SCOPED_TRACE(animated ? "animated" : "not animated");
+    auto page = std::make_shared<Page>();
+    int presented = 0;
+    int dismissed = 0;
+    game()->presentViewController(page, animated, [&] { ++presented; });
+    EXPECT_EQ(game()->presentedViewController(), page);  // set when it starts
+    EXPECT_EQ(page->presentingViewController(), game());
+    EXPECT_EQ(window()->subviews().back(), page->view());
+    EXPECT_TRUE(host().isCovered());
+    if (animated) {
+      sim().advance(kPageTransitionDuration / 2);
+      EXPECT_GT(page->view()->frame().origin.y, 0.0);  // still sliding up
+      EXPECT_TRUE(page->isBeingPresented());
+      EXPECT_EQ(presented, 0);
+      sim().advance(kPageTransitionDuration / 2);
+    } else {
+      EXPECT_EQ(presented, 0);  // on the main loop, after the call
+      sim().runUntilIdle();
+    }
+    EXPECT_EQ(presented, 1);
+    EXPECT_EQ(page->view()->frame(), UIScreen::mainScreen().bounds());
+
+    page->dismissViewControllerAnimated(animated, [&] { ++dismissed; });  // forwarded to the game
+    if (animated) {
+      sim().advance(kPageTransitionDuration - 0.02);
+      EXPECT_EQ(game()->presentedViewController(), page);  // cleared when it ends
+      EXPECT_EQ(dismissed, 0);
+      sim().advance(0.02);
+    }
+    sim().runUntilIdle();
+    EXPECT_EQ(dismissed, 1);
+    EXPECT_EQ(game()->presentedViewController(), nullptr);
+    EXPECT_EQ(page->presentingViewController(), nullptr);
+    EXPECT_EQ(page->view()->superview(), nullptr);
+    EXPECT_FALSE(host().isCovered());
+  }
+}
+
+TEST_F(PresentationTest, SecondPresentationIsRefusedWithThePlatformsWarning) {
+  auto first = std::make_shared<Page>();
+  auto second = std::make_shared<Page>();
+  game()->presentViewController(first, true, nullptr);
+  bool ran = false;
+  game()->presentViewController(second, true, [&] { ran = true; });
+  sim().advance(1.0);
+  EXPECT_FALSE(ran);
+  EXPECT_EQ(game()->presentedViewController(), first);
+  EXPECT_FALSE(second->isViewLoaded());
+  EXPECT_THAT(sim().logLines(),
+              ::testing::ElementsAre(::testing::MatchesRegex("Attempt to present <Page: 0x[0-9a-f]+> on "
+                                                         "<UIViewController: 0x[0-9a-f]+> which is already "
+                                                         "presenting <Page: 0x[0-9a-f]+>")));
+}
+
+TEST_F(PresentationTest, PresentedPageTakesEveryTouch) {
+  auto gameButton = std::make_shared<UIButton>(CGRectMake(0, 0, 100, 100));
+  int gameTaps = 0;
+  gameButton->addTarget(this, [&](UIControl*) { ++gameTaps; }, UIControlEventTouchUpInside);
+  game()->view()->addSubview(gameButton);
+  auto page = std::make_shared<Page>();
+  game()->presentViewController(page, false, nullptr);
+
+  EXPECT_TRUE(host().fingersDown({{1, {50, 50}}}));
+  EXPECT_TRUE(host().fingersUp({{1, {50, 50}}}));
+  EXPECT_EQ(gameTaps, 0);
+  game()->dismissViewControllerAnimated(false, nullptr);
+  EXPECT_FALSE(host().fingersDown({{1, {50, 50}}}));
+  host().fingersUp({{1, {50, 50}}});
+  EXPECT_EQ(gameTaps, 1);
+}
+
+TEST_F(PresentationTest, AlertHandlerRunsAfterTheAlertHasGone) {
+  auto page = std::make_shared<Page>();
+  game()->presentViewController(page, false, nullptr);
+  auto alert = UIAlertController::alertControllerWithTitle(
+      "Tavrel by Orvane", "Please start your gameplay session through the Tavrel iOS app!",
+      UIAlertControllerStyle::Alert);
+  std::shared_ptr<UIViewController> presentedInHandler = page;
+  int handled = 0;
+  alert->addAction(UIAlertAction::actionWithTitle("OK", UIAlertActionStyle::Default, [&](UIAlertAction*) {
+    ++handled;
+    presentedInHandler = page->presentedViewController();
+  }));
+  page->presentViewController(alert, true, nullptr);
+  sim().advance(kAlertTransitionDuration);
+
+  EXPECT_FALSE(host().tapElement("Login"));
+  host().fingersDown({{1, {5, 5}}});  // the dimmed screen takes it: no way out there
+  host().fingersUp({{1, {5, 5}}});
+  EXPECT_EQ(page->presentedViewController(), alert);
+  ASSERT_TRUE(host().tapElement("OK"));
+  host().tapElement("OK");  // a second tap while it fades does nothing more
+  sim().advance(kAlertTransitionDuration / 2);
+  EXPECT_EQ(handled, 0);
+  EXPECT_LT(alert->view()->alpha(), 1.0);
+  sim().advance(kAlertTransitionDuration / 2);
+  EXPECT_EQ(handled, 1);
+  EXPECT_EQ(presentedInHandler, nullptr);
+  EXPECT_EQ(game()->presentedViewController(), page);  // the page stays
+
+  // Dismissing the page takes down what it presents too.
+  page->presentViewController(alert, false, nullptr);
+  game()->dismissViewControllerAnimated(false, nullptr);
+  EXPECT_EQ(alert->view()->superview(), nullptr);
+  EXPECT_EQ(page->presentedViewController(), nullptr);
+}
+
+TEST_F(PresentationTest, TreeDumpShowsControllersViewsAndControls) {
+  EXPECT_EQ(nlohmann::json::parse(dumpViewTree())["rootViewController"]["presentedViewController"], nullptr);
+  auto label = std::make_shared<UILabel>(CGRectMake(1, 2, 30, 40));
+  label->setText("hi");
+  game()->view()->addSubview(label);
+  auto alert = UIAlertController::alertControllerWithTitle("T", "M", UIAlertControllerStyle::Alert);
+  alert->addAction(UIAlertAction::actionWithTitle("OK", UIAlertActionStyle::Cancel, nullptr));
+  game()->presentViewController(alert, false, nullptr);
+
+  const auto tree = nlohmann::json::parse(dumpViewTree());
+  EXPECT_EQ(tree["class"], "UIWindow");
+  const auto& root = tree["rootViewController"];
+  EXPECT_EQ(root["class"], "UIViewController");
+  const auto& dumpedLabel = root["view"]["subviews"][0];
+  EXPECT_EQ(dumpedLabel["class"], "UILabel");
+  EXPECT_EQ(dumpedLabel["frame"], nlohmann::json({1.0, 2.0, 30.0, 40.0}));
+  EXPECT_EQ(dumpedLabel["text"], "hi");
+  EXPECT_EQ(dumpedLabel["userInteractionEnabled"], false);
+  EXPECT_EQ(dumpedLabel["font"]["size"], kLabelFontSize);
+  for (const char* key : {"alpha", "hidden", "backgroundColor", "cornerRadius", "masksToBounds", "borderWidth",
+                          "borderColor", "textColor", "adjustsFontSizeToFitWidth"}) {
+    EXPECT_TRUE(dumpedLabel.contains(key)) << key;
+  }
+  const auto& presented = root["presentedViewController"];
+  EXPECT_EQ(presented["class"], "UIAlertController");
+  EXPECT_EQ(presented["actions"], nlohmann::json::parse(R"([{"title": "OK", "style": 1}])"));
+  EXPECT_EQ(presented["presentedViewController"], nullptr);
+  // Somewhere in the alert's box: its button, with the action's title.
+  EXPECT_NE(presented["view"].dump().find(R"("currentTitle":"OK")"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace tavrel

@@ -1,0 +1,162 @@
+// The tree, hit testing and touch delivery through the host, as a game's views meet them.
+
+#include "support/game_screen.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace tavrel {
+namespace {
+
+// Records what reaches it and, like a platform view that handles nothing, passes it on.
+class RecordingView : public UIView {
+ public:
+  using UIView::UIView;
+  struct Call {
+    std::string phase;
+    std::size_t count;
+  };
+  std::vector<Call> calls;
+  std::vector<const UITouch*> touches;
+
+  void touchesBegan(const UITouchSet& set, const UIEvent* event) override {
+    record("began", set);
+    UIView::touchesBegan(set, event);
+  }
+  void touchesMoved(const UITouchSet& set, const UIEvent* event) override {
+    record("moved", set);
+    UIView::touchesMoved(set, event);
+  }
+  void touchesEnded(const UITouchSet& set, const UIEvent* event) override {
+    record("ended", set);
+    UIView::touchesEnded(set, event);
+  }
+
+ private:
+  void record(const char* phase, const UITouchSet& set) {
+    calls.push_back({phase, set.size()});
+    for (const auto& touch : set) touches.push_back(touch.get());
+  }
+};
+
+class TouchTest : public testing::SimulatedGame {
+ protected:
+  void SetUp() override {
+    SimulatedGame::SetUp();
+    gameView = std::make_shared<RecordingView>(UIScreen::mainScreen().bounds());
+    game()->view()->removeFromSuperview();
+    game()->setView(gameView);
+    window()->setRootViewController(nullptr);
+    window()->setRootViewController(game());
+  }
+  std::shared_ptr<RecordingView> gameView;
+};
+
+TEST_F(TouchTest, HitTestingSkipsViewsThatTakeNoTouches) {
+  struct Case {
+    const char* name;
+    void (*change)(UIView&);
+    bool frontTakesTouch;
+  };
+  const Case cases[] = {
+      {"plain", [](UIView&) {}, true},
+      {"hidden", [](UIView& v) { v.setHidden(true); }, false},
+      {"alpha 0.01", [](UIView& v) { v.setAlpha(0.01); }, false},
+      {"alpha 0.02", [](UIView& v) { v.setAlpha(0.02); }, true},
+      {"no interaction", [](UIView& v) { v.setUserInteractionEnabled(false); }, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto back = std::make_shared<UIView>(CGRectMake(0, 0, 200, 200));
+    auto front = std::make_shared<UIView>(CGRectMake(50, 50, 100, 100));
+    auto child = std::make_shared<UIView>(CGRectMake(10, 10, 20, 20));
+    front->addSubview(child);
+    back->addSubview(front);
+    c.change(*front);
+    // The front view's child is reached through it, or not at all.
+    EXPECT_EQ(back->hitTest({65, 65}, nullptr), c.frontTakesTouch ? child.get() : back.get());
+    EXPECT_EQ(back->hitTest({100, 100}, nullptr), c.frontTakesTouch ? front.get() : back.get());
+    EXPECT_EQ(back->hitTest({200, 100}, nullptr), nullptr);  // right edge is outside
+  }
+  auto label = std::make_shared<UILabel>(CGRectMake(0, 0, 10, 10));
+  EXPECT_EQ(label->hitTest({5, 5}, nullptr), nullptr);
+  auto image = std::make_shared<UIImageView>(CGRectMake(0, 0, 10, 10));
+  EXPECT_EQ(image->hitTest({5, 5}, nullptr), nullptr);
+}
+
+TEST_F(TouchTest, TreeMovesViewsAndConvertsPoints) {
+  auto a = std::make_shared<UIView>(CGRectMake(10, 20, 100, 100));
+  auto b = std::make_shared<UIView>(CGRectMake(0, 0, 50, 50));
+  auto child = std::make_shared<UIView>(CGRectMake(5, 5, 10, 10));
+  gameView->addSubview(a);
+  gameView->addSubview(b);
+  a->addSubview(child);
+  EXPECT_EQ(child->window(), window().get());
+  EXPECT_EQ(child->convertPointToView({1, 1}, nullptr), (CGPoint{16, 26}));
+  EXPECT_EQ(child->convertPointFromView({16, 26}, nullptr), (CGPoint{1, 1}));
+  EXPECT_EQ(child->convertPointToView({0, 0}, b.get()), (CGPoint{15, 25}));
+
+  b->addSubview(child);  // leaves a
+  EXPECT_TRUE(a->subviews().empty());
+  EXPECT_EQ(child->superview(), b.get());
+  gameView->addSubview(a);  // already a subview: comes to the front
+  EXPECT_EQ(gameView->subviews().back(), a);
+  EXPECT_EQ(gameView->subviews().size(), 2u);
+
+  b->removeFromSuperview();
+  EXPECT_EQ(child->window(), nullptr);
+  a->setCenter({100, 100});
+  EXPECT_EQ(a->frame(), CGRectMake(50, 50, 100, 100));
+  a->setBounds(CGRectMake(10, 0, 40, 40));  // the centre stays, the content shifts
+  EXPECT_EQ(a->frame(), CGRectMake(80, 80, 40, 40));
+  EXPECT_EQ(a->convertPointToView({10, 0}, nullptr), (CGPoint{80, 80}));
+
+  const auto version = a->displayVersion();
+  a->setAlpha(0.5);
+  a->layer().setCornerRadius(4);
+  a->setAlpha(0.5);  // unchanged: nothing to draw again
+  EXPECT_EQ(a->displayVersion(), version + 2);
+}
+
+TEST_F(TouchTest, OverlayPassesTouchesToTheControllersViewNotToASiblingBeneath) {
+  auto sibling = std::make_shared<RecordingView>(UIScreen::mainScreen().bounds());
+  auto overlay = std::make_shared<RecordingView>(UIScreen::mainScreen().bounds());
+  overlay->setBackgroundColor(UIColor::clearColor());
+  overlay->setMultipleTouchEnabled(true);
+  gameView->addSubview(sibling);
+  gameView->addSubview(overlay);
+
+  EXPECT_FALSE(host().fingersDown({{1, {100, 100}}, {2, {200, 300}}}));
+  host().fingersMoved({{1, {120, 110}}});
+  host().fingersUp({{1, {120, 110}}, {2, {200, 300}}});
+
+  EXPECT_TRUE(sibling->calls.empty());
+  ASSERT_EQ(gameView->calls.size(), 3u);
+  EXPECT_EQ(gameView->calls[0].phase, "began");
+  EXPECT_EQ(gameView->calls[0].count, 2u);  // one call, both fingers
+  EXPECT_EQ(gameView->calls[2].count, 2u);
+  // One UITouch object per finger for its whole life.
+  EXPECT_EQ(overlay->touches[0], overlay->touches[2]);
+  EXPECT_EQ(overlay->touches[2], overlay->touches[3]);
+}
+
+TEST_F(TouchTest, TouchKeepsItsViewAndSingleTouchViewsTakeOneFinger) {
+  auto small = std::make_shared<RecordingView>(CGRectMake(0, 0, 100, 100));
+  gameView->addSubview(small);
+  host().fingersDown({{1, {50, 50}}});
+  host().fingersMoved({{1, {300, 600}}});  // far outside
+  host().fingersDown({{2, {60, 60}}});     // second finger on a single-touch view
+  host().fingersUp({{1, {300, 600}}, {2, {60, 60}}});
+  ASSERT_EQ(small->calls.size(), 3u);
+  EXPECT_EQ(small->calls[1].phase, "moved");
+  EXPECT_EQ(small->calls[2].count, 1u);
+
+  host().fingersDown({{3, {10, 10}}});  // free again
+  EXPECT_EQ(small->calls.size(), 4u);
+  host().fingersUp({{3, {10, 10}}});
+}
+
+}  // namespace
+}  // namespace tavrel

@@ -12,6 +12,8 @@
 #include <tavrel_sdk/ui/view.hpp>
 #include <tavrel_sdk/ui/view_controller.hpp>
 
+#include <cairo.h>
+
 #include <memory>
 #include <vector>
 
@@ -25,6 +27,9 @@ class GameSceneView final : public UIView {
   void animateTo(double seconds);
 
  private:
+  void drawBackground(CGContextRef context) const;
+
+  std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> background_{nullptr, cairo_surface_destroy};
   std::vector<std::shared_ptr<UIView>> clouds_;
   std::shared_ptr<UIView> ball_;
   std::shared_ptr<UIView> shadow_;

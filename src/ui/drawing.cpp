@@ -47,7 +47,7 @@ bool leftViewShows(const UITextField& field) {
 std::shared_ptr<UIFont> UILabel::fontAsDrawn() const {
   std::shared_ptr<UIFont> font = font_ ? font_ : UIFont::systemFontOfSize(kLabelFontSize);
   const double width = bounds().size.width;
-  if (!adjustsFontSizeToFitWidth_ || !text_ || text_->empty() || width <= 0.0) return font;
+  if (!adjustsFontSizeToFitWidth_ || numberOfLines_ != 1 || !text_ || text_->empty() || width <= 0.0) return font;
   const double natural = text::measure(*font, *text_).width;
   if (natural <= width) return font;
   const double smallest = minimumScaleFactor_ > 0.0 ? font->pointSize() * std::min(minimumScaleFactor_, 1.0)
@@ -64,6 +64,7 @@ void UILabel::drawRect(CGContextRef context, CGRect /*rect*/) {
   if (!text_ || text_->empty()) return;
   text::LineStyle style;
   style.alignment = textAlignment_;
+  style.numberOfLines = numberOfLines_;
   text::drawText(context, *text_, *fontAsDrawn(), textColor_ ? *textColor_ : kBlack, bounds(), style);
 }
 
@@ -117,7 +118,7 @@ void UIButton::drawRect(CGContextRef context, CGRect /*rect*/) {
   text::LineStyle style;
   style.alignment = NSTextAlignment::Center;
   // Pressed, a title with no colour of its own for the state dims, as the platform's does.
-  const bool dims = isHighlighted() && !titleColorForState(UIControlStateHighlighted);
+  const bool dims = isHighlighted() && !titleColors_.contains(UIControlStateHighlighted);
   const UIColor shown = dims ? UIColor(base.red(), base.green(), base.blue(), base.alpha() * 0.5) : base;
   text::drawText(context, *title, font, shown, bounds(), style);
 }

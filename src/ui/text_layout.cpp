@@ -115,8 +115,11 @@ void drawText(cairo_t* cr, std::string_view text, const UIFont& font, const UICo
   pango_layout_set_width(layout, limited ? toPango(box.size.width) : -1);
   pango_layout_set_ellipsize(layout, style.truncateTail ? PANGO_ELLIPSIZE_END : PANGO_ELLIPSIZE_NONE);
   pango_layout_set_wrap(layout, PANGO_WRAP_WORD);
-  // A negative height counts lines: wrap into that many, the last one truncated.
-  pango_layout_set_height(layout, style.numberOfLines == 1 ? 0 : (style.numberOfLines > 1 ? -style.numberOfLines : -1));
+  // A negative height counts lines, a positive one is a limit in units: either way the last
+  // line that shows is truncated.
+  pango_layout_set_height(layout, style.numberOfLines == 1  ? 0
+                                  : style.numberOfLines > 1 ? -style.numberOfLines
+                                                            : toPango(box.size.height));
   pango_layout_set_alignment(layout, style.alignment == NSTextAlignment::Center  ? PANGO_ALIGN_CENTER
                                      : style.alignment == NSTextAlignment::Right ? PANGO_ALIGN_RIGHT
                                                                                  : PANGO_ALIGN_LEFT);

@@ -35,7 +35,7 @@ Metrics metrics(const UIFont& font);
 struct LineStyle {
   NSTextAlignment alignment = NSTextAlignment::Left;
   bool truncateTail = true;  // "…" when the text is wider than the box
-  // Lines to wrap into at word boundaries: 1 for a single line, 0 for as many as it takes.
+  // Lines to wrap into at word boundaries: 1 for a single line, 0 for as many as the box holds.
   int numberOfLines = 1;
 };
 

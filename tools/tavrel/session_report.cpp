@@ -81,7 +81,7 @@ std::string reportText(const SessionReport& r) {
     out << groupDigits(file.emitted) << " handed to the SDK, " << groupDigits(file.written) << " written, "
         << groupDigits(std::max<std::int64_t>(0, file.emitted - file.written)) << " dropped; "
         << "documents/" << file.path.filename().string() << ", " << groupDigits(static_cast<std::int64_t>(file.bytes))
-        << " bytes, " << (file.wellFormed ? "well formed" : "MALFORMED") << ", "
+        << " bytes, " << (file.bytes == 0 ? "empty" : file.wellFormed ? "well formed" : "MALFORMED") << ", "
         << (file.sameAsLastUpload ? "the last upload holds the same bytes" : "the last upload differs or none came")
         << "\n";
   }

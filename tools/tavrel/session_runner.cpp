@@ -426,7 +426,8 @@ std::pair<bool, std::string> SessionRun::evaluate(const Condition& c) {
       std::string there;
       bool found = false;
       for (const auto& controller : chain) {
-        found = found || isOfClass(*controller, c.subject);
+        // A page still sliding in is not there yet for the player.
+        found = found || (isOfClass(*controller, c.subject) && (c.negated || !controller->isBeingPresented()));
         there += (there.empty() ? "" : ", over it ") + describeController(*controller);
       }
       return {found != c.negated, there.empty() ? "nothing is presented" : "presented: " + there};

@@ -43,7 +43,9 @@ struct CountTest {
 // What a check or a wait-until looks at.
 struct Condition {
   enum class Kind {
-    Presented,    // a controller of `subject`'s class is presented (anywhere in the chain)
+    // A controller of `subject`'s class is in the presentation chain, its presentation over;
+    // "not presented" holds once it has gone entirely, its dismissal over.
+    Presented,
     Text,         // an element on the screen shows `subject` (as a tap would find it)
     Log,          // a log line so far contains `subject`
     GameEvents,   // records in the game event file

@@ -3,6 +3,7 @@
 #include <tavrel_sdk/ui.hpp>
 
 #include "support/game_screen.hpp"
+#include "support/tool_runner.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -205,6 +206,21 @@ TEST(TextTest, LabelsShrinkToFitTheirWidth) {
       EXPECT_LE(sizeWithAttributes(text, {label.fontAsDrawn(), nullptr}).width, c.width);
       EXPECT_GT(sizeWithAttributes(text, {label.fontAsDrawn()->fontWithSize(size + 0.5), nullptr}).width, c.width);
     }
+  }
+}
+
+TEST(RenderGalleryTest, DrawsTheScreenAndItsTree) {
+  if (testing::toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
+  testing::TemporaryDirectory dir;
+  const std::string png = dir.path() + "/gallery.png", tree = dir.path() + "/gallery.json";
+  const auto run = testing::runTool({"render", "gallery", "--size", "844x390", "--scale", "1", "-o", png, "--tree", tree});
+  ASSERT_EQ(run.status, 0) << run.err;
+  auto image = UIImage::imageWithData(testing::readFile(png));
+  ASSERT_TRUE(image);
+  EXPECT_EQ(image->size(), CGSizeMake(844, 390));
+  EXPECT_THAT(testing::readFile(tree), ::testing::HasSubstr("\"UIAlertController\""));
+  for (const char* size : {"844", "0x390", "844x"}) {
+    EXPECT_EQ(testing::runTool({"render", "gallery", "--size", size, "-o", png}).status, 2) << size;
   }
 }
 

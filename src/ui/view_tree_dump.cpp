@@ -12,7 +12,8 @@ namespace tavrel {
 
 namespace {
 
-using nlohmann::json;
+// Keys in the order written: a view reads from its class down to its subviews.
+using json = nlohmann::ordered_json;
 
 json colorJson(const std::shared_ptr<UIColor>& color) {
   if (!color) return nullptr;
@@ -27,7 +28,7 @@ json fontJson(const std::shared_ptr<UIFont>& font) {
           {"weight", font->weight()}};
 }
 
-json viewJson(const UIView& view);
+json viewJson(const UIView& view, bool withSubviews = true);
 
 void addControlKeys(json& out, const UIView& view) {
   if (const auto* label = dynamic_cast<const UILabel*>(&view)) {
@@ -66,7 +67,7 @@ void addControlKeys(json& out, const UIView& view) {
   }
 }
 
-json viewJson(const UIView& view) {
+json viewJson(const UIView& view, bool withSubviews) {
   const CGRect frame = view.frame();
   const CALayer& layer = view.layer();
   json out{{"class", className(typeid(view))},
@@ -81,6 +82,7 @@ json viewJson(const UIView& view) {
   const auto border = layer.borderColor();
   out["borderColor"] = border ? json::array({border->red, border->green, border->blue, border->alpha}) : json(nullptr);
   addControlKeys(out, view);
+  if (!withSubviews) return out;
   json subviews = json::array();
   for (const auto& subview : view.subviews()) {
     // A text field's left view is shown under its own key.
@@ -116,7 +118,7 @@ json controllerJson(const std::shared_ptr<UIViewController>& controller) {
 std::string dumpViewTree() {
   const auto window = UIApplication::sharedApplication().keyWindow();
   if (!window) return "null";
-  json out = viewJson(*window);
+  json out = viewJson(*window, false);
   // Controllers carry their own views; the window's list keeps only views added to it directly.
   json direct = json::array();
   for (const auto& subview : window->subviews()) {

@@ -95,7 +95,8 @@ json viewJson(const UIView& view, bool withSubviews) {
 
 json controllerJson(const std::shared_ptr<UIViewController>& controller) {
   if (!controller) return nullptr;
-  json out{{"class", className(typeid(*controller))},
+  const UIViewController& object = *controller;
+  json out{{"class", className(typeid(object))},
            {"modalPresentationStyle", static_cast<int>(controller->modalPresentationStyle())},
            {"view", controller->isViewLoaded() ? viewJson(*controller->view()) : json(nullptr)},
            {"presentedViewController", controllerJson(controller->presentedViewController())}};

@@ -64,7 +64,8 @@ class TAVREL_EXPORT UIControl : public UIView {
   void sendActionsForControlEvents(UIControlEvents controlEvents);
 
   // Tracking: highlighted while a finger that began inside is inside; touch up inside sends
-  // UIControlEventTouchUpInside. A disabled control takes no touches (hit testing skips it).
+  // UIControlEventTouchUpInside. The touches stop here: views beneath see none of them. A
+  // disabled control takes no touches (hit testing skips it, so they go to what lies beneath).
   UIView* hitTest(CGPoint point, const UIEvent* event) override;
   void touchesBegan(const UITouchSet& touches, const UIEvent* event) override;
   void touchesMoved(const UITouchSet& touches, const UIEvent* event) override;

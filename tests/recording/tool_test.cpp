@@ -56,18 +56,5 @@ TEST_F(InspectTool, PrintsTablesOrOneJsonDocumentAndExitsByTheWorstFile) {
   EXPECT_EQ(runTool({"inspect"}).status, 2);
 }
 
-using DemoTool = InspectTool;
-
-TEST_F(DemoTool, SessionInVirtualTimeDeliversBothFilesWhole) {
-  const std::string out = directory_.path() + "/demo";
-  const ToolRun run = runTool({"demo", "--minutes", "1.5", "--flaky", "--out", out});
-  ASSERT_EQ(run.status, 0) << run.out << run.err;
-  const nlohmann::json report = nlohmann::json::parse(testing::readFile(out + "/report.json"));
-  EXPECT_EQ(report["ok"], true) << "both files received whole and well formed";
-  EXPECT_EQ(report["uploads"]["no reply"], 1) << "the flaky endpoint drops one upload, which is retried";
-  ASSERT_EQ(report["files"].size(), 2u);
-  for (const auto& file : report["files"]) EXPECT_GT(file["written"].get<int>(), 0);
-}
-
 }  // namespace
 }  // namespace tavrel::testing

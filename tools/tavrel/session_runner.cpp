@@ -668,12 +668,17 @@ int SessionRun::run() {
   } else if (server_) {
     server_->stop();
   }
+  try {
+    writeContactSheet(report_, out_ / "contact-sheet.png");
+  } catch (const std::exception& e) {
+    report_.exitStatus = 2;
+    report_.failure = options_.scriptName + ": " + e.what();
+  }
   report_.wallSeconds = std::chrono::duration<double>(SteadyClock::now() - wallStart).count();
   report_.cpuSeconds = cpuSeconds() - cpuStart;
   const std::string text = reportText(report_);
   writeText(out_ / "report.txt", text);
   writeText(out_ / "report.json", reportJson(report_).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
-  writeContactSheet(report_, out_ / "contact-sheet.png");
   std::cout << text << std::flush;
   if (!report_.failure.empty()) std::cerr << report_.failure << "\n";
   return report_.exitStatus;

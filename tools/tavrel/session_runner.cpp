@@ -265,7 +265,6 @@ void SessionRun::startService() {
   service.delay = std::chrono::milliseconds(std::llround(setting.replyDelay * 1000));
   service.failedUploads = setting.failedUploads;
   service.install(*server_);
-  server_->start();
 }
 
 void SessionRun::startPlatform() {
@@ -278,7 +277,6 @@ void SessionRun::startPlatform() {
   }
   platform_->setDocumentsDirectory((out_ / "documents").string());
   platform_->setTrustedCertificatesFile(server_->caFile());
-  platform_->setServiceBaseUrlForTesting(server_->baseUrl());
   nlohmann::json types = nlohmann::json::array();
   types.push_back({{"CFBundleURLSchemes", script_.setting.urlSchemes}});
   platform_->setInfoDictionaryJson(nlohmann::json{{"CFBundleURLTypes", types}}.dump());
@@ -653,6 +651,9 @@ int SessionRun::run() {
   try {
     startService();
     startPlatform();
+    // Serving starts once the platform is in place: the server's threads read its clock.
+    server_->start();
+    platform_->setServiceBaseUrlForTesting(server_->baseUrl());
     startScreen();
     for (const Step& step : script_.steps) execute(step);
   } catch (const RunFailure& failure) {

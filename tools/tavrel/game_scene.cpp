@@ -102,7 +102,8 @@ GameSceneView::GameSceneView(CGRect frame) : UIView(frame) {
   addSubview(ball_);
   coin_ = std::make_shared<CoinView>(CGRectMake(w * 0.5 - 17, h * kGroundShare - 150, 34, 34));
   addSubview(coin_);
-  score_ = std::make_shared<UILabel>(CGRectMake(16, 54, 200, 30));
+  // On the ground, where white text reads and no cloud passes.
+  score_ = std::make_shared<UILabel>(CGRectMake(16, h - 70, 200, 30));
   score_->setFont(UIFont::boldSystemFontOfSize(22));
   score_->setTextColor(UIColor::whiteColor());
   addSubview(score_);

@@ -69,7 +69,8 @@ struct TextSystem {
 };
 
 TextSystem& system() {
-  static TextSystem* instance = new TextSystem();  // never destroyed: fontconfig outlives exit
+  // Never destroyed: views held by other statics may still measure while those are torn down.
+  static TextSystem* instance = new TextSystem();
   return *instance;
 }
 

@@ -33,7 +33,7 @@ std::uint32_t straightAlpha(std::uint32_t pixel) {
 }  // namespace
 
 SdlHost::SdlHost(SDL_Window* window, SDL_Renderer* renderer, double scale)
-    : window_(window), renderer_(renderer), windowId_(SDL_GetWindowID(window)) {
+    : renderer_(renderer), windowId_(SDL_GetWindowID(window)) {
   int width = 0;
   int height = 0;
   SDL_GetWindowSize(window, &width, &height);

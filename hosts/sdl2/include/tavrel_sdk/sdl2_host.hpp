@@ -25,10 +25,11 @@ namespace tavrel {
 class TAVREL_EXPORT SdlHost final : public UIHost {
  public:
   // Shows the toolkit in `window`, drawn through the game's `renderer`; neither is owned and
-  // both must outlive the host's use (its texture belongs to the renderer, which frees it). The screen is the window's size at this call, in points;
-  // `scale` 0 takes the renderer's output size over the window size (1 but on HiDPI).
-  // Install it with UIHost::install() before any view is made. Throws std::runtime_error when
-  // the renderer cannot make a streaming texture.
+  // both must outlive the host's use (its texture belongs to the renderer, which frees it).
+  // The screen is the window's size at this call, in points; `scale` 0 takes the renderer's
+  // output size over the window size (1 but on HiDPI). Install it with UIHost::install()
+  // before any view is made. Throws std::runtime_error when the renderer cannot make a
+  // streaming texture.
   SdlHost(SDL_Window* window, SDL_Renderer* renderer, double scale = 0.0);
   ~SdlHost() override;
   SdlHost(const SdlHost&) = delete;
@@ -66,7 +67,6 @@ class TAVREL_EXPORT SdlHost final : public UIHost {
   void upload(const UIFrame& frame, PixelRect rect);
   void syncTextInput();
 
-  SDL_Window* window_;
   SDL_Renderer* renderer_;
   std::uint32_t windowId_;
   CGSize screenSize_;

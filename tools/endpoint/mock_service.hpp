@@ -23,10 +23,10 @@
 namespace tavrel::endpoint {
 
 struct MockService {
-  std::set<std::string> validTokens;
-  std::set<std::string> refusedTokens;
-  std::set<std::pair<std::string, std::string>> users;  // user name and password
-  std::set<std::string> refusedUsers;
+  std::set<std::string> validTokens{};
+  std::set<std::string> refusedTokens{};
+  std::set<std::pair<std::string, std::string>> users{};  // user name and password
+  std::set<std::string> refusedUsers{};
   // How long both routes take to answer; a stopping server answers at once.
   std::chrono::milliseconds delay{0};
   // The next this many uploads (PUT requests) are answered 500.

@@ -155,7 +155,14 @@ TEST_F(TouchTest, TouchKeepsItsViewAndSingleTouchViewsTakeOneFinger) {
 
   host().fingersDown({{3, {10, 10}}});  // free again
   EXPECT_EQ(small->calls.size(), 4u);
-  host().fingersUp({{3, {10, 10}}});
+
+  // A view destroyed mid-touch is let go of; the touch goes on without it.
+  const UITouch* touch = small->touches.back();
+  small->removeFromSuperview();
+  small.reset();
+  host().fingersMoved({{3, {20, 20}}});
+  EXPECT_EQ(touch->view(), nullptr);
+  host().fingersUp({{3, {20, 20}}});
 }
 
 }  // namespace

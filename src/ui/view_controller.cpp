@@ -28,15 +28,27 @@ void runOnMainLoop(std::function<void()> completion) {
   if (completion) Platform::current().dispatchAsyncMain(std::move(completion));
 }
 
+void logRefusedPresentation(const UIViewController& presented, const UIViewController& presenter,
+                            const std::string& reason) {
+  Platform::current().log("Attempt to present " + describeObject(presented) + " on " + describeObject(presenter) + " " +
+                          reason);
+}
+
 }  // namespace
 
 // The presented controller's transition: its view slides (a page) or fades (an alert) by the
 // platform's clock, one step per timer tick, and `finish` runs once at the end.
 struct UIViewController::Transition {
-  bool dismissal = false;
-  bool fade = false;
+  // An alert fades, anything else slides.
+  Transition(const UIViewController& presented, bool isDismissal)
+      : dismissal(isDismissal),
+        fade(dynamic_cast<const UIAlertController*>(&presented) != nullptr),
+        duration(fade ? kAlertTransitionDuration : kPageTransitionDuration) {}
+
+  bool dismissal;
+  bool fade;
+  double duration;
   double startTime = 0.0;
-  double duration = 0.0;
   int ticks = 0;
   std::shared_ptr<Timer> timer;
   std::function<void()> finish;
@@ -92,22 +104,18 @@ void UIViewController::loadView() { setView(std::make_shared<UIView>(UIScreen::m
 void UIViewController::presentViewController(std::shared_ptr<UIViewController> viewController, bool animated,
                                              std::function<void()> completion) {
   if (!viewController || viewController.get() == this) return;
-  auto& platform = Platform::current();
   if (presented_) {
-    platform.log("Attempt to present " + describeObject(*viewController) + " on " + describeObject(*this) +
-                 " which is already presenting " + describeObject(*presented_));
+    logRefusedPresentation(*viewController, *this, "which is already presenting " + describeObject(*presented_));
     return;
   }
-  if (viewController->presenting_.lock()) {
-    platform.log("Application tried to present modally a view controller " + describeObject(*viewController) +
-                 " that is already being presented.");
+  if (auto other = viewController->presenting_.lock()) {
+    logRefusedPresentation(*viewController, *this, "which is already presented by " + describeObject(*other));
     return;
   }
   UIWindow* window = isViewLoaded() ? view_->window() : nullptr;
   const auto self = sharedController(*this);
   if (!window || !self) {
-    platform.log("Attempt to present " + describeObject(*viewController) + " on " + describeObject(*this) +
-                 " whose view is not in the window hierarchy");
+    logRefusedPresentation(*viewController, *this, "whose view is not in the window hierarchy");
     return;
   }
 
@@ -122,9 +130,7 @@ void UIViewController::presentViewController(std::shared_ptr<UIViewController> v
     runOnMainLoop(std::move(completion));
     return;
   }
-  auto transition = std::make_shared<Transition>();
-  transition->fade = dynamic_cast<const UIAlertController*>(viewController.get()) != nullptr;
-  transition->duration = transition->fade ? kAlertTransitionDuration : kPageTransitionDuration;
+  auto transition = std::make_shared<Transition>(*viewController, false);
   transition->finish = std::move(completion);
   viewController->startTransition(std::move(transition));
 }
@@ -150,10 +156,7 @@ void UIViewController::dismissViewControllerAnimated(bool animated, std::functio
     runOnMainLoop(std::move(completion));
     return;
   }
-  auto transition = std::make_shared<Transition>();
-  transition->dismissal = true;
-  transition->fade = dynamic_cast<const UIAlertController*>(presented.get()) != nullptr;
-  transition->duration = transition->fade ? kAlertTransitionDuration : kPageTransitionDuration;
+  auto transition = std::make_shared<Transition>(*presented, true);
   transition->finish = [weakSelf = std::weak_ptr(sharedController(*this)), presented,
                         completion = std::move(completion)] {
     if (auto self = weakSelf.lock(); self && self->presented_ == presented) self->tearDownPresentations();
@@ -174,15 +177,15 @@ UIResponder* UIViewController::nextResponder() const {
 void UIViewController::startTransition(std::shared_ptr<Transition> transition) {
   auto& platform = Platform::current();
   transition->startTime = platform.timeIntervalSince1970();
-  transition_ = std::move(transition);
-  stepTransition();
   std::weak_ptr<UIViewController> weakSelf = sharedController(*this);
-  transition_->timer = platform.scheduledTimer(kTransitionTimerInterval, [weakSelf] {
+  transition->timer = platform.scheduledTimer(kTransitionTimerInterval, [weakSelf] {
     if (auto self = weakSelf.lock(); self && self->transition_) {
       ++self->transition_->ticks;
       self->stepTransition();
     }
   });
+  if (auto* window = view_->window()) transition->apply(*view_, window->bounds(), 0.0);
+  transition_ = std::move(transition);
 }
 
 void UIViewController::stepTransition() {

@@ -74,6 +74,10 @@ TextSystem& system() {
   return *instance;
 }
 
+// A box sized from a measurement may come back a hair narrower (through 32-bit floats): it
+// still holds its text whole.
+constexpr double kFitTolerance = 0.01;
+
 double fromPango(int units) { return static_cast<double>(units) / PANGO_SCALE; }
 int toPango(double points) { return static_cast<int>(std::lround(points * PANGO_SCALE)); }
 
@@ -113,7 +117,7 @@ void drawText(cairo_t* cr, std::string_view text, const UIFont& font, const UICo
   pango_layout_set_font_description(layout, s.entry(font).description);
   pango_layout_set_text(layout, text.data(), static_cast<int>(text.size()));
   const bool limited = style.truncateTail || style.numberOfLines != 1;
-  pango_layout_set_width(layout, limited ? toPango(box.size.width) : -1);
+  pango_layout_set_width(layout, limited ? toPango(box.size.width + kFitTolerance) : -1);
   pango_layout_set_ellipsize(layout, style.truncateTail ? PANGO_ELLIPSIZE_END : PANGO_ELLIPSIZE_NONE);
   pango_layout_set_wrap(layout, PANGO_WRAP_WORD);
   // A negative height counts lines, a positive one is a limit in units: either way the last

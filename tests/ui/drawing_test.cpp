@@ -124,6 +124,25 @@ TEST_F(DrawingTest, LabelTextStaysInsideItsFrame) {
   EXPECT_GT(inked, 500);
 }
 
+TEST_F(DrawingTest, ALabelSizedByItsMeasurementShowsItsWholeText) {
+  const std::string text = "2026:03:09T14:05:33+01:00-no-user-id";
+  const auto font = UIFont::monospacedDigitSystemFontOfSize(10, UIFontWeightRegular);
+  const CGSize size = sizeWithAttributes(text, {font, nullptr});
+  // The watermark hands sizes on as 32-bit floats; a roomy label draws the same line.
+  for (double width : {static_cast<double>(static_cast<float>(size.width)), size.width + 40}) {
+    auto label = std::make_shared<UILabel>(CGRectMake(10, width > size.width + 1 ? 100 : 50, width, size.height));
+    label->setText(text);
+    label->setFont(font);
+    root().addSubview(label);
+  }
+  const UIFrame& frame = host().renderFrame();
+  for (double y = 50; y < 50 + size.height; y += 0.5) {
+    for (double x = 10; x < 10 + size.width; x += 0.5) {
+      ASSERT_EQ(pixelAt(frame, {x, y}).a, pixelAt(frame, {x, y + 50}).a) << x << "," << y;
+    }
+  }
+}
+
 TEST_F(DrawingTest, OnlyWhatChangedIsDrawnAgain) {
   auto still = addView(root(), CGRectMake(0, 0, 390, 200), UIColor::colorWithRed(0.2, 0.4, 0.6, 1));
   auto label = std::make_shared<UILabel>(CGRectMake(40, 300, 120, 20));

@@ -15,7 +15,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,8 +31,6 @@
 #include <thread>
 #include <vector>
 
-extern char** environ;
-
 namespace {
 
 using nlohmann::json;
@@ -42,19 +40,23 @@ const std::string kAcceptedToken(48, 'A');
 const std::string kRefusedToken = std::string(24, 'r') + "PLAYER-ID-OF-24-CHARS-00";
 
 // A process in the background (in this process's environment) with its output in a log file;
-// SIGTERM when the handle goes.
+// SIGTERM when the handle goes, or when the test ends any other way (a time-out kills it).
 class Background {
  public:
   Background(std::vector<std::string> argv, const std::string& log) {
     std::vector<char*> args;
     for (auto& a : argv) args.push_back(a.data());
     args.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    if (posix_spawnp(&pid_, args[0], &actions, nullptr, args.data(), environ) != 0) pid_ = -1;
-    posix_spawn_file_actions_destroy(&actions);
+    const int out = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    pid_ = fork();
+    if (pid_ == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGTERM);
+      dup2(out, STDOUT_FILENO);
+      dup2(out, STDERR_FILENO);
+      execvp(args[0], args.data());
+      _exit(127);
+    }
+    close(out);
   }
   ~Background() {
     if (pid_ <= 0) return;
@@ -130,18 +132,24 @@ json readTree(const std::string& path) {
   return json::parse(in, nullptr, /*allow_exceptions=*/false);
 }
 
-// The centre, in window points, of the first view under `view` (at `origin`) that `match` takes.
-std::optional<std::pair<int, int>> centreOf(const json& view, const std::function<bool(const json&)>& match,
-                                            double x = 0, double y = 0) {
+// A view's frame in window points.
+struct Box {
+  int x = 0, y = 0, width = 0, height = 0;
+  int midX() const { return x + width / 2; }
+  int midY() const { return y + height / 2; }
+};
+
+// The first view under `view` (whose superview is at x, y) that `match` takes.
+std::optional<Box> find(const json& view, const std::function<bool(const json&)>& match, double x = 0, double y = 0) {
   if (!view.is_object()) return std::nullopt;
   const auto& frame = view["frame"];
   x += frame[0].get<double>();
   y += frame[1].get<double>();
   if (match(view)) {
-    return std::pair{static_cast<int>(x + frame[2].get<double>() / 2), static_cast<int>(y + frame[3].get<double>() / 2)};
+    return Box{static_cast<int>(x), static_cast<int>(y), frame[2].get<int>(), frame[3].get<int>()};
   }
   for (const auto& subview : view["subviews"]) {
-    if (auto found = centreOf(subview, match, x, y)) return found;
+    if (auto found = find(subview, match, x, y)) return found;
   }
   return std::nullopt;
 }
@@ -218,20 +226,21 @@ TEST(Sdl2Window, aRefusedPlayerLogsInThroughThePageAndTheWatermarkShowsOverTheGa
   }
   Background game({dir + "/game/sdl2_game", kRefusedToken, launchUrl}, dir + "/game.log");
 
-  // The refusal brings the page.
+  // The refusal brings the page; it has slid in when its view is at the top.
   json tree;
   ASSERT_TRUE(waitUntil([&] {
     tree = readTree(treeFile);
-    return presentedPage(tree).is_object();
+    const json& page = presentedPage(tree);
+    return page.is_object() && page["view"].is_object() && page["view"]["frame"][1] == 0;
   })) << readFile(dir + "/game.log");
   EXPECT_EQ(presentedPage(tree)["class"], "LoginViewController");
-  const json& page = presentedPage(tree)["view"];
+  const json page = presentedPage(tree)["view"];
   const auto field = [](const char* placeholder) {
     return [placeholder](const json& v) { return v.value("placeholder", json()) == placeholder; };
   };
-  const auto username = centreOf(page, field("Tavrel username"));
-  const auto password = centreOf(page, field("Password"));
-  const auto login = centreOf(page, [](const json& v) { return v.value("currentTitle", json()) == "Login"; });
+  const auto username = find(page, field("Tavrel username"));
+  const auto password = find(page, field("Password"));
+  const auto login = find(page, [](const json& v) { return v.value("currentTitle", json()) == "Login"; });
   ASSERT_TRUE(username && password && login) << page.dump(1);
 
   std::string windowId = capture("xdotool search --sync --onlyvisible --name '^sdl2_game$' | head -1");
@@ -247,15 +256,14 @@ TEST(Sdl2Window, aRefusedPlayerLogsInThroughThePageAndTheWatermarkShowsOverTheGa
     shot.surface.reset(cairo_image_surface_create_from_png(path.c_str()), cairo_surface_destroy);
     return cairo_surface_status(shot.surface.get()) == CAIRO_STATUS_SUCCESS;
   };
-  // The page has slid in when its button shows where the tree puts it.
+  // The button shows where the tree puts it (beside its title, which is white).
   ASSERT_TRUE(waitUntil([&] {
-    const auto [x, y] = *login;
-    return screenshot("page.png") && shot.count(isLoginOrange, y, y + 1, x, x + 1) == 1;
+    return screenshot("page.png") && shot.count(isLoginOrange, login->midY(), login->midY() + 1, login->x + 4, login->x + 5) == 1;
   }));
 
-  const auto click = [&](std::pair<int, int> at) {
-    return run("xdotool mousemove --window " + windowId + " " +
-                   std::to_string(at.first) + " " + std::to_string(at.second) + " click 1",
+  const auto click = [&](const Box& at) {
+    return run("xdotool mousemove --window " + windowId + " " + std::to_string(at.midX()) + " " +
+                   std::to_string(at.midY()) + " click 1",
                log);
   };
   const std::string type = "xdotool type --delay 40 ";
@@ -281,7 +289,7 @@ TEST(Sdl2Window, aRefusedPlayerLogsInThroughThePageAndTheWatermarkShowsOverTheGa
     const auto text = v.value("text", json());
     return text.is_string() && text.get<std::string>().ends_with("-" + userId);
   };
-  EXPECT_TRUE(centreOf(tree["rootViewController"]["view"], watermark)) << tree.dump(1);
+  EXPECT_TRUE(find(tree["rootViewController"]["view"], watermark)) << tree.dump(1);
   EXPECT_GT(shot.count(isWhite, 0, shot.height), 40);
   const int ground = shot.count([](std::uint32_t p) { return p == 0x1e5a32; }, 490, shot.height);  // (30, 90, 50)
   EXPECT_GT(ground, shot.width * (shot.height - 490) / 2);

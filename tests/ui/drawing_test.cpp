@@ -39,6 +39,27 @@ MATCHER_P4(IsRgba, r, g, b, a, "") {
   return std::abs(arg.r - r) <= 3 && std::abs(arg.g - g) <= 3 && std::abs(arg.b - b) <= 3 && std::abs(arg.a - a) <= 3;
 }
 
+// Where anything is drawn inside `area` (points), and how opaque it gets at most.
+struct Ink {
+  CGRect bounds;
+  int maxAlpha = 0;
+};
+Ink inkIn(const UIFrame& frame, CGRect area) {
+  double left = 1e9, top = 1e9, right = -1e9, bottom = -1e9;
+  int maxAlpha = 0;
+  const double step = 1.0 / frame.scale;
+  for (double y = area.minY(); y < area.maxY(); y += step) {
+    for (double x = area.minX(); x < area.maxX(); x += step) {
+      const int a = pixelAt(frame, {x, y}).a;
+      if (a == 0) continue;
+      left = std::min(left, x), top = std::min(top, y), right = std::max(right, x + step), bottom = std::max(bottom, y + step);
+      maxAlpha = std::max(maxAlpha, a);
+    }
+  }
+  if (maxAlpha == 0) return {};
+  return {CGRectMake(left, top, right - left, bottom - top), maxAlpha};
+}
+
 std::shared_ptr<UIView> addView(UIView& parent, CGRect frame, std::shared_ptr<UIColor> color) {
   auto view = std::make_shared<UIView>(frame);
   view->setBackgroundColor(std::move(color));
@@ -122,6 +143,36 @@ TEST_F(DrawingTest, LabelTextStaysInsideItsFrame) {
     }
   }
   EXPECT_GT(inked, 500);
+}
+
+TEST_F(DrawingTest, ControlsPlaceTheirTextAsThePlatformDoes) {
+  auto empty = std::make_shared<UITextField>(CGRectMake(10, 10, 300, 44));
+  empty->setPlaceholder("Placeholder");
+  empty->setLeftView(std::make_shared<UIView>(CGRectMake(0, 0, 20, 44)));
+  empty->setLeftViewMode(UITextFieldViewMode::Always);
+  auto focused = std::make_shared<UITextField>(CGRectMake(10, 100, 300, 44));
+  focused->setText("abc");
+  auto button = std::make_shared<UIButton>(CGRectMake(10, 200, 200, 44));
+  button->setTitle("OK", UIControlStateNormal);
+  for (const auto& view : std::initializer_list<std::shared_ptr<UIView>>{empty, focused, button}) root().addSubview(view);
+  ASSERT_TRUE(focused->becomeFirstResponder());
+  ASSERT_TRUE(focused->isCaretVisible());
+  const UIFrame& frame = host().renderFrame();
+
+  // The placeholder: after the left view, in the platform's faint grey.
+  const Ink placeholder = inkIn(frame, empty->frame());
+  EXPECT_GE(placeholder.bounds.minX(), 30.0);
+  EXPECT_LE(placeholder.maxAlpha, 77);
+  EXPECT_NEAR(placeholder.bounds.midY(), 32.0, 2.0);
+  // The caret: a tint-blue bar right after the text.
+  const double textEnd = 10 + sizeWithAttributes("abc", {UIFont::systemFontOfSize(kLabelFontSize), nullptr}).width;
+  EXPECT_THAT(pixelAt(frame, {textEnd + 1, 122}), IsRgba(0, 122, 255, 255));
+  EXPECT_EQ(inkIn(frame, CGRectMake(textEnd + 3, 100, 100, 44)).maxAlpha, 0);
+  // The title: centred, in white by default.
+  const Ink title = inkIn(frame, button->frame());
+  EXPECT_NEAR(title.bounds.midX(), 110.0, 1.0);
+  EXPECT_NEAR(title.bounds.midY(), 222.0, 2.0);
+  EXPECT_LE(title.bounds.size.height, kButtonTitleFontSize * 1.2);
 }
 
 TEST_F(DrawingTest, ALabelSizedByItsMeasurementShowsItsWholeText) {

@@ -85,7 +85,8 @@ class HttpsServer {
   // when the port cannot be bound. A stopped server may be started again (on a new port when
   // Options::port is 0).
   void start();
-  // Stops accepting, cuts short delayed replies and waits for the workers. Idempotent.
+  // Stops accepting, cuts short delayed replies, closes connections between requests and waits
+  // for the workers. Idempotent.
   void stop();
   bool running() const;
 

@@ -1,6 +1,8 @@
 #pragma once
 
 // UIColor: an immutable RGBA colour, components from 0 to 1 (device RGB, straight alpha).
+//
+// Thread safety: immutable, so usable from any thread.
 
 #include <tavrel_sdk/export.hpp>
 

@@ -1,6 +1,8 @@
 #pragma once
 
 // UIImage: a decoded picture, immutable, held as premultiplied ARGB32 pixels.
+//
+// Thread safety: may be decoded on any thread; drawn on the main thread, like every view.
 
 #include <tavrel_sdk/export.hpp>
 #include <tavrel_sdk/ui/geometry.hpp>

@@ -36,6 +36,7 @@ class GatedSession : public testing::SimulatedGame {
 
   // The player logs in through the page on the screen; the page's dismissal is under way after.
   void logIn(const std::string& password = "secret") {
+    finishTransitions();  // the page slides in before the player can reach it
     ASSERT_TRUE(host().tapElement("Tavrel username"));
     host().typeText("ann");
     ASSERT_TRUE(host().tapElement("Password"));
@@ -85,22 +86,25 @@ TEST_F(GatedSession, ARefusedTokenBringsThePageAndALoginStartsTheReloginTimer) {
 }
 
 TEST_F(GatedSession, ASecondLoginAddsASecondTimerAndBothFire) {
+  const auto advanceTo = [&](double t) { sim().advance(t - sim().elapsed()); };
   sdk().showLoginPage(nullptr);
   sim().runUntilIdle();
-  logIn();  // timer A: 600, 1200, ...
+  logIn();
+  const double timerA = sim().elapsed();
   finishTransitions();
-  sim().advance(299.0);
+  advanceTo(timerA + 300.0);
   sdk().showLoginPage(nullptr);
   sim().runUntilIdle();
-  logIn();  // timer B: 900, 1500, ...
+  logIn();
+  const double timerB = sim().elapsed();
   finishTransitions();
-  sim().advance(300.0);  // 601
-  ASSERT_TRUE(pageUp());
+  advanceTo(timerA + 600.5);
+  ASSERT_TRUE(pageUp()) << "timer A";
   logIn();
   finishTransitions();
-  sim().advance(297.5);  // 899.5
+  advanceTo(timerB + 599.5);
   EXPECT_FALSE(pageUp());
-  sim().advance(1.0);
+  advanceTo(timerB + 600.5);
   EXPECT_TRUE(pageUp()) << "timer B";
 }
 

@@ -105,6 +105,14 @@ void prepareOutput(const fs::path& out) {
 
 std::string quoted(const std::string& text) { return "\"" + text + "\""; }
 
+// "on the screen: "Login", "Password"", or `none` when nothing is there.
+std::string shownTexts(const std::vector<std::string>& texts, const std::string& none) {
+  if (texts.empty()) return none;
+  std::string joined;
+  for (const auto& text : texts) joined += (joined.empty() ? "" : ", ") + quoted(text);
+  return "on the screen: " + joined;
+}
+
 std::string describeController(const UIViewController& controller) {
   if (dynamic_cast<const LoginViewController*>(&controller)) return "the login page";
   if (const auto* alert = dynamic_cast<const UIAlertController*>(&controller)) {
@@ -433,9 +441,7 @@ std::pair<bool, std::string> SessionRun::evaluate(const Condition& c) {
     case Condition::Kind::Text: {
       const auto texts = textsOnScreen();
       const bool found = std::find(texts.begin(), texts.end(), c.subject) != texts.end();
-      std::string there;
-      for (const auto& text : texts) there += (there.empty() ? "" : ", ") + quoted(text);
-      return {found != c.negated, there.empty() ? "no text on the screen" : "on the screen: " + there};
+      return {found != c.negated, shownTexts(texts, "no text on the screen")};
     }
     case Condition::Kind::Log: {
       std::lock_guard lock(mutex_);
@@ -533,9 +539,7 @@ void SessionRun::perform(const step::FingerUp& s) {
 
 void SessionRun::perform(const step::Tap& s) {
   if (!host_->tapElement(s.text)) {
-    std::string there;
-    for (const auto& text : textsOnScreen()) there += (there.empty() ? "" : ", ") + quoted(text);
-    fail(1, "nothing on the screen shows " + quoted(s.text) + (there.empty() ? "" : "; on the screen: " + there));
+    fail(1, "nothing on the screen shows " + quoted(s.text) + "; " + shownTexts(textsOnScreen(), "no text on the screen"));
   }
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 // What `tavrel run` and `tavrel demo` share: their options and the playing of a script's text,
-// with its errors reported as "NAME:LINE: message" and exit status 2.
+// with its errors reported as "NAME:LINE: message" and exit status 2. Main thread only.
 
 #include <CLI/CLI.hpp>
 

@@ -1,13 +1,15 @@
 #pragma once
 
-// What the benchmarks that compare against the `curl` command share: timing a command run and
+// What the benchmarks share: CPU time and best-of-rounds timing, timing a command run, and
 // reading the process's memory.
 
 #include <spawn.h>
+#include <time.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <stdexcept>
@@ -40,6 +42,27 @@ inline double timeCurl(std::vector<std::string> arguments) {
   const double seconds = secondsSince(start);
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error("curl failed");
   return seconds;
+}
+
+// CPU time of a clock in nanoseconds: the machine is shared, and wall time would count other
+// people's work.
+inline double cpuNanoseconds(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
+}
+inline double threadCpuNanoseconds() { return cpuNanoseconds(CLOCK_THREAD_CPUTIME_ID); }
+
+// The best of a few rounds of `calls` calls, so that another process's burst does not count.
+template <class Body>
+double bestNanosecondsPerCall(int calls, Body&& body) {
+  double best = 1e300;
+  for (int round = 0; round < 5; ++round) {
+    const double start = threadCpuNanoseconds();
+    for (int i = 0; i < calls; ++i) body();
+    best = std::min(best, (threadCpuNanoseconds() - start) / calls);
+  }
+  return best;
 }
 
 inline double residentKilobytes() {

@@ -10,6 +10,9 @@
 #include <tavrel_sdk/tavrel_sdk.hpp>
 #include <tavrel_sdk/ui.hpp>
 
+#include "allocation_counter.hpp"
+#include "bare_pango.hpp"
+#include "bench_support.hpp"
 #include "overlay/overlay_view.hpp"
 #include "platform/sim_platform.hpp"
 #include "watermark/watermark.hpp"
@@ -33,44 +36,10 @@
 
 namespace {
 
-std::atomic<std::uint64_t> allocations{0};
-
-}  // namespace
-
-// Default visibility so that the library's allocations come here too; never inlined, so that GCC
-// does not pair the malloc inside with a delete elsewhere and warn of a mismatch.
-__attribute__((visibility("default"), noinline)) void* operator new(std::size_t size) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  if (void* block = std::malloc(size == 0 ? 1 : size)) return block;
-  throw std::bad_alloc();
-}
-__attribute__((visibility("default"), noinline)) void operator delete(void* block) noexcept { std::free(block); }
-__attribute__((visibility("default"), noinline)) void operator delete(void* block, std::size_t) noexcept {
-  std::free(block);
-}
-
-namespace {
-
 using namespace tavrel;
-
-// The machine is shared: CPU time, not wall time, and the best of a few rounds for baselines.
-double cpuNanoseconds(clockid_t clock) {
-  timespec now{};
-  clock_gettime(clock, &now);
-  return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
-}
-double threadCpuNanoseconds() { return cpuNanoseconds(CLOCK_THREAD_CPUTIME_ID); }
-
-template <class Body>
-double bestNanosecondsPerCall(int calls, Body&& body) {
-  double best = 1e300;
-  for (int round = 0; round < 5; ++round) {
-    const double start = threadCpuNanoseconds();
-    for (int i = 0; i < calls; ++i) body();
-    best = std::min(best, (threadCpuNanoseconds() - start) / calls);
-  }
-  return best;
-}
+using bench::bestNanosecondsPerCall;
+using bench::cpuNanoseconds;
+using bench::threadCpuNanoseconds;
 
 constexpr CGSize kScreen{844.0, 390.0};
 constexpr double kScale = 2.0;
@@ -114,66 +83,21 @@ struct Scene {
   }
 };
 
-// What sizeWithAttributes does at its core, set up as the toolkit sets Pango up: the DejaVu Sans
-// file alone, unhinted, 72 dpi, one layout reused.
-class BarePango {
- public:
-  explicit BarePango(double size) {
-    FcConfig* config = FcConfigCreate();
-    FcConfigAppFontAddFile(config, reinterpret_cast<const FcChar8*>("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"));
-    fontMap_ = pango_cairo_font_map_new();
-    pango_fc_font_map_set_config(PANGO_FC_FONT_MAP(fontMap_), config);
-    FcConfigDestroy(config);
-    context_ = pango_font_map_create_context(fontMap_);
-    cairo_font_options_t* options = cairo_font_options_create();
-    cairo_font_options_set_hint_style(options, CAIRO_HINT_STYLE_NONE);
-    cairo_font_options_set_hint_metrics(options, CAIRO_HINT_METRICS_OFF);
-    pango_cairo_context_set_font_options(context_, options);
-    cairo_font_options_destroy(options);
-    pango_context_set_round_glyph_positions(context_, FALSE);
-    pango_cairo_context_set_resolution(context_, 72.0);
-    layout_ = pango_layout_new(context_);
-    description_ = pango_font_description_from_string("DejaVu Sans");
-    pango_font_description_set_absolute_size(description_, size * PANGO_SCALE);
-    pango_layout_set_font_description(layout_, description_);
-  }
-  ~BarePango() {
-    pango_font_description_free(description_);
-    g_object_unref(layout_);
-    g_object_unref(context_);
-    g_object_unref(fontMap_);
-  }
-  BarePango(const BarePango&) = delete;
-  BarePango& operator=(const BarePango&) = delete;
-
-  CGSize measure(const std::string& text) {
-    pango_layout_set_text(layout_, text.data(), static_cast<int>(text.size()));
-    PangoRectangle logical;
-    pango_layout_get_extents(layout_, nullptr, &logical);
-    return {static_cast<double>(logical.width) / PANGO_SCALE, static_cast<double>(logical.height) / PANGO_SCALE};
-  }
-
- private:
-  PangoFontMap* fontMap_ = nullptr;
-  PangoContext* context_ = nullptr;
-  PangoLayout* layout_ = nullptr;
-  PangoFontDescription* description_ = nullptr;
-};
 
 void BM_WatermarkTick(benchmark::State& state) {
   Scene scene;
   OverlayView& overlay = *scene.overlay;
-  const std::uint64_t allocationsBefore = allocations.load();
+  const std::uint64_t allocationsBefore = bench::allocations.load();
   const double start = threadCpuNanoseconds();
   for (auto _ : state) overlay.timerFired(nullptr);
   const double tick = (threadCpuNanoseconds() - start) / static_cast<double>(state.iterations());
   const double allocationsPerTick =
-      static_cast<double>(allocations.load() - allocationsBefore) / static_cast<double>(state.iterations());
+      static_cast<double>(bench::allocations.load() - allocationsBefore) / static_cast<double>(state.iterations());
 
   // The baseline: the same text measured by Pango directly, and one engine tick in the
   // overlay's order on an engine of its own.
   const std::string text = TavrelSDK::getTimestamp() + "-" + TavrelSDK::getUserId();
-  BarePango pango(overlay.font()->pointSize());
+  bench::BarePango pango(overlay.font()->pointSize());
   Watermark engine;
   engine.setCanvasDimensionWithWidth(static_cast<float>(kScreen.width), static_cast<float>(kScreen.height));
   engine.setBehaviourType(WatermarkBehaviourTypeTicker);
@@ -204,12 +128,12 @@ void BM_DroppedTouchMoved(benchmark::State& state) {
   // The rate limit's run is used up and the virtual clock stands still: every record is dropped.
   _eventsSinceLastUpdate = 5;
   _lastUpdated = Platform::current().currentMilliseconds();
-  const std::uint64_t allocationsBefore = allocations.load();
+  const std::uint64_t allocationsBefore = bench::allocations.load();
   const double start = threadCpuNanoseconds();
   for (auto _ : state) overlay.touchesMoved(touches, &event);
   const double moved = (threadCpuNanoseconds() - start) / static_cast<double>(state.iterations());
   const double allocationsPerTouch =
-      static_cast<double>(allocations.load() - allocationsBefore) / static_cast<double>(state.iterations());
+      static_cast<double>(bench::allocations.load() - allocationsBefore) / static_cast<double>(state.iterations());
 
   const std::vector<std::int32_t> array{6, 0, 6, 0, 15534, 16805, 1};
   const double emit = bestNanosecondsPerCall(200000, [&] { sdk.emitInputEvent(array); });

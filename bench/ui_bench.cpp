@@ -10,6 +10,8 @@
 
 #include <tavrel_sdk/ui.hpp>
 
+#include "bare_pango.hpp"
+#include "bench_support.hpp"
 #include "platform/sim_platform.hpp"
 
 #include <benchmark/benchmark.h>
@@ -27,27 +29,12 @@ namespace {
 
 using namespace tavrel;
 
+using bench::bestNanosecondsPerCall;
+using bench::threadCpuNanoseconds;
+
 constexpr CGSize kScreen{844.0, 390.0};
 constexpr double kScale = 2.0;
 const std::string kText = "2026:03:09T14:05:33+01:00-no-user-id";
-
-double threadCpuNanoseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
-}
-
-// The best of a few rounds, so that another process's burst does not count.
-template <class Body>
-double bestNanosecondsPerCall(int calls, Body&& body) {
-  double best = 1e300;
-  for (int round = 0; round < 5; ++round) {
-    const double start = threadCpuNanoseconds();
-    for (int i = 0; i < calls; ++i) body();
-    best = std::min(best, (threadCpuNanoseconds() - start) / calls);
-  }
-  return best;
-}
 
 void installSimulation() {
   static const std::shared_ptr<SimPlatform> sim = [] {
@@ -72,50 +59,6 @@ struct Screen {
   ~Screen() { UIHost::install(nullptr); }
 };
 
-// Pango as the toolkit sets it up, without the toolkit: the DejaVu Sans file alone, unhinted,
-// one layout and one font description reused.
-class BarePango {
- public:
-  explicit BarePango(double size) {
-    FcConfig* config = FcConfigCreate();
-    FcConfigAppFontAddFile(config, reinterpret_cast<const FcChar8*>("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"));
-    fontMap_ = pango_cairo_font_map_new();
-    pango_fc_font_map_set_config(PANGO_FC_FONT_MAP(fontMap_), config);
-    FcConfigDestroy(config);
-    context_ = pango_font_map_create_context(fontMap_);
-    cairo_font_options_t* options = cairo_font_options_create();
-    cairo_font_options_set_hint_style(options, CAIRO_HINT_STYLE_NONE);
-    cairo_font_options_set_hint_metrics(options, CAIRO_HINT_METRICS_OFF);
-    pango_cairo_context_set_font_options(context_, options);
-    cairo_font_options_destroy(options);
-    pango_context_set_round_glyph_positions(context_, FALSE);
-    layout_ = pango_layout_new(context_);
-    description_ = pango_font_description_from_string("DejaVu Sans");
-    pango_font_description_set_absolute_size(description_, size * PANGO_SCALE);
-    pango_layout_set_font_description(layout_, description_);
-  }
-  ~BarePango() {
-    pango_font_description_free(description_);
-    g_object_unref(layout_);
-    g_object_unref(context_);
-    g_object_unref(fontMap_);
-  }
-  BarePango(const BarePango&) = delete;
-  BarePango& operator=(const BarePango&) = delete;
-
-  double width(const std::string& text) {
-    pango_layout_set_text(layout_, text.data(), static_cast<int>(text.size()));
-    PangoRectangle logical;
-    pango_layout_get_extents(layout_, nullptr, &logical);
-    return static_cast<double>(logical.width) / PANGO_SCALE;
-  }
-
- private:
-  PangoFontMap* fontMap_ = nullptr;
-  PangoContext* context_ = nullptr;
-  PangoLayout* layout_ = nullptr;
-  PangoFontDescription* description_ = nullptr;
-};
 
 void BM_SizeWithAttributes(benchmark::State& state) {
   // As the watermark measures: a font made once, the attributes made anew each time.
@@ -123,8 +66,8 @@ void BM_SizeWithAttributes(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(sizeWithAttributes(kText, {font, UIColor::whiteColor()}));
   const double measured =
       bestNanosecondsPerCall(20000, [&] { benchmark::DoNotOptimize(sizeWithAttributes(kText, {font, UIColor::whiteColor()})); });
-  BarePango pango(10.0);
-  const double bare = bestNanosecondsPerCall(20000, [&] { benchmark::DoNotOptimize(pango.width(kText)); });
+  bench::BarePango pango(10.0);
+  const double bare = bestNanosecondsPerCall(20000, [&] { benchmark::DoNotOptimize(pango.measure(kText).width); });
   state.counters["size_ns"] = measured;
   state.counters["pango_ns"] = bare;
   state.counters["x_pango"] = measured / bare;

@@ -2,6 +2,8 @@
 // does the least any tick returning the same list must do: one vector of as many items, filled
 // by float additions. Allocations are counted with a replaced global operator new.
 
+#include "allocation_counter.hpp"
+#include "bench_support.hpp"
 #include "platform/sim_platform.hpp"
 #include "watermark/watermark.hpp"
 
@@ -19,32 +21,7 @@
 
 namespace {
 
-std::atomic<std::uint64_t> allocations{0};
-
-}  // namespace
-
-// Default visibility so that the library's allocations come here too; never inlined, so that GCC
-// does not pair the malloc inside with a delete elsewhere and warn of a mismatch.
-__attribute__((visibility("default"), noinline)) void* operator new(std::size_t size) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  if (void* block = std::malloc(size == 0 ? 1 : size)) return block;
-  throw std::bad_alloc();
-}
-__attribute__((visibility("default"), noinline)) void operator delete(void* block) noexcept {
-  std::free(block);
-}
-__attribute__((visibility("default"), noinline)) void operator delete(void* block, std::size_t) noexcept {
-  std::free(block);
-}
-
-namespace {
-
-// Thread CPU time: the machine is shared, and wall time would count other people's work.
-double threadCpuNanoseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
-}
+using tavrel::bench::threadCpuNanoseconds;
 
 constexpr float kTick = 1.0f / 15.0f;
 constexpr float kCanvasWidth = 844.0f;
@@ -137,10 +114,10 @@ void allocationsPerTick(benchmark::State& state, std::int32_t type) {
   constexpr std::uint64_t kTicks = 1000000;
   for (auto _ : state) {
     const auto watermark = makeWatermark(type);
-    const std::uint64_t before = allocations.load();
+    const std::uint64_t before = tavrel::bench::allocations.load();
     for (std::uint64_t i = 0; i < kTicks; ++i) tick(*watermark);
     state.counters["allocs_per_tick"] =
-        static_cast<double>(allocations.load() - before) / static_cast<double>(kTicks);
+        static_cast<double>(tavrel::bench::allocations.load() - before) / static_cast<double>(kTicks);
   }
 }
 

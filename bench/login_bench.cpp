@@ -4,6 +4,7 @@
 
 #include <tavrel_sdk/ui.hpp>
 
+#include "bench_support.hpp"
 #include "login/login_background.hpp"
 #include "login/login_view.hpp"
 #include "login/login_view_controller.hpp"
@@ -22,21 +23,9 @@ namespace {
 
 using namespace tavrel;
 
-double threadCpuMilliseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
-}
-
-// The best per-run time of `body` over a few rounds of `runs`.
+double threadCpuMilliseconds() { return bench::threadCpuNanoseconds() / 1e6; }
 double bestMilliseconds(int runs, const std::function<void()>& body) {
-  double best = 1e300;
-  for (int round = 0; round < 5; ++round) {
-    const double start = threadCpuMilliseconds();
-    for (int i = 0; i < runs; ++i) body();
-    best = std::min(best, (threadCpuMilliseconds() - start) / runs);
-  }
-  return best;
+  return bench::bestNanosecondsPerCall(runs, body) / 1e6;
 }
 
 std::shared_ptr<SimPlatform> installScreen() {

@@ -100,7 +100,9 @@ class TAVREL_EXPORT Platform : public std::enable_shared_from_this<Platform> {
 
   // --- URL session -------------------------------------------------------------------------
   // The shared session: requests run concurrently; each handler runs exactly once, on the
-  // session's serial background queue. No time-out, cache or retry; TLS is verified.
+  // session's serial background queue. Connections to a host are kept open and reused; a
+  // request that meets one the server has closed is sent once more on a fresh connection, and
+  // nothing else is retried. No time-out or cache; TLS is verified.
   void dataTask(UrlRequest request, DataTaskHandler handler);
 
   // --- Random numbers ----------------------------------------------------------------------

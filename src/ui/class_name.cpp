@@ -22,7 +22,13 @@ std::string className(const std::type_info& type) {
 std::string describeObject(const std::type_info& type, const void* address) {
   char pointer[32];
   std::snprintf(pointer, sizeof pointer, "%p", address);
-  return "<" + className(type) + ": " + pointer + ">";
+  // Appended piece by piece: GCC 12 warns falsely (-Wrestrict) on the chained operator+.
+  std::string text = "<";
+  text += className(type);
+  text += ": ";
+  text += pointer;
+  text += ">";
+  return text;
 }
 
 }  // namespace tavrel

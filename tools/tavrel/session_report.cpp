@@ -17,8 +17,10 @@ namespace {
 
 std::string groupDigits(std::int64_t n) {
   std::string digits = std::to_string(n < 0 ? -n : n);
-  for (int i = static_cast<int>(digits.size()) - 3; i > 0; i -= 3) digits.insert(static_cast<std::size_t>(i), ",");
-  return n < 0 ? "-" + digits : digits;
+  // Single characters: GCC 12 takes a string insert here for an overlapping copy (-Wrestrict).
+  for (int i = static_cast<int>(digits.size()) - 3; i > 0; i -= 3) digits.insert(static_cast<std::size_t>(i), 1, ',');
+  if (n < 0) digits.insert(digits.begin(), '-');
+  return digits;
 }
 
 std::string fixed(double value, int decimals) {

@@ -245,7 +245,7 @@ bool UITextField::becomeFirstResponder() {
   if (isFirstResponder()) return true;
   if (!UIControl::becomeFirstResponder()) return false;
   setCaretShown(true);
-  caretTimer_ = Platform::current().scheduledTimer(kCaretBlinkInterval, [this] { setCaretShown(!caretShown_); });
+  caretTimer_ = Platform::current().scheduledTimer(kCaretBlinkInterval, [this] { blinkCaret(); });
   layoutLeftView();
   sendActionsForControlEvents(UIControlEventEditingDidBegin);
   return true;
@@ -301,6 +301,12 @@ void UITextField::setCaretShown(bool shown) {
   if (shown == caretShown_) return;
   caretShown_ = shown;
   setNeedsDisplay();
+}
+
+void UITextField::blinkCaret() {
+  caretShown_ = !caretShown_;
+  // Only the caret's own pixels: a blink redraws no text.
+  setNeedsDisplayInRect(caretRect());
 }
 
 // --- UIButton ----------------------------------------------------------------------------

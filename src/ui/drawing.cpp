@@ -31,17 +31,6 @@ const UIFont& orDefault(const std::shared_ptr<UIFont>& font, std::shared_ptr<UIF
   return *fallback;
 }
 
-bool leftViewShows(const UITextField& field) {
-  if (!field.leftView()) return false;
-  switch (field.leftViewMode()) {
-    case UITextFieldViewMode::Always: return true;
-    case UITextFieldViewMode::WhileEditing: return field.isFirstResponder();
-    case UITextFieldViewMode::UnlessEditing: return !field.isFirstResponder();
-    case UITextFieldViewMode::Never: return false;
-  }
-  return false;
-}
-
 }  // namespace
 
 std::shared_ptr<UIFont> UILabel::fontAsDrawn() const {
@@ -68,41 +57,46 @@ void UILabel::drawRect(CGContextRef context, CGRect /*rect*/) {
   text::drawText(context, *text_, *fontAsDrawn(), textColor_ ? *textColor_ : kBlack, bounds(), style);
 }
 
+// While editing the line does not truncate: it slides left so that its end, where typing goes,
+// stays in view with the caret after it.
+double UITextField::editingTextWidth(const UIFont& font, const std::string& shown, CGRect box) const {
+  if (shown.empty()) return 0.0;
+  return std::max(0.0, std::min(text::measure(font, shown).width, box.size.width - kCaretWidth));
+}
+
+CGRect UITextField::caretRect() const {
+  const UIFont& font = *font_;  // never null: setFont(nullptr) restores the default
+  const CGRect box = textRectForBounds(bounds());
+  const double height = font.lineHeight();
+  return {{box.minX() + editingTextWidth(font, displayedText(), box), box.midY() - height / 2.0}, {kCaretWidth, height}};
+}
+
 void UITextField::drawRect(CGContextRef context, CGRect /*rect*/) {
-  std::shared_ptr<UIFont> fallback;
-  const UIFont& font = orDefault(font_, fallback, kLabelFontSize);
-  CGRect box = bounds();
-  if (leftViewShows(*this)) {
-    const double inset = leftView_->frame().size.width;
-    box.origin.x += inset;
-    box.size.width = std::max(0.0, box.size.width - inset);
-  }
+  const UIFont& font = *font_;
+  const CGRect box = textRectForBounds(bounds());
   cairo_save(context);
   cairo_rectangle(context, box.origin.x, box.origin.y, box.size.width, box.size.height);
   cairo_clip(context);
 
   const std::string shown = displayedText();
+  const UIColor& color = textColor_ ? *textColor_ : kBlack;
   text::LineStyle style;
-  double textWidth = 0.0;
   if (shown.empty()) {
     if (placeholder_) text::drawText(context, *placeholder_, font, kPlaceholderColor, box, style);
   } else if (isFirstResponder()) {
-    // While editing the line does not truncate: its end, where typing goes, stays in view.
-    textWidth = text::measure(font, shown).width;
+    const double natural = text::measure(font, shown).width;
+    const double width = editingTextWidth(font, shown, box);
     style.truncateTail = false;
-    CGRect line = box;
-    line.size.width = textWidth;
-    if (textWidth > box.size.width - kCaretWidth) line.origin.x -= textWidth - (box.size.width - kCaretWidth);
-    text::drawText(context, shown, font, textColor_ ? *textColor_ : kBlack, line, style);
-    textWidth = line.maxX() - box.minX();
+    text::drawText(context, shown, font, color, {{box.minX() + width - natural, box.minY()}, {natural, box.size.height}},
+                   style);
   } else {
-    text::drawText(context, shown, font, textColor_ ? *textColor_ : kBlack, box, style);
+    text::drawText(context, shown, font, color, box, style);
   }
 
   if (isCaretVisible()) {
-    const double height = font.lineHeight();
+    const CGRect caret = caretRect();
     setSourceColor(context, kTintColor.CGColor());
-    cairo_rectangle(context, box.minX() + textWidth, box.midY() - height / 2.0, kCaretWidth, height);
+    cairo_rectangle(context, caret.origin.x, caret.origin.y, caret.size.width, caret.size.height);
     cairo_fill(context);
   }
   cairo_restore(context);

@@ -15,24 +15,8 @@ namespace tavrel {
 
 namespace {
 
-
-
 // More rectangles clip more tightly but cost a pass of Cairo's clipping each.
 constexpr std::size_t kMaxDamageRects = 4;
-
-CGRect intersection(CGRect a, CGRect b) {
-  const double left = std::max(a.minX(), b.minX()), top = std::max(a.minY(), b.minY());
-  const double right = std::min(a.maxX(), b.maxX()), bottom = std::min(a.maxY(), b.maxY());
-  if (right <= left || bottom <= top) return CGRectZero;
-  return {{left, top}, {right - left, bottom - top}};
-}
-
-CGRect unionRect(CGRect a, CGRect b) {
-  if (a.isEmpty()) return b;
-  if (b.isEmpty()) return a;
-  const double left = std::min(a.minX(), b.minX()), top = std::min(a.minY(), b.minY());
-  return {{left, top}, {std::max(a.maxX(), b.maxX()) - left, std::max(a.maxY(), b.maxY()) - top}};
-}
 
 bool isDrawn(const UIView& view) { return !view.isHidden() && view.alpha() > 0.0; }
 
@@ -55,13 +39,14 @@ void collect(const UIView& view, CGPoint origin, CGRect clip, double alpha, std:
   entry.alive = view.weak_from_this();
   entry.shared = !entry.alive.expired();
   entry.displayVersion = view.displayVersion();
-  entry.rect = intersection({origin, bounds.size}, clip);
+  entry.rect = CGRectIntersection({origin, bounds.size}, clip);
+  entry.contentOrigin = {origin.x - bounds.origin.x, origin.y - bounds.origin.y};
   entry.clip = clip;
   entry.alpha = alpha * std::min(view.alpha(), 1.0);
   out.push_back(entry);
 
   const CGRect childClip = view.layer().masksToBounds() ? entry.rect : clip;
-  const CGPoint contentOrigin{origin.x - bounds.origin.x, origin.y - bounds.origin.y};
+  const CGPoint contentOrigin = entry.contentOrigin;
   for (const auto& subview : view.subviews()) {
     const CGRect frame = subview->frame();
     collect(*subview, {contentOrigin.x + frame.origin.x, contentOrigin.y + frame.origin.y}, childClip, entry.alpha, out);
@@ -69,7 +54,7 @@ void collect(const UIView& view, CGPoint origin, CGRect clip, double alpha, std:
   RenderEntry& self = out[index];
   self.subtreeEnd = out.size();
   self.subtreeRect = self.rect;
-  for (std::size_t i = index + 1; i < out.size(); ++i) self.subtreeRect = unionRect(self.subtreeRect, out[i].rect);
+  for (std::size_t i = index + 1; i < out.size(); ++i) self.subtreeRect = CGRectUnion(self.subtreeRect, out[i].rect);
 }
 
 // The pixels to draw again, as a few rectangles.
@@ -165,9 +150,15 @@ void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>
     // which lies within its rectangle.
     const bool restacked = found->second < latestOld;
     latestOld = std::max(latestOld, found->second);
-    if (restacked || !entry.looksSame(old)) {
+    if (restacked || !entry.sitsSame(old)) {
       damage.add(old.rect);
       damage.add(entry.rect);
+    } else if (entry.displayVersion != old.displayVersion) {
+      const std::optional<CGRect> part = entry.view->displayChangeSince(old.displayVersion);
+      damage.add(part ? CGRectIntersection({{part->origin.x + entry.contentOrigin.x, part->origin.y + entry.contentOrigin.y},
+                                            part->size},
+                                           entry.rect)
+                      : entry.rect);
     }
   }
   for (std::size_t i = 0; i < before.size(); ++i) {

@@ -6,7 +6,8 @@
 // Each frame walks the tree into a flat list of what each visible view looks like on screen
 // (its rectangle, clip, effective alpha and displayVersion) in paint order. The list is
 // compared with the last frame's: a view that appeared, went, changed or changed its stacking
-// damages its old and new rectangles. The damage is cleared to transparent and every view
+// damages its old and new rectangles; one that only marked a part of its content to draw
+// again (setNeedsDisplayInRect) damages that part. The damage is cleared to transparent and every view
 // that reaches into it is drawn again, clipped to it, so the pixels come out the same as if
 // the whole frame had been drawn.
 //
@@ -31,12 +32,13 @@ struct RenderEntry {
   bool shared = false;                     // held by a shared_ptr when seen, so `alive` tells
   std::uint64_t displayVersion = 0;
   CGRect rect;      // on screen in points, within `clip`
+  CGPoint contentOrigin;  // where the view's bounds origin lies on screen
   CGRect clip;      // what the ancestors' masksToBounds leave
   double alpha = 1.0;  // times the ancestors'
   CGRect subtreeRect;  // the union of this view's and its descendants' rects
   std::size_t subtreeEnd = 0;  // the index after this view's last descendant
-  bool looksSame(const RenderEntry& other) const {
-    return displayVersion == other.displayVersion && rect == other.rect && clip == other.clip && alpha == other.alpha;
+  bool sitsSame(const RenderEntry& other) const {
+    return rect == other.rect && contentOrigin == other.contentOrigin && clip == other.clip && alpha == other.alpha;
   }
 };
 

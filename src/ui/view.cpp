@@ -182,7 +182,30 @@ UIResponder* UIView::nextResponder() const {
   return superview_;
 }
 
-void UIView::setNeedsDisplay() { ++displayVersion_; }
+void UIView::setNeedsDisplay() {
+  wholeDisplayVersion_ = ++displayVersion_;
+  partialDisplays_.clear();
+}
+
+void UIView::setNeedsDisplayInRect(CGRect rect) {
+  // Kept few: a renderer a few changes behind draws the whole view again, as it would anyway.
+  constexpr std::size_t kPartialDisplaysKept = 4;
+  if (partialDisplays_.size() == kPartialDisplaysKept) partialDisplays_.erase(partialDisplays_.begin());
+  partialDisplays_.push_back({++displayVersion_, rect});
+}
+
+std::optional<CGRect> UIView::displayChangeSince(std::uint64_t version) const {
+  if (version >= displayVersion_) return CGRectZero;
+  // Every change after `version` must be one of the partial ones still kept.
+  if (wholeDisplayVersion_ > version || partialDisplays_.empty() || partialDisplays_.front().version > version + 1) {
+    return std::nullopt;
+  }
+  CGRect changed = CGRectZero;
+  for (const PartialDisplay& partial : partialDisplays_) {
+    if (partial.version > version) changed = CGRectUnion(changed, partial.rect);
+  }
+  return changed;
+}
 
 void UIView::drawRect(CGContextRef /*context*/, CGRect /*rect*/) {}
 

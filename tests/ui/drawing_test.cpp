@@ -212,8 +212,24 @@ TEST_F(DrawingTest, OnlyWhatChangedIsDrawnAgain) {
   EXPECT_THAT(moved.damage, ::testing::Contains(PixelRect{79, 599, 242, 42}));
   EXPECT_THAT(moved.damage, ::testing::Contains(PixelRect{399, 999, 242, 42}));
 
+  // A blink of a focused field's caret draws again only the caret, over the picture below it.
+  auto field = std::make_shared<UITextField>(CGRectMake(20, 20, 200, 44));
+  field->setText("typed");
+  still->addSubview(field);
+  ASSERT_TRUE(field->becomeFirstResponder());
+  host().renderFrame();
+  for (int blink = 0; blink < 3; ++blink) {
+    sim().advance(0.5);
+    const UIFrame& frame = host().renderFrame();
+    ASSERT_EQ(frame.damage.size(), 1u);
+    const PixelRect& caret = frame.damage.front();
+    EXPECT_LE(caret.width, 2 * 2 + 3);  // a fraction of a point wide more, and a margin
+    EXPECT_LE(caret.height, 2 * kLabelFontSize * 1.3);
+  }
+
   // What was drawn in parts equals a frame drawn whole.
-  std::vector<std::uint32_t> partial(moved.pixels, moved.pixels + moved.height * moved.stride / 4);
+  const UIFrame& last = host().renderFrame();
+  std::vector<std::uint32_t> partial(last.pixels, last.pixels + last.height * last.stride / 4);
   UIHost::install(std::make_shared<HeadlessHost>(CGSize{390, 844}, 2.0));
   const UIFrame& whole = host().renderFrame();
   EXPECT_TRUE(std::equal(partial.begin(), partial.end(), whole.pixels));

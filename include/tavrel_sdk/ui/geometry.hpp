@@ -41,4 +41,19 @@ inline constexpr CGPoint CGPointMake(double x, double y) { return CGPoint{x, y};
 inline constexpr CGSize CGSizeMake(double width, double height) { return CGSize{width, height}; }
 inline constexpr CGRect CGRectZero{};
 
+// The smallest rectangle holding both; an empty one adds nothing.
+inline CGRect CGRectUnion(CGRect a, CGRect b) {
+  if (a.isEmpty()) return b;
+  if (b.isEmpty()) return a;
+  const double left = std::min(a.minX(), b.minX()), top = std::min(a.minY(), b.minY());
+  return {{left, top}, {std::max(a.maxX(), b.maxX()) - left, std::max(a.maxY(), b.maxY()) - top}};
+}
+// What the two share; CGRectZero when nothing.
+inline CGRect CGRectIntersection(CGRect a, CGRect b) {
+  const double left = std::max(a.minX(), b.minX()), top = std::max(a.minY(), b.minY());
+  const double right = std::min(a.maxX(), b.maxX()), bottom = std::min(a.maxY(), b.maxY());
+  if (right <= left || bottom <= top) return CGRectZero;
+  return {{left, top}, {right - left, bottom - top}};
+}
+
 }  // namespace tavrel

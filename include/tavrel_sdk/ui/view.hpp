@@ -113,11 +113,16 @@ class TAVREL_EXPORT UIView : public UIResponder {
   // The view's content is drawn again in the next frame. Every setter of the toolkit that
   // changes what a view shows calls it.
   void setNeedsDisplay();
+  // Only `rect` of the content (in the view's coordinates) is drawn again, as for a caret.
+  void setNeedsDisplayInRect(CGRect rect);
   // Draws the view's own content above its background colour and below its border and
   // subviews; `rect` is the part to draw, in the view's coordinates. Nothing by default.
   virtual void drawRect(CGContextRef context, CGRect rect);
   // Bumped by setNeedsDisplay(); the renderer compares it between frames.
   std::uint64_t displayVersion() const { return displayVersion_; }
+  // The part of the content that changed since displayVersion() was `version`, in the view's
+  // coordinates; nullopt when all of it may have, or when that is too long ago to tell.
+  std::optional<CGRect> displayChangeSince(std::uint64_t version) const;
 
  protected:
   // After the view (or an ancestor) joined or left a window.
@@ -143,6 +148,13 @@ class TAVREL_EXPORT UIView : public UIResponder {
   UIWindow* window_ = nullptr;
   UIViewController* viewController_ = nullptr;
   std::uint64_t displayVersion_ = 1;
+  std::uint64_t wholeDisplayVersion_ = 1;  // the last setNeedsDisplay()
+  struct PartialDisplay {
+    std::uint64_t version;
+    CGRect rect;
+  };
+  // The latest setNeedsDisplayInRect() calls since then, a few at most.
+  std::vector<PartialDisplay> partialDisplays_;
 };
 
 }  // namespace tavrel

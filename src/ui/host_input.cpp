@@ -7,6 +7,7 @@
 #include <tavrel_sdk/ui/host.hpp>
 
 #include <algorithm>
+#include <optional>
 
 namespace tavrel {
 
@@ -198,12 +199,23 @@ bool UIHost::pressBackspace() {
 bool UIHost::tapElement(std::string_view text) {
   auto window = UIApplication::sharedApplication().keyWindow();
   if (!window) return false;
-  UIView* element = findFrontmost(*window, [text](const UIView& view) { return showsText(view, text); });
-  if (!element) return false;
-  const CGRect bounds = element->bounds();
-  const CGPoint inWindow = element->convertPointToView({bounds.midX(), bounds.midY()}, nullptr);
   const CGPoint origin = window->frame().origin;
-  const std::vector<Finger> finger{{kScriptedFingerId, {inWindow.x + origin.x, inWindow.y + origin.y}}};
+  const CGRect screen{{0.0, 0.0}, screenSize()};
+  std::optional<CGPoint> centre;
+  // Only what a finger could reach: on the top presentation while one covers the game, and
+  // with its centre on the screen (not still sliding in, not scrolled away).
+  UIView* top = window->topPresentedView();
+  findFrontmost(top ? *top : *window, [&](const UIView& view) {
+    if (!showsText(view, text)) return false;
+    const CGRect bounds = view.bounds();
+    const CGPoint inWindow = view.convertPointToView({bounds.midX(), bounds.midY()}, nullptr);
+    const CGPoint onScreen{inWindow.x + origin.x, inWindow.y + origin.y};
+    if (!screen.containsPoint(onScreen)) return false;
+    centre = onScreen;
+    return true;
+  });
+  if (!centre) return false;
+  const std::vector<Finger> finger{{kScriptedFingerId, *centre}};
   fingersDown(finger);
   fingersUp(finger);
   return true;

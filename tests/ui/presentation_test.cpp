@@ -98,10 +98,13 @@ TEST_F(PresentationTest, AlertHandlerRunsAfterTheAlertHasGone) {
     ++handled;
     presentedInHandler = page->presentedViewController();
   }));
+  auto login = std::make_shared<UIButton>(CGRectMake(20, 400, 350, 50));
+  login->setTitle("Login", UIControlStateNormal);
+  page->view()->addSubview(login);
   page->presentViewController(alert, true, nullptr);
   sim().advance(kAlertTransitionDuration);
 
-  EXPECT_FALSE(host().tapElement("Login"));
+  EXPECT_FALSE(host().tapElement("Login"));  // the alert covers the page's button
   host().fingersDown({{1, {5, 5}}});  // the dimmed screen takes it: no way out there
   host().fingersUp({{1, {5, 5}}});
   EXPECT_EQ(page->presentedViewController(), alert);

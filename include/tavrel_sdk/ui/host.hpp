@@ -86,7 +86,8 @@ class TAVREL_EXPORT UIHost {
   bool pressBackspace();
   // For scripts: a tap (down and up) at the centre of the frontmost visible element that
   // shows `text` as a button title, label text, field text or placeholder, or alert button.
-  // False when none shows it.
+  // False when none a finger could reach shows it: while a page or alert covers the game only
+  // its elements count, and an element's centre must lie on the screen.
   bool tapElement(std::string_view text);
   // Whether a presented controller covers the game now.
   bool isCovered() const;

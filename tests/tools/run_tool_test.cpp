@@ -97,6 +97,17 @@ TEST_F(RunTool, AFailedCheckExitsOneWithWhatWasThere) {
   EXPECT_NE(result.err.find("x.session:5: wait-until text \"Login\": not after 0:00.5; no text on the screen"),
             std::string::npos)
       << result.err;
+
+  // A text counts where a tap could reach it: not on a page still sliding in, not under the page.
+  result = run("game animated\nservice refuse-token " + kRefused + "\ninitialise-overlay " + kRefused +
+               "\nwait 0.1\ncheck text \"Score 0\"\nvalidate\nwait-until text \"Login\"\ntap \"Login\"\n"
+               "check text \"Score 0\"\n");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.err.find("x.session:9: check text \"Score 0\" failed"), std::string::npos) << result.err;
+
+  result = run("launch token=" + kValid + " game-events=/g.evt\ngame-event start\nwait 31\ncheck uploads 0200 = 0\n",
+               {"--no-frames"});
+  EXPECT_EQ(result.status, 1) << "the status is a number, however it is written";
 }
 
 const std::string kLogIn = R"(tap "Tavrel username"

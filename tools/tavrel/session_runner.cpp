@@ -128,19 +128,23 @@ bool isOfClass(const UIViewController& controller, const std::string& name) {
   return false;
 }
 
-// Texts an element shows, the way a tap looks for them: labels, button titles, a field's text
-// or its placeholder; hidden and transparent views show nothing.
-void collectTexts(const UIView& view, std::vector<std::string>& texts) {
+// Texts an element shows, the way UIHost::tapElement looks for them: labels, button titles, a
+// field's text or its placeholder; hidden and transparent views show nothing, and an element
+// whose centre is off the screen (sliding in, scrolled away) is out of a finger's reach.
+void collectTexts(const UIView& view, const CGRect& screen, std::vector<std::string>& texts) {
   if (view.isHidden() || view.alpha() <= 0.01) return;
-  if (const auto* label = dynamic_cast<const UILabel*>(&view); label && label->text()) texts.push_back(*label->text());
-  if (const auto* button = dynamic_cast<const UIButton*>(&view)) {
-    if (const auto title = button->currentTitle()) texts.push_back(*title);
-  }
+  std::optional<std::string> text;
+  if (const auto* label = dynamic_cast<const UILabel*>(&view)) text = label->text();
+  if (const auto* button = dynamic_cast<const UIButton*>(&view)) text = button->currentTitle();
   if (const auto* field = dynamic_cast<const UITextField*>(&view)) {
-    if (!field->text().empty()) texts.push_back(field->displayedText());
-    else if (field->placeholder()) texts.push_back(*field->placeholder());
+    text = field->text().empty() ? field->placeholder() : std::optional<std::string>(field->text());
   }
-  for (const auto& subview : view.subviews()) collectTexts(*subview, texts);
+  if (text) {
+    const CGRect bounds = view.bounds();
+    const CGPoint centre = view.convertPointToView({bounds.midX(), bounds.midY()}, nullptr);
+    if (screen.containsPoint(centre)) texts.push_back(*text);
+  }
+  for (const auto& subview : view.subviews()) collectTexts(*subview, screen, texts);
 }
 
 class SessionRun {
@@ -410,10 +414,10 @@ std::vector<std::shared_ptr<UIViewController>> SessionRun::presentedChain() cons
 
 std::vector<std::string> SessionRun::textsOnScreen() const {
   std::vector<std::string> texts;
-  collectTexts(*window_, texts);
-  for (const auto& controller : presentedChain()) {
-    if (controller->isViewLoaded() && !controller->view()->window()) collectTexts(*controller->view(), texts);
-  }
+  // While a page or alert covers the game, only its elements are there for the player.
+  const UIView* top = window_->topPresentedView();
+  const CGPoint origin = window_->frame().origin;
+  collectTexts(top ? *top : *window_, {{-origin.x, -origin.y}, host_->screenSize()}, texts);
   return texts;
 }
 

@@ -174,7 +174,8 @@ Condition condition(Arguments& args) {
     if (c.subject != "dropped" && c.subject != "any") {
       Arguments status({{c.subject, false}}, 0, "");
       try {
-        status.integer("", 100, 599);
+        // Compared as text with the endpoint's statuses: "0200" must still mean 200.
+        c.subject = std::to_string(status.integer("", 100, 599));
       } catch (const ScriptError&) {
         args.fail("expected an HTTP status, dropped or any, got '" + c.subject + "'");
       }

@@ -181,8 +181,8 @@ bool SdlHost::handleInput(const SDL_Event& event) {
     case SDL_FINGERMOTION:
     case SDL_FINGERUP:
       // SDL_MOUSE_TOUCHID: a finger SDL made from the mouse, which comes as a mouse event too.
-      if (event.tfinger.touchId == SDL_MOUSE_TOUCHID) return false;
-      return handleFinger(static_cast<SDL_EventType>(event.type), event.tfinger.fingerId,
+      if (event.tfinger.touchId == SDL_MOUSE_TOUCHID || !forThisWindow(event.tfinger.windowID)) return false;
+      return handleFinger(static_cast<SDL_EventType>(event.type), {event.tfinger.touchId, event.tfinger.fingerId},
                           CGPointMake(event.tfinger.x * screenSize_.width, event.tfinger.y * screenSize_.height));
     case SDL_TEXTINPUT:
       if (!forThisWindow(event.text.windowID)) return false;
@@ -205,7 +205,7 @@ bool SdlHost::handleInput(const SDL_Event& event) {
   }
 }
 
-bool SdlHost::handleFinger(SDL_EventType type, SDL_FingerID finger, CGPoint location) {
+bool SdlHost::handleFinger(SDL_EventType type, TouchFinger finger, CGPoint location) {
   auto it = fingerIds_.find(finger);
   if (type == SDL_FINGERDOWN) {
     if (it != fingerIds_.end()) return isCovered();

@@ -138,6 +138,21 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
   touch.type = SDL_FINGERUP;
   send(touch);
   EXPECT_EQ(taps, 2);
+  // Another window's touch is not ours; two touch devices number their fingers each from 0.
+  touch.tfinger = {SDL_FINGERDOWN, 0, 7, 42, 0.25f, 0.25f, 0, 0, 1, SDL_GetWindowID(window_) + 1};
+  EXPECT_FALSE(send(touch));
+  touch.type = SDL_FINGERUP;
+  send(touch);
+  EXPECT_EQ(taps, 2);
+  SDL_Event other = touch;
+  touch.tfinger = {SDL_FINGERDOWN, 0, 7, 42, 0.25f, 0.25f, 0, 0, 1, 0};
+  other.tfinger = {SDL_FINGERDOWN, 0, 8, 42, 0.25f, 0.75f, 0, 0, 1, 0};
+  send(touch);
+  send(other);
+  other.type = touch.type = SDL_FINGERUP;
+  send(other);
+  send(touch);
+  EXPECT_EQ(taps, 3);
 
   EXPECT_FALSE(SDL_IsTextInputActive());
   send(mouse(SDL_MOUSEBUTTONDOWN, 150, 25));
@@ -164,7 +179,7 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
   EXPECT_TRUE(send(mouse(SDL_MOUSEBUTTONDOWN, 50, 25)));
   EXPECT_TRUE(send(mouse(SDL_MOUSEBUTTONUP, 50, 25)));
   EXPECT_TRUE(send(key));
-  EXPECT_EQ(taps, 2);
+  EXPECT_EQ(taps, 3);
 }
 
 INSTANTIATE_TEST_SUITE_P(Renderers, SdlHostTest, ::testing::Values("software", "opengl"),

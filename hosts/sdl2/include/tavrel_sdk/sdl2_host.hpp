@@ -19,6 +19,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace tavrel {
 
@@ -62,7 +63,9 @@ class TAVREL_EXPORT SdlHost final : public UIHost {
   // Events of another window of the game are not ours; 0 is SDL's "no window focused".
   bool forThisWindow(std::uint32_t windowId) const { return windowId == 0 || windowId == windowId_; }
   bool handleInput(const SDL_Event& event);
-  bool handleFinger(SDL_EventType type, SDL_FingerID finger, CGPoint location);
+  // A finger's id is its touch device's own: two devices may both have a finger 0.
+  using TouchFinger = std::pair<SDL_TouchID, SDL_FingerID>;
+  bool handleFinger(SDL_EventType type, TouchFinger finger, CGPoint location);
   bool makeTexture(int width, int height);
   void upload(const UIFrame& frame, PixelRect rect);
   void syncTextInput();
@@ -76,8 +79,8 @@ class TAVREL_EXPORT SdlHost final : public UIHost {
   bool uploadWholeFrame_ = true;
   bool mouseDown_ = false;
   bool fieldFocused_ = false;
-  std::map<SDL_FingerID, int> fingerIds_;  // SDL's touch fingers down, by the ids the toolkit sees
-  int nextFingerId_ = 1;                   // 0 is the mouse
+  std::map<TouchFinger, int> fingerIds_;  // SDL's touch fingers down, by the ids the toolkit sees
+  int nextFingerId_ = 1;                  // 0 is the mouse
 };
 
 // A window for a session that has no game of its own (tavrel run --window): the window, its

@@ -17,6 +17,17 @@ std::shared_ptr<UIColor> systemBlueColor() {
 
 bool isUtf8Continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
 
+// While above 0, some control is running its actions: removed registrations are only emptied,
+// so that the index of the one running still names the next.
+int actionsRunning = 0;
+
+// The fields alive, so that a delegate going away unsets itself as the platform's weak one
+// would. Never destroyed: fields may outlive the static destructors.
+std::vector<UITextField*>& liveTextFields() {
+  static auto* fields = new std::vector<UITextField*>;
+  return *fields;
+}
+
 }  // namespace
 
 // --- UIControl ---------------------------------------------------------------------------
@@ -52,15 +63,21 @@ void UIControl::removeTarget(const void* target, UIControlEvents controlEvents) 
   for (auto& registration : registrations_) {
     if (registration.target == target) registration.events &= ~controlEvents;
   }
-  std::erase_if(registrations_, [](const Registration& r) { return r.events == 0; });
+  if (actionsRunning == 0) std::erase_if(registrations_, [](const Registration& r) { return r.events == 0; });
 }
 
 void UIControl::sendActionsForControlEvents(UIControlEvents controlEvents) {
+  // An action may remove the control from its last owner.
+  const auto self = weak_from_this().lock();
   // By index, on a copy of each action: an action may add or remove registrations.
+  ++actionsRunning;
   for (std::size_t i = 0; i < registrations_.size(); ++i) {
     if ((registrations_[i].events & controlEvents) == 0) continue;
     Action action = registrations_[i].action;
     action(this);
+  }
+  if (--actionsRunning == 0) {
+    std::erase_if(registrations_, [](const Registration& r) { return r.events == 0; });
   }
 }
 
@@ -143,12 +160,19 @@ void UILabel::setNumberOfLines(int lines) {
 
 // --- UITextField -------------------------------------------------------------------------
 
-UITextFieldDelegate::~UITextFieldDelegate() = default;
+UITextFieldDelegate::~UITextFieldDelegate() {
+  for (UITextField* field : liveTextFields()) {
+    if (field->delegate() == this) field->setDelegate(nullptr);
+  }
+}
 
 UITextField::UITextField(CGRect frame)
-    : UIControl(frame), font_(UIFont::systemFontOfSize(kLabelFontSize)), textColor_(UIColor::blackColor()) {}
+    : UIControl(frame), font_(UIFont::systemFontOfSize(kLabelFontSize)), textColor_(UIColor::blackColor()) {
+  liveTextFields().push_back(this);
+}
 
 UITextField::~UITextField() {
+  std::erase(liveTextFields(), this);
   if (caretTimer_) caretTimer_->invalidate();
 }
 
@@ -244,6 +268,8 @@ bool UITextField::canBecomeFirstResponder() const { return isEnabled(); }
 bool UITextField::becomeFirstResponder() {
   if (isFirstResponder()) return true;
   if (!UIControl::becomeFirstResponder()) return false;
+  // Focused already by a handler of the field that gave up the focus: the caret is running.
+  if (caretTimer_) return true;
   setCaretShown(true);
   caretTimer_ = Platform::current().scheduledTimer(kCaretBlinkInterval, [this] { blinkCaret(); });
   layoutLeftView();
@@ -266,6 +292,8 @@ bool UITextField::resignFirstResponder() {
 }
 
 void UITextField::insertText(std::string_view text) {
+  // The delegate or an action may remove the field from its last owner before the rest is in.
+  const auto self = weak_from_this().lock();
   // Return may come inside typed text: each one goes to the delegate where it stands.
   while (!text.empty()) {
     const std::size_t newline = text.find('\n');

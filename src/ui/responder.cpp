@@ -66,6 +66,9 @@ bool UIResponder::becomeFirstResponder() {
   if (firstResponder == this) return true;
   if (!canBecomeFirstResponder()) return false;
   if (firstResponder && !firstResponder->resignFirstResponder()) return false;
+  // A handler run by that resignation may have given the focus to another responder: it keeps
+  // it, rather than holding on without knowing it lost it.
+  if (firstResponder) return firstResponder == this;
   firstResponder = this;
   return true;
 }

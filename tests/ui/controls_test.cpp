@@ -45,6 +45,23 @@ TEST_F(ControlsTest, ButtonShowsItsStateAndSendsActions) {
   button->setEnabled(true);
   tap({50, 25});
   EXPECT_EQ(sent.back(), UIControlEventTouchDown);
+
+  // An action that removes itself does not keep the next one from running.
+  int once = 0;
+  int every = 0;
+  const int oneShot = 0;
+  button->addTarget(
+      &oneShot,
+      [&](UIControl* c) {
+        ++once;
+        c->removeTarget(&oneShot, UIControlEventTouchUpInside);
+      },
+      UIControlEventTouchUpInside);
+  button->addTarget(this, [&](UIControl*) { ++every; }, UIControlEventTouchUpInside);
+  tap({50, 25});
+  tap({50, 25});
+  EXPECT_EQ(once, 1);
+  EXPECT_EQ(every, 2);
 }
 
 class ReturnCounter : public UITextFieldDelegate {
@@ -88,6 +105,11 @@ TEST_F(ControlsTest, TextFieldTakesFocusTextAndReturn) {
   EXPECT_EQ(password->text(), "p\u00e4ss");
   name->setText(std::nullopt);
   EXPECT_EQ(name->text(), "");
+  {
+    ReturnCounter gone;
+    password->setDelegate(&gone);
+  }
+  EXPECT_EQ(password->delegate(), nullptr);  // weak, as the platform's
 }
 
 TEST_F(ControlsTest, CaretBlinksInPlatformTimeWhileFocused) {
@@ -108,6 +130,23 @@ TEST_F(ControlsTest, CaretBlinksInPlatformTimeWhileFocused) {
   const auto resigned = field->displayVersion();
   sim().advance(2.0);
   EXPECT_EQ(field->displayVersion(), resigned);  // the timer stopped
+
+  // A handler that focuses a field while another gives up the focus keeps it there, and no
+  // caret blinks on in a field without the focus.
+  auto tapped = std::make_shared<UITextField>(CGRectMake(0, 50, 200, 40));
+  auto next = std::make_shared<UITextField>(CGRectMake(0, 100, 200, 40));
+  game()->view()->addSubview(tapped);
+  game()->view()->addSubview(next);
+  field->addTarget(this, [next](UIControl*) { next->becomeFirstResponder(); }, UIControlEventEditingDidEnd);
+  field->becomeFirstResponder();
+  EXPECT_FALSE(tapped->becomeFirstResponder());
+  EXPECT_TRUE(next->isFirstResponder());
+  const auto tappedVersion = tapped->displayVersion();
+  next->resignFirstResponder();
+  const auto nextVersion = next->displayVersion();
+  sim().advance(2.0);
+  EXPECT_EQ(tapped->displayVersion(), tappedVersion);
+  EXPECT_EQ(next->displayVersion(), nextVersion);
 }
 
 }  // namespace

@@ -40,11 +40,11 @@ void CALayer::setBorderColor(std::optional<CGColorRef> color) {
 UIView::UIView(CGRect frame) : bounds_{{}, frame.size}, center_{frame.midX(), frame.midY()} {}
 
 UIView::~UIView() {
-  // Subviews may outlive their superview through other owners: they must not point back.
-  for (auto& subview : subviews_) {
-    subview->superview_ = nullptr;
-    subview->setWindowForTree(nullptr);
-  }
+  // Subviews may outlive their superview through other owners: they must not point back, and
+  // all of them are let go before any handler of theirs runs.
+  const auto subviews = std::move(subviews_);
+  for (const auto& subview : subviews) subview->superview_ = nullptr;
+  for (const auto& subview : subviews) subview->setWindowForTree(nullptr);
 }
 
 CGRect UIView::frame() const {
@@ -214,7 +214,11 @@ void UIView::setWindowForTree(UIWindow* window) {
   window_ = window;
   // A responder that leaves the screen gives up the keyboard, as on the platform.
   if (!window && isFirstResponder()) resignFirstResponder();
-  for (auto& subview : subviews_) subview->setWindowForTree(window);
+  // On a copy: a field's resignation or a didMoveToWindow() may move views of this tree.
+  const auto subviews = subviews_;
+  for (const auto& subview : subviews) {
+    if (subview->superview_ == this) subview->setWindowForTree(window_);
+  }
   didMoveToWindow();
 }
 

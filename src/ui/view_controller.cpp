@@ -141,14 +141,17 @@ void UIViewController::dismissViewControllerAnimated(bool animated, std::functio
     return;
   }
   auto presented = presented_;
-  if (presented->isBeingDismissed()) {
+  const auto refuseIfDismissing = [&] {
+    if (!presented->isBeingDismissed()) return false;
     Platform::current().log("Attempt to dismiss from view controller " + describeObject(*this) +
                             " while a presentation or dismiss is in progress!");
-    return;
-  }
+    return true;
+  };
+  if (refuseIfDismissing()) return;
   // A presentation still under way ends at once, so that the dismissal starts from its end.
+  // Its completion may dismiss it itself: that dismissal stands and this one is refused.
   if (presented->isBeingPresented()) presented->endTransition();
-  if (presented_ != presented) return;
+  if (presented_ != presented || refuseIfDismissing()) return;
   // Whatever the presented controller presents in turn goes at once; only it is animated.
   presented->tearDownPresentations();
   if (!animated) {

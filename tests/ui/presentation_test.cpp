@@ -67,6 +67,19 @@ TEST_F(PresentationTest, SecondPresentationIsRefusedWithThePlatformsWarning) {
               ::testing::ElementsAre(::testing::MatchesRegex("Attempt to present <Page: 0x[0-9a-f]+> on "
                                                          "<UIViewController: 0x[0-9a-f]+> which is already "
                                                          "presenting <Page: 0x[0-9a-f]+>")));
+
+  // A dismissal that cuts a presentation short ends it first; one that its completion starts
+  // is then under way, and the interrupting one is refused.
+  game()->dismissViewControllerAnimated(false, nullptr);
+  std::vector<std::string> dismissed;
+  game()->presentViewController(second, true, [&] {
+    game()->dismissViewControllerAnimated(true, [&] { dismissed.push_back("from completion"); });
+  });
+  game()->dismissViewControllerAnimated(true, [&] { dismissed.push_back("interrupting"); });
+  sim().advance(1.0);
+  EXPECT_EQ(dismissed, std::vector<std::string>{"from completion"});
+  EXPECT_EQ(game()->presentedViewController(), nullptr);
+  EXPECT_THAT(sim().logLines().back(), ::testing::HasSubstr("while a presentation or dismiss is in progress"));
 }
 
 TEST_F(PresentationTest, PresentedPageTakesEveryTouch) {

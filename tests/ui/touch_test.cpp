@@ -107,6 +107,20 @@ TEST_F(TouchTest, TreeMovesViewsAndConvertsPoints) {
 
   b->removeFromSuperview();
   EXPECT_EQ(child->window(), nullptr);
+
+  // A field that gives up the focus as its tree leaves the window may run a handler that
+  // takes a sibling away meanwhile.
+  auto field = std::make_shared<UITextField>(CGRectMake(0, 0, 10, 10));
+  auto sibling = std::make_shared<UIView>();
+  b->addSubview(field);
+  b->addSubview(sibling);
+  b->addSubview(std::make_shared<UIView>());
+  gameView->addSubview(b);
+  field->addTarget(this, [sibling](UIControl*) { sibling->removeFromSuperview(); }, UIControlEventEditingDidEnd);
+  field->becomeFirstResponder();
+  b->removeFromSuperview();
+  EXPECT_EQ(b->subviews().size(), 3u);  // child, field and the last one
+  EXPECT_EQ(b->subviews().back()->window(), nullptr);
   a->setCenter({100, 100});
   EXPECT_EQ(a->frame(), CGRectMake(50, 50, 100, 100));
   a->setBounds(CGRectMake(10, 0, 40, 40));  // the centre stays, the content shifts

@@ -68,6 +68,8 @@ TEST_F(RunTool, ScriptFaultsNameTheirLineAndExitTwo) {
       {"wait-until presented Dialog\n", "x.session:1: wait-until: expected LoginViewController, UIAlertController or any"},
       {"repeat 2\nsnapshot a\nend\n", "x.session:2: snapshot: a repeated snapshot would repeat its name"},
       {"repeat 2\nwait 1\n", "x.session:1: repeat: no end"},
+      {"check not log \"\"\n", "x.session:1: check: expected a text, got an empty one"},  // would always hold
+      {"url-schemes\nvalidate\n", "x.session:1: url-schemes: expected a URL scheme"},
       // Run errors: the script reads well but cannot be played.
       {"wait 5\nat 0:02\n", "x.session:2: the session is already at 0:05.0"},
       {"up 3\n", "x.session:1: finger 3 is not down"},
@@ -78,6 +80,12 @@ TEST_F(RunTool, ScriptFaultsNameTheirLineAndExitTwo) {
     EXPECT_EQ(result.status, 2) << c.script;
     EXPECT_NE(result.err.find(c.message), std::string::npos) << c.script << "\n" << result.err;
   }
+
+  const std::string notAFolder = directory_.path() + "/a-file";
+  std::ofstream(notAFolder) << "not a folder";
+  const ToolRun result = runTool({"run", directory_.path() + "/x.session", "--out", notAFolder});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_NE(result.err.find("--out"), std::string::npos) << result.err;
 }
 
 TEST_F(RunTool, AFailedCheckExitsOneWithWhatWasThere) {

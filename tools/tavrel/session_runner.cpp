@@ -655,7 +655,13 @@ int SessionRun::run() {
   const double cpuStart = cpuSeconds();
   report_.script = options_.scriptName;
   report_.realtime = options_.realtime;
-  prepareOutput(out_);
+  try {
+    prepareOutput(out_);
+  } catch (const fs::filesystem_error& e) {
+    // No folder to hold the report: nothing of the session can be kept.
+    std::cerr << options_.scriptName << ": --out: " << e.what() << "\n";
+    return 2;
+  }
   try {
     startService();
     startPlatform();

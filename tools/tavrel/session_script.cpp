@@ -67,6 +67,12 @@ class Arguments {
     if (empty()) fail("expected " + std::string(what));
     return words_[next_++].text;
   }
+  // A text to look for: an empty one is found in every log line and on every empty label.
+  std::string textToFind(const char* what) {
+    std::string word = text(what);
+    if (word.empty()) fail("expected " + std::string(what) + ", got an empty one");
+    return word;
+  }
   // A keyword of the language, never a quoted word.
   std::string keyword(const char* what) {
     if (empty() || words_[next_].quoted) fail("expected " + std::string(what));
@@ -162,7 +168,7 @@ Condition condition(Arguments& args) {
     }
   } else if (kind == "text" || kind == "log") {
     c.kind = kind == "text" ? Condition::Kind::Text : Condition::Kind::Log;
-    c.subject = args.text("a text");
+    c.subject = args.textToFind("a text");
   } else if (kind == "game-events" || kind == "input-events") {
     if (c.negated) args.fail("'not' does not go with a count");
     c.kind = kind == "game-events" ? Condition::Kind::GameEvents : Condition::Kind::InputEvents;
@@ -271,7 +277,7 @@ const std::map<std::string, ActionParser>& actionParsers() {
        }},
       {"up", [](Arguments& a) -> Action { return step::FingerUp{static_cast<int>(a.integer("a finger number", 0, 99)), false}; }},
       {"cancel", [](Arguments& a) -> Action { return step::FingerUp{static_cast<int>(a.integer("a finger number", 0, 99)), true}; }},
-      {"tap", [](Arguments& a) -> Action { return step::Tap{a.text("the text of an element")}; }},
+      {"tap", [](Arguments& a) -> Action { return step::Tap{a.textToFind("the text of an element")}; }},
       {"type", [](Arguments& a) -> Action { return step::Type{a.text("a text")}; }},
       {"return", [](Arguments&) -> Action { return step::Return{}; }},
       {"backspace",
@@ -319,7 +325,7 @@ bool parseSetting(const std::string& name, Arguments& args, SessionSetting& sett
       }
     }
   } else if (name == "url-schemes") {
-    setting.urlSchemes.clear();
+    setting.urlSchemes = {args.text("a URL scheme")};
     while (!args.empty()) setting.urlSchemes.push_back(args.text("a URL scheme"));
   } else if (name == "seed") {
     setting.seed = static_cast<std::uint64_t>(args.integer("a seed", 0, INT64_MAX));

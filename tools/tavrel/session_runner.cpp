@@ -449,8 +449,10 @@ std::pair<bool, std::string> SessionRun::evaluate(const Condition& c) {
     }
     case Condition::Kind::Log: {
       std::lock_guard lock(mutex_);
-      const bool found = std::any_of(log_.begin(), log_.end(),
-                                     [&c](const std::string& line) { return line.find(c.subject) != std::string::npos; });
+      // Only what the SDK said: "check log \"500\"" must not find the stamp of [5:00.0].
+      const bool found = std::any_of(log_.begin(), log_.end(), [&c](const std::string& line) {
+        return line.find(c.subject, line.find("] ") + 2) != std::string::npos;
+      });
       return {found != c.negated, log_.empty() ? "the log is empty" : "last log line: " + log_.back()};
     }
     case Condition::Kind::GameEvents:

@@ -51,8 +51,10 @@ InputState& inputState(const UIHost* host) {
 }
 
 bool viewHasTouch(const InputState& state, const UIView* view) {
-  return std::any_of(state.active.begin(), state.active.end(),
-                     [view](const ActiveTouch& a) { return a.touch->view() == view; });
+  // A touch whose view has gone does not count: a new view may stand at its address.
+  return std::any_of(state.active.begin(), state.active.end(), [view](const ActiveTouch& a) {
+    return a.touch->view() == view && !(a.ownedView && a.viewOwner.expired());
+  });
 }
 
 void addToGroup(InputState& state, UIView* view, std::shared_ptr<UIResponder> keepAlive,

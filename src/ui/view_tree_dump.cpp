@@ -8,6 +8,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <vector>
+
 namespace tavrel {
 
 namespace {
@@ -120,10 +123,17 @@ std::string dumpViewTree() {
   const auto window = UIApplication::sharedApplication().keyWindow();
   if (!window) return "null";
   json out = viewJson(*window, false);
-  // Controllers carry their own views; the window's list keeps only views added to it directly.
+  // The root controller and what it presents carry their own views; the window's list keeps
+  // the rest, such as what a controller other than the root presents.
+  std::vector<const UIViewController*> shown;
+  for (auto controller = window->rootViewController(); controller; controller = controller->presentedViewController()) {
+    shown.push_back(controller.get());
+  }
   json direct = json::array();
   for (const auto& subview : window->subviews()) {
-    if (!subview->viewController()) direct.push_back(viewJson(*subview));
+    if (std::find(shown.begin(), shown.end(), subview->viewController()) == shown.end()) {
+      direct.push_back(viewJson(*subview));
+    }
   }
   out["subviews"] = std::move(direct);
   out["rootViewController"] = controllerJson(window->rootViewController());

@@ -167,6 +167,13 @@ TEST_F(PresentationTest, TreeDumpShowsControllersViewsAndControls) {
   EXPECT_EQ(presented["presentedViewController"], nullptr);
   // Somewhere in the alert's box: its button, with the action's title.
   EXPECT_NE(presented["view"].dump().find(R"("currentTitle":"OK")"), std::string::npos);
+
+  // A controller other than the root may present too: what it shows is not left out.
+  game()->dismissViewControllerAnimated(false, nullptr);
+  auto child = std::make_shared<UIViewController>();
+  game()->view()->addSubview(child->view());
+  child->presentViewController(alert, false, nullptr);
+  EXPECT_NE(nlohmann::json::parse(dumpViewTree())["subviews"].dump().find(R"("currentTitle":"OK")"), std::string::npos);
 }
 
 }  // namespace

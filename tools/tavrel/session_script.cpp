@@ -52,6 +52,12 @@ std::vector<Word> splitWords(std::string_view line, int number) {
   return words;
 }
 
+bool isNumber(std::string_view text) {
+  double value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  return !text.empty() && error == std::errc() && end == text.data() + text.size();
+}
+
 // The words of one command after its name, consumed left to right.
 class Arguments {
  public:
@@ -106,6 +112,10 @@ class Arguments {
     const auto colon = word.find(':');
     Arguments parts({{word.substr(0, colon), false}}, line_, command_);
     if (colon == std::string::npos) return parts.number(what, 0, 1e7);
+    // A part that is no number names the whole word: "got ''" says nothing of "1:".
+    if (!isNumber(word.substr(0, colon)) || !isNumber(word.substr(colon + 1))) {
+      fail("expected " + std::string(what) + ", got '" + word + "'");
+    }
     Arguments seconds({{word.substr(colon + 1), false}}, line_, command_);
     const double minutes = parts.number(what, 0, 1e5);
     if (minutes != std::floor(minutes)) fail("expected " + std::string(what) + ", got '" + word + "'");
@@ -269,8 +279,9 @@ const std::map<std::string, ActionParser>& actionParsers() {
        [](Arguments& a) -> Action {
          step::FingerMove m;
          m.finger = static_cast<int>(a.integer("a finger number", 0, 99));
-         while (!a.peekIs("over")) m.path.push_back(a.point());
+         while (!a.empty() && !a.peekIs("over")) m.path.push_back(a.point());
          if (m.path.empty()) a.fail("expected at least one point before 'over'");
+         if (!a.peekIs("over")) a.fail("expected 'over SECONDS' after the points");
          a.keyword("over");
          m.seconds = a.number("a duration in seconds", 0, 1e6);
          return m;

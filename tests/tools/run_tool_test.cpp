@@ -64,6 +64,9 @@ TEST_F(RunTool, ScriptFaultsNameTheirLineAndExitTwo) {
       {"wait 1:75\n", "x.session:1: wait: a duration out of range: 75"},
       {"wait 1:\n", "x.session:1: wait: expected a duration, got '1:'"},
       {"down 1 5,5\nmove 1 9,9\n", "x.session:2: move: expected 'over SECONDS' after the points"},
+      {"repeat 100000\nwait 0\nwait 0\nwait 0\nwait 0\nwait 0\nwait 0\nend\n"
+       "repeat 100000\nwait 0\nwait 0\nwait 0\nwait 0\nwait 0\nwait 0\nend\n",
+       "x.session:16: end: more than 1000000 steps"},
       {"validate\nscreen 390x844\n", "x.session:2: screen: a setting comes before the first action"},
       {"tap \"Login\n", "x.session:1: a quoted text has no closing \""},
       {"check game-events >= many\n", "x.session:1: check: expected a count, got 'many'"},

@@ -451,7 +451,11 @@ SessionScript parseSessionScript(std::string_view text) {
           throw ScriptError(step.line, "snapshot: a repeated snapshot would repeat its name");
         }
       }
-      if (body.size() * static_cast<std::size_t>(block.count) > 10'000'000) args.fail("too many steps");
+      // A step takes a few hundred bytes: the whole script, not each block, must fit in memory.
+      constexpr std::size_t kMaxSteps = 1'000'000;
+      if (script.steps.size() + body.size() * static_cast<std::size_t>(block.count - 1) > kMaxSteps) {
+        args.fail("more than " + std::to_string(kMaxSteps) + " steps");
+      }
       for (std::int64_t i = 1; i < block.count; ++i) script.steps.insert(script.steps.end(), body.begin(), body.end());
       continue;
     }

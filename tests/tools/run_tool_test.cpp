@@ -86,11 +86,18 @@ TEST_F(RunTool, ScriptFaultsNameTheirLineAndExitTwo) {
     EXPECT_NE(result.err.find(c.message), std::string::npos) << c.script << "\n" << result.err;
   }
 
+  // Neither a file nor a folder of someone else's (its snapshots/ would be deleted) is an output.
   const std::string notAFolder = directory_.path() + "/a-file";
   std::ofstream(notAFolder) << "not a folder";
-  const ToolRun result = runTool({"run", directory_.path() + "/x.session", "--out", notAFolder});
-  EXPECT_EQ(result.status, 2);
-  EXPECT_NE(result.err.find("--out"), std::string::npos) << result.err;
+  const std::string someoneElses = directory_.path() + "/home";
+  std::filesystem::create_directories(someoneElses + "/snapshots");
+  std::ofstream(someoneElses + "/notes.txt") << "mine";
+  for (const std::string& out : {notAFolder, someoneElses}) {
+    const ToolRun result = runTool({"run", directory_.path() + "/x.session", "--out", out});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.err.find("--out"), std::string::npos) << result.err;
+  }
+  EXPECT_TRUE(std::filesystem::exists(someoneElses + "/snapshots"));
 }
 
 TEST_F(RunTool, AFailedCheckExitsOneWithWhatWasThere) {

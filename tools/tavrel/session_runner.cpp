@@ -18,6 +18,8 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <fstream>
@@ -26,6 +28,7 @@
 #include <mutex>
 #include <set>
 #include <sstream>
+#include <string_view>
 #include <thread>
 
 namespace tavrel::cli {
@@ -94,8 +97,22 @@ void writeText(const fs::path& path, const std::string& text) {
   if (!file) throw std::runtime_error("cannot write " + path.string());
 }
 
-// out/ with fresh documents/, received/ and snapshots/ folders.
+// What a run writes in out/.
+constexpr std::array<std::string_view, 7> kOutputEntries{"documents", "received",    "snapshots", "sdk.log",
+                                                       "report.txt", "report.json", "contact-sheet.png"};
+
+// out/ with fresh documents/, received/ and snapshots/ folders. A folder that holds anything
+// else is refused: it is not an earlier run's, and the run would delete folders in it.
 void prepareOutput(const fs::path& out) {
+  if (fs::is_directory(out)) {
+    for (const auto& entry : fs::directory_iterator(out)) {
+      const std::string name = entry.path().filename().string();
+      if (std::find(kOutputEntries.begin(), kOutputEntries.end(), name) == kOutputEntries.end()) {
+        throw fs::filesystem_error("holds " + name + ", which no run writes; name a new or empty folder, or an earlier run's",
+                                   out, std::make_error_code(std::errc::directory_not_empty));
+      }
+    }
+  }
   for (const char* folder : {"documents", "received", "snapshots"}) {
     fs::remove_all(out / folder);
     fs::create_directories(out / folder);

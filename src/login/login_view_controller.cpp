@@ -86,8 +86,6 @@ void LoginViewController::loginSucceeded() {
 }
 
 void LoginViewController::loginFailed() {
-  // A page taken away meanwhile has no one to tell, and the alert would only be refused.
-  if (!isViewLoaded() || !view()->window()) return;
   auto alert = UIAlertController::alertControllerWithTitle("Tavrel by Orvane", "Invalid username or password!",
                                                            UIAlertControllerStyle::Alert);
   // Weak: the alert is this controller's presented child, and a strong reference back would be a

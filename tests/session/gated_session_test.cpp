@@ -159,26 +159,6 @@ TEST_F(GatedSession, AValidLaunchUrlTakesThePageAwayWithoutAnimationAndStartsNoT
   EXPECT_EQ(calls, 2) << "the game's completion again for each valid launch URL";
 }
 
-TEST_F(GatedSession, ARefusalWhileThePageSlidesAwayBringsItBack) {
-  sdk().setAuthToken(kRefusedToken);
-  sdk().validate([](bool) {});
-  sim().runUntilIdle();
-  logIn();
-  sdk().processUrlRequest("mygame://validate?launchToken=" + kRefusedToken);  // a stale launch URL
-  sim().runUntilIdle();
-  finishTransitions();
-  EXPECT_TRUE(pageUp());
-
-  logIn();  // and a yes meanwhile takes the waiting page away too
-  sdk().processUrlRequest("mygame://validate?launchToken=" + kRefusedToken);
-  sim().runUntilIdle();
-  sdk().processUrlRequest("mygame://validate?launchToken=" + kValidToken);
-  sim().runUntilIdle();
-  finishTransitions();
-  EXPECT_FALSE(pageUp());
-  EXPECT_TRUE(sim().logLines().empty()) << sim().logLines().front();
-}
-
 TEST_F(GatedSession, WithoutAParentNoPageComesAndNothingIsCalled) {
   sdk().setParentViewController(nullptr);
   sdk().setAuthToken(kRefusedToken);

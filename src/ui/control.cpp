@@ -61,7 +61,7 @@ void UIControl::addTarget(const void* target, Action action, UIControlEvents con
 
 void UIControl::removeTarget(const void* target, UIControlEvents controlEvents) {
   for (auto& registration : registrations_) {
-    if (registration.target == target) registration.events &= ~controlEvents;
+    if (!target || registration.target == target) registration.events &= ~controlEvents;
   }
   if (actionsRunning == 0) std::erase_if(registrations_, [](const Registration& r) { return r.events == 0; });
 }

@@ -62,6 +62,9 @@ TEST_F(ControlsTest, ButtonShowsItsStateAndSendsActions) {
   tap({50, 25});
   EXPECT_EQ(once, 1);
   EXPECT_EQ(every, 2);
+  button->removeTarget(nullptr, UIControlEventTouchUpInside);  // every target
+  tap({50, 25});
+  EXPECT_EQ(every, 2);
 }
 
 class ReturnCounter : public UITextFieldDelegate {

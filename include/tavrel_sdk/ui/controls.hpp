@@ -53,6 +53,7 @@ class TAVREL_EXPORT UIControl : public UIView {
 
   // addTarget:action:forControlEvents:. `target` identifies the registration for
   // removeTarget; it is not owned and must outlive the control or be removed first.
+  // removeTarget with a null target removes every target's registration for those events.
   void addTarget(const void* target, Action action, UIControlEvents controlEvents);
   template <class T, class Sender>
   void addTarget(T* target, void (T::*action)(Sender*), UIControlEvents controlEvents) {
@@ -148,7 +149,8 @@ class TAVREL_EXPORT UITextField : public UIControl {
   bool isSecureTextEntry() const { return secureTextEntry_; }
   void setSecureTextEntry(bool secure);  // shown as bullets
   UITextFieldDelegate* delegate() const { return delegate_; }
-  void setDelegate(UITextFieldDelegate* delegate);  // not owned, as the platform's weak delegate
+  // Not owned: unset when the delegate is destroyed, as the platform's weak delegate.
+  void setDelegate(UITextFieldDelegate* delegate);
   const std::shared_ptr<UIView>& leftView() const { return leftView_; }
   void setLeftView(std::shared_ptr<UIView> view);
   UITextFieldViewMode leftViewMode() const { return leftViewMode_; }

@@ -86,6 +86,8 @@ class TAVREL_EXPORT UIResponder : public std::enable_shared_from_this<UIResponde
   virtual void touchesCancelled(const UITouchSet& touches, const UIEvent* event);
 
   // First responder: at most one in the application; the keyboard's input goes to it.
+  // becomeFirstResponder() fails when a handler run by the old one's resignation gave the
+  // focus to another responder: that one keeps it.
   virtual bool canBecomeFirstResponder() const { return false; }
   virtual bool canResignFirstResponder() const { return true; }
   virtual bool becomeFirstResponder();

@@ -108,6 +108,11 @@ void UIViewController::presentViewController(std::shared_ptr<UIViewController> v
     logRefusedPresentation(*viewController, *this, "which is already presenting " + describeObject(*presented_));
     return;
   }
+  // What it presented would be taken down with it at the end of its dismissal.
+  if (isBeingDismissed()) {
+    logRefusedPresentation(*viewController, *this, "while it is being dismissed");
+    return;
+  }
   if (auto other = viewController->presenting_.lock()) {
     logRefusedPresentation(*viewController, *this, "which is already presented by " + describeObject(*other));
     return;

@@ -80,6 +80,13 @@ TEST_F(PresentationTest, SecondPresentationIsRefusedWithThePlatformsWarning) {
   EXPECT_EQ(dismissed, std::vector<std::string>{"from completion"});
   EXPECT_EQ(game()->presentedViewController(), nullptr);
   EXPECT_THAT(sim().logLines().back(), ::testing::HasSubstr("while a presentation or dismiss is in progress"));
+
+  // Nor does a controller on its way out present: what it showed would go with it.
+  game()->presentViewController(first, false, nullptr);
+  first->dismissViewControllerAnimated(true, nullptr);
+  first->presentViewController(second, false, nullptr);
+  EXPECT_EQ(first->presentedViewController(), nullptr);
+  EXPECT_THAT(sim().logLines().back(), ::testing::HasSubstr("while it is being dismissed"));
 }
 
 TEST_F(PresentationTest, PresentedPageTakesEveryTouch) {

@@ -52,7 +52,7 @@ class TAVREL_EXPORT UIViewController : public UIResponder {
 
   // Adds the presented view to the presenter's window, in front of everything, with the
   // screen's bounds. Refused (logged, not shown, completion not run) while this controller
-  // presents another, also during that one's dismissal.
+  // presents another, also during that one's dismissal, and during its own dismissal.
   void presentViewController(std::shared_ptr<UIViewController> viewController, bool animated,
                              std::function<void()> completion);
   // On a presenter: dismisses what it presents, and at once whatever that presents in turn.

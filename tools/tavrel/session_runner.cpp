@@ -97,6 +97,10 @@ void writeText(const fs::path& path, const std::string& text) {
   if (!file) throw std::runtime_error("cannot write " + path.string());
 }
 
+// The host id of a script's finger: below -1 (tapElement's finger), so that none meets a
+// finger of a window's mouse or touch screen (0 and up) when a player takes over.
+int hostFinger(int scriptFinger) { return -2 - scriptFinger; }
+
 // What a run writes in out/.
 constexpr std::array<std::string_view, 7> kOutputEntries{"documents", "received",    "snapshots", "sdk.log",
                                                        "report.txt", "report.json", "contact-sheet.png"};
@@ -389,7 +393,7 @@ void SessionRun::moveFingers(double time) {
     }
     finger.at = at;
     finger.moving = progress < 1.0;
-    moved.push_back({id, at});
+    moved.push_back({hostFinger(id), at});
   }
   if (moved.empty()) return;
   if (!host_->fingersMoved(moved)) touchesToOverlay_ += static_cast<std::int64_t>(moved.size());
@@ -537,7 +541,7 @@ void SessionRun::perform(const step::GameEvent& s) {
 void SessionRun::perform(const step::FingerDown& s) {
   if (fingers_.count(s.finger)) fail(2, "finger " + std::to_string(s.finger) + " is already down");
   fingers_[s.finger] = FingerState{s.at, {}, 0, 0, false};
-  host_->fingersDown({{s.finger, s.at}});
+  host_->fingersDown({{hostFinger(s.finger), s.at}});
 }
 
 void SessionRun::perform(const step::FingerMove& s) {
@@ -554,7 +558,7 @@ void SessionRun::perform(const step::FingerMove& s) {
 void SessionRun::perform(const step::FingerUp& s) {
   const auto it = fingers_.find(s.finger);
   if (it == fingers_.end()) fail(2, "finger " + std::to_string(s.finger) + " is not down");
-  const std::vector<Finger> finger{{s.finger, it->second.at}};
+  const std::vector<Finger> finger{{hostFinger(s.finger), it->second.at}};
   fingers_.erase(it);
   const bool tookByToolkit = s.cancelled ? host_->fingersCancelled(finger) : host_->fingersUp(finger);
   if (!tookByToolkit) ++touchesToOverlay_;

@@ -267,6 +267,8 @@ bool UITextField::canBecomeFirstResponder() const { return isEnabled(); }
 
 bool UITextField::becomeFirstResponder() {
   if (isFirstResponder()) return true;
+  // Off screen nobody could type into it, and its caret would blink unseen: as the platform.
+  if (!window()) return false;
   if (!UIControl::becomeFirstResponder()) return false;
   // Focused already by a handler of the field that gave up the focus: the caret is running.
   if (caretTimer_) return true;

@@ -135,7 +135,8 @@ class TAVREL_EXPORT UITextFieldDelegate {
 enum class UITextFieldViewMode { Never = 0, WhileEditing = 1, UnlessEditing = 2, Always = 3 };
 
 // An editable line. A tap focuses it (it becomes first responder and shows a blinking caret);
-// typed text, backspace and Return reach the focused field.
+// typed text, backspace and Return reach the focused field. Only a field in a window takes
+// the focus.
 class TAVREL_EXPORT UITextField : public UIControl {
  public:
   explicit UITextField(CGRect frame = CGRectZero);

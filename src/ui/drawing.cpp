@@ -31,6 +31,14 @@ const UIFont& orDefault(const std::shared_ptr<UIFont>& font, std::shared_ptr<UIF
   return *fallback;
 }
 
+// The caret after `textWidth` of text in `box`. While editing the line does not truncate: it
+// slides left so that its end, where typing goes, stays in view with the caret after it.
+CGRect caretAfter(double textWidth, const UIFont& font, CGRect box) {
+  const double x = box.minX() + std::max(0.0, std::min(textWidth, box.size.width - kCaretWidth));
+  const double height = font.lineHeight();
+  return {{x, box.midY() - height / 2.0}, {kCaretWidth, height}};
+}
+
 }  // namespace
 
 std::shared_ptr<UIFont> UILabel::fontAsDrawn() const {
@@ -57,44 +65,35 @@ void UILabel::drawRect(CGContextRef context, CGRect /*rect*/) {
   text::drawText(context, *text_, *fontAsDrawn(), textColor_ ? *textColor_ : kBlack, bounds(), style);
 }
 
-// While editing the line does not truncate: it slides left so that its end, where typing goes,
-// stays in view with the caret after it.
-double UITextField::editingTextWidth(const UIFont& font, const std::string& shown, CGRect box) const {
-  if (shown.empty()) return 0.0;
-  return std::max(0.0, std::min(text::measure(font, shown).width, box.size.width - kCaretWidth));
-}
-
 CGRect UITextField::caretRect() const {
-  const UIFont& font = *font_;  // never null: setFont(nullptr) restores the default
+  const std::string shown = displayedText();
   const CGRect box = textRectForBounds(bounds());
-  const double height = font.lineHeight();
-  return {{box.minX() + editingTextWidth(font, displayedText(), box), box.midY() - height / 2.0}, {kCaretWidth, height}};
+  return caretAfter(shown.empty() ? 0.0 : text::measure(*font_, shown).width, *font_, box);
 }
 
 void UITextField::drawRect(CGContextRef context, CGRect /*rect*/) {
-  const UIFont& font = *font_;
+  const UIFont& font = *font_;  // never null: setFont(nullptr) restores the default
   const CGRect box = textRectForBounds(bounds());
   cairo_save(context);
   cairo_rectangle(context, box.origin.x, box.origin.y, box.size.width, box.size.height);
   cairo_clip(context);
 
   const std::string shown = displayedText();
-  const UIColor& color = textColor_ ? *textColor_ : kBlack;
+  const bool editing = isFirstResponder() && !shown.empty();
+  const double natural = editing ? text::measure(font, shown).width : 0.0;
+  const CGRect caret = caretAfter(natural, font, box);
   text::LineStyle style;
   if (shown.empty()) {
     if (placeholder_) text::drawText(context, *placeholder_, font, kPlaceholderColor, box, style);
-  } else if (isFirstResponder()) {
-    const double natural = text::measure(font, shown).width;
-    const double width = editingTextWidth(font, shown, box);
+  } else if (editing) {
     style.truncateTail = false;
-    text::drawText(context, shown, font, color, {{box.minX() + width - natural, box.minY()}, {natural, box.size.height}},
+    text::drawText(context, shown, font, *textColor_, {{caret.minX() - natural, box.minY()}, {natural, box.size.height}},
                    style);
   } else {
-    text::drawText(context, shown, font, color, box, style);
+    text::drawText(context, shown, font, *textColor_, box, style);
   }
 
   if (isCaretVisible()) {
-    const CGRect caret = caretRect();
     setSourceColor(context, kTintColor.CGColor());
     cairo_rectangle(context, caret.origin.x, caret.origin.y, caret.size.width, caret.size.height);
     cairo_fill(context);

@@ -7,9 +7,9 @@
 // (its rectangle, clip, effective alpha and displayVersion) in paint order. The list is
 // compared with the last frame's: a view that appeared, went, changed or changed its stacking
 // damages its old and new rectangles; one that only marked a part of its content to draw
-// again (setNeedsDisplayInRect) damages that part. The damage is cleared to transparent and every view
-// that reaches into it is drawn again, clipped to it, so the pixels come out the same as if
-// the whole frame had been drawn.
+// again (setNeedsDisplayInRect) damages that part. The damage is cleared to transparent and
+// every view that reaches into it is drawn again, clipped to it, so the pixels come out the
+// same as if the whole frame had been drawn.
 //
 // Thread safety: main thread only.
 

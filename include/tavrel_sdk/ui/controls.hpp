@@ -182,7 +182,6 @@ class TAVREL_EXPORT UITextField : public UIControl {
   void setCaretShown(bool shown);
   void blinkCaret();
   CGRect caretRect() const;
-  double editingTextWidth(const UIFont& font, const std::string& shown, CGRect box) const;
   bool isLeftViewShown() const;
   void layoutLeftView();
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <string>
 
 namespace tavrel {
 
@@ -157,13 +158,35 @@ UIView* findFrontmost(UIView& view, const Predicate& matches) {
   return matches(view) ? &view : nullptr;
 }
 
-bool showsText(const UIView& view, std::string_view text) {
-  if (const auto* button = dynamic_cast<const UIButton*>(&view)) return button->currentTitle() == text;
-  if (const auto* label = dynamic_cast<const UILabel*>(&view)) return label->text() == text;
+// The text a script finds an element by: a button's title, a label's text, a field's text or
+// else its placeholder.
+std::optional<std::string> shownText(const UIView& view) {
+  if (const auto* button = dynamic_cast<const UIButton*>(&view)) return button->currentTitle();
+  if (const auto* label = dynamic_cast<const UILabel*>(&view)) return label->text();
   if (const auto* field = dynamic_cast<const UITextField*>(&view)) {
-    return field->text().empty() ? field->placeholder() == text : field->text() == text;
+    return field->text().empty() ? field->placeholder() : std::optional<std::string>(field->text());
   }
-  return false;
+  return std::nullopt;
+}
+
+// Front to back, the elements with a text that a finger could reach: on the top presentation
+// while one covers the game, with their centre on the screen (not still sliding in, not
+// scrolled away). Stops at the first for which `visit(text, centre on screen)` is true.
+template <class Visit>
+void findReachable(const UIHost& host, const Visit& visit) {
+  const auto window = UIApplication::sharedApplication().keyWindow();
+  if (!window) return;
+  const CGPoint origin = window->frame().origin;
+  const CGRect screen{{0.0, 0.0}, host.screenSize()};
+  UIView* top = window->topPresentedView();
+  findFrontmost(top ? *top : *window, [&](const UIView& view) {
+    const std::optional<std::string> text = shownText(view);
+    if (!text) return false;
+    const CGRect bounds = view.bounds();
+    const CGPoint inWindow = view.convertPointToView({bounds.midX(), bounds.midY()}, nullptr);
+    const CGPoint onScreen{inWindow.x + origin.x, inWindow.y + origin.y};
+    return screen.containsPoint(onScreen) && visit(*text, onScreen);
+  });
 }
 
 }  // namespace
@@ -199,20 +222,9 @@ bool UIHost::pressBackspace() {
 }
 
 bool UIHost::tapElement(std::string_view text) {
-  auto window = UIApplication::sharedApplication().keyWindow();
-  if (!window) return false;
-  const CGPoint origin = window->frame().origin;
-  const CGRect screen{{0.0, 0.0}, screenSize()};
   std::optional<CGPoint> centre;
-  // Only what a finger could reach: on the top presentation while one covers the game, and
-  // with its centre on the screen (not still sliding in, not scrolled away).
-  UIView* top = window->topPresentedView();
-  findFrontmost(top ? *top : *window, [&](const UIView& view) {
-    if (!showsText(view, text)) return false;
-    const CGRect bounds = view.bounds();
-    const CGPoint inWindow = view.convertPointToView({bounds.midX(), bounds.midY()}, nullptr);
-    const CGPoint onScreen{inWindow.x + origin.x, inWindow.y + origin.y};
-    if (!screen.containsPoint(onScreen)) return false;
+  findReachable(*this, [&](const std::string& shown, CGPoint onScreen) {
+    if (shown != text) return false;
     centre = onScreen;
     return true;
   });
@@ -221,6 +233,15 @@ bool UIHost::tapElement(std::string_view text) {
   fingersDown(finger);
   fingersUp(finger);
   return true;
+}
+
+std::vector<std::string> UIHost::reachableTexts() const {
+  std::vector<std::string> texts;
+  findReachable(*this, [&](const std::string& shown, CGPoint) {
+    texts.push_back(shown);
+    return false;
+  });
+  return texts;
 }
 
 bool UIHost::isCovered() const {

@@ -149,25 +149,6 @@ bool isOfClass(const UIViewController& controller, const std::string& name) {
   return false;
 }
 
-// Texts an element shows, the way UIHost::tapElement looks for them: labels, button titles, a
-// field's text or its placeholder; hidden and transparent views show nothing, and an element
-// whose centre is off the screen (sliding in, scrolled away) is out of a finger's reach.
-void collectTexts(const UIView& view, const CGRect& screen, std::vector<std::string>& texts) {
-  if (view.isHidden() || view.alpha() <= 0.01) return;
-  std::optional<std::string> text;
-  if (const auto* label = dynamic_cast<const UILabel*>(&view)) text = label->text();
-  if (const auto* button = dynamic_cast<const UIButton*>(&view)) text = button->currentTitle();
-  if (const auto* field = dynamic_cast<const UITextField*>(&view)) {
-    text = field->text().empty() ? field->placeholder() : std::optional<std::string>(field->text());
-  }
-  if (text) {
-    const CGRect bounds = view.bounds();
-    const CGPoint centre = view.convertPointToView({bounds.midX(), bounds.midY()}, nullptr);
-    if (screen.containsPoint(centre)) texts.push_back(*text);
-  }
-  for (const auto& subview : view.subviews()) collectTexts(*subview, screen, texts);
-}
-
 class SessionRun {
  public:
   SessionRun(const SessionScript& script, const RunOptions& options)
@@ -215,7 +196,6 @@ class SessionRun {
   // What a condition finds now: whether it holds, and what was there, for a failure.
   std::pair<bool, std::string> evaluate(const Condition& condition);
   std::vector<std::shared_ptr<UIViewController>> presentedChain() const;
-  std::vector<std::string> textsOnScreen() const;
   EventFileContents eventFile(const SessionString& name) const;
   [[noreturn]] void fail(int status, const std::string& message) { throw RunFailure{status, currentLine_, message}; }
 
@@ -433,14 +413,6 @@ std::vector<std::shared_ptr<UIViewController>> SessionRun::presentedChain() cons
   return chain;
 }
 
-std::vector<std::string> SessionRun::textsOnScreen() const {
-  std::vector<std::string> texts;
-  // While a page or alert covers the game, only its elements are there for the player.
-  const UIView* top = window_->topPresentedView();
-  const CGPoint origin = window_->frame().origin;
-  collectTexts(top ? *top : *window_, {{-origin.x, -origin.y}, host_->screenSize()}, texts);
-  return texts;
-}
 
 EventFileContents SessionRun::eventFile(const SessionString& name) const {
   const auto file = name.get();
@@ -464,7 +436,7 @@ std::pair<bool, std::string> SessionRun::evaluate(const Condition& c) {
       return {found != c.negated, there.empty() ? "nothing is presented" : "presented: " + there};
     }
     case Condition::Kind::Text: {
-      const auto texts = textsOnScreen();
+      const auto texts = host_->reachableTexts();
       const bool found = std::find(texts.begin(), texts.end(), c.subject) != texts.end();
       return {found != c.negated, shownTexts(texts, "no text on the screen")};
     }
@@ -566,7 +538,7 @@ void SessionRun::perform(const step::FingerUp& s) {
 
 void SessionRun::perform(const step::Tap& s) {
   if (!host_->tapElement(s.text)) {
-    fail(1, "nothing on the screen shows " + quoted(s.text) + "; " + shownTexts(textsOnScreen(), "no text on the screen"));
+    fail(1, "nothing on the screen shows " + quoted(s.text) + "; " + shownTexts(host_->reachableTexts(), "no text on the screen"));
   }
 }
 

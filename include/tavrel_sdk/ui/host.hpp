@@ -89,6 +89,8 @@ class TAVREL_EXPORT UIHost {
   // False when none a finger could reach shows it: while a page or alert covers the game only
   // its elements count, and an element's centre must lie on the screen.
   bool tapElement(std::string_view text);
+  // For scripts: the texts tapElement() could tap now, front to back.
+  std::vector<std::string> reachableTexts() const;
   // Whether a presented controller covers the game now.
   bool isCovered() const;
 

@@ -1,6 +1,7 @@
 #include "ui/text_layout.hpp"
 
 #include "ui/cairo_support.hpp"
+#include "ui/embedded_fonts.hpp"
 
 #include <fontconfig/fontconfig.h>
 #include <pango/pangofc-fontmap.h>
@@ -15,28 +16,19 @@ namespace tavrel::text {
 
 namespace {
 
-constexpr const char* kFontFiles[] = {
-    "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
-    "/usr/share/fonts/truetype/dejavu/DejaVuSans-Bold.ttf",
-};
-
 struct FontEntry {
   PangoFontDescription* description;
   std::optional<Metrics> metrics;
 };
 
-// Lives for the process: Pango's objects are cheap to keep and costly to make again.
-struct TextSystem {
+// A font map over one font set, its context and the two reusable layouts.
+struct FontStack {
   PangoFontMap* fontMap = nullptr;
   PangoContext* context = nullptr;
   PangoLayout* measuring = nullptr;
   PangoLayout* drawing = nullptr;
-  std::map<std::tuple<std::string, double, bool>, FontEntry> fonts;
 
-  TextSystem() {
-    // Only our files, whatever fontconfig would otherwise pick for "sans" on this machine.
-    FcConfig* config = FcConfigCreate();
-    for (const char* file : kFontFiles) FcConfigAppFontAddFile(config, reinterpret_cast<const FcChar8*>(file));
+  explicit FontStack(FcConfig* config) {
     fontMap = pango_cairo_font_map_new();
     pango_fc_font_map_set_config(PANGO_FC_FONT_MAP(fontMap), config);
     FcConfigDestroy(config);
@@ -55,13 +47,48 @@ struct TextSystem {
     measuring = pango_layout_new(context);
     drawing = pango_layout_new(context);
   }
+};
+
+// Lives for the process: Pango's objects are cheap to keep and costly to make again.
+struct TextSystem {
+  // Our faces alone: what every text the faces cover is measured and drawn with, so it comes
+  // out the same whatever the machine has installed.
+  FontStack faces{embeddedFaces().makeConfig(false)};
+  // Our faces, then the machine's fonts: made when a text first needs a character the faces
+  // lack. Absent where the machine offers no font.
+  std::unique_ptr<FontStack> withSystemFonts;
+  bool systemFontsLooked = false;
+  std::map<std::tuple<std::string, double, bool>, FontEntry> fonts;
+
+  // `layout` of our faces' stack after `configure`, or its twin on the machine's fonts when our
+  // faces lack one of the characters (the missing-glyph box stays where no font has it).
+  template <typename Configure>
+  PangoLayout* layoutFor(PangoLayout* FontStack::*layout, const Configure& configure) {
+    PangoLayout* ours = faces.*layout;
+    configure(ours);
+    if (pango_layout_get_unknown_glyphs_count(ours) == 0) return ours;
+    if (!systemFontsLooked) {
+      systemFontsLooked = true;
+      FcConfig* config = embeddedFaces().makeConfig(true);
+      FcFontSet* system = FcConfigGetFonts(config, FcSetSystem);
+      if (system != nullptr && system->nfont > 0) {
+        withSystemFonts = std::make_unique<FontStack>(config);
+      } else {
+        FcConfigDestroy(config);
+      }
+    }
+    if (!withSystemFonts) return ours;
+    PangoLayout* fallback = withSystemFonts.get()->*layout;
+    configure(fallback);
+    return fallback;
+  }
 
   FontEntry& entry(const UIFont& font) {
     auto key = std::make_tuple(font.familyName(), font.pointSize(), font.isBold());
     auto found = fonts.find(key);
     if (found != fonts.end()) return found->second;
     PangoFontDescription* description = pango_font_description_new();
-    pango_font_description_set_family(description, "DejaVu Sans");
+    pango_font_description_set_family(description, kEmbeddedFamily);
     pango_font_description_set_weight(description, font.isBold() ? PANGO_WEIGHT_BOLD : PANGO_WEIGHT_NORMAL);
     pango_font_description_set_absolute_size(description, font.pointSize() * PANGO_SCALE);
     return fonts.emplace(key, FontEntry{description, std::nullopt}).first->second;
@@ -83,13 +110,13 @@ int toPango(double points) { return static_cast<int>(std::lround(points * PANGO_
 
 }  // namespace
 
-PangoContext* context() { return system().context; }
-
 PangoLayout* measuringLayout(const UIFont& font, std::string_view text) {
   TextSystem& s = system();
-  pango_layout_set_font_description(s.measuring, s.entry(font).description);
-  pango_layout_set_text(s.measuring, text.data(), static_cast<int>(text.size()));
-  return s.measuring;
+  const PangoFontDescription* description = s.entry(font).description;
+  return s.layoutFor(&FontStack::measuring, [&](PangoLayout* layout) {
+    pango_layout_set_font_description(layout, description);
+    pango_layout_set_text(layout, text.data(), static_cast<int>(text.size()));
+  });
 }
 
 CGSize measure(const UIFont& font, std::string_view text) {
@@ -102,7 +129,7 @@ Metrics metrics(const UIFont& font) {
   TextSystem& s = system();
   FontEntry& entry = s.entry(font);
   if (!entry.metrics) {
-    PangoFontMetrics* m = pango_context_get_metrics(s.context, entry.description, nullptr);
+    PangoFontMetrics* m = pango_context_get_metrics(s.faces.context, entry.description, nullptr);
     entry.metrics = Metrics{fromPango(pango_font_metrics_get_ascent(m)), fromPango(pango_font_metrics_get_descent(m))};
     pango_font_metrics_unref(m);
   }
@@ -113,21 +140,23 @@ void drawText(cairo_t* cr, std::string_view text, const UIFont& font, const UICo
               const LineStyle& style) {
   if (text.empty()) return;
   TextSystem& s = system();
-  PangoLayout* layout = s.drawing;
-  pango_layout_set_font_description(layout, s.entry(font).description);
-  pango_layout_set_text(layout, text.data(), static_cast<int>(text.size()));
+  const PangoFontDescription* description = s.entry(font).description;
   const bool limited = style.truncateTail || style.numberOfLines != 1;
-  pango_layout_set_width(layout, limited ? toPango(box.size.width + kFitTolerance) : -1);
-  pango_layout_set_ellipsize(layout, style.truncateTail ? PANGO_ELLIPSIZE_END : PANGO_ELLIPSIZE_NONE);
-  pango_layout_set_wrap(layout, PANGO_WRAP_WORD);
-  // A negative height counts lines, a positive one is a limit in units: either way the last
-  // line that shows is truncated.
-  pango_layout_set_height(layout, style.numberOfLines == 1  ? 0
-                                  : style.numberOfLines > 1 ? -style.numberOfLines
-                                                            : toPango(box.size.height));
-  pango_layout_set_alignment(layout, style.alignment == NSTextAlignment::Center  ? PANGO_ALIGN_CENTER
-                                     : style.alignment == NSTextAlignment::Right ? PANGO_ALIGN_RIGHT
-                                                                                 : PANGO_ALIGN_LEFT);
+  PangoLayout* layout = s.layoutFor(&FontStack::drawing, [&](PangoLayout* l) {
+    pango_layout_set_font_description(l, description);
+    pango_layout_set_text(l, text.data(), static_cast<int>(text.size()));
+    pango_layout_set_width(l, limited ? toPango(box.size.width + kFitTolerance) : -1);
+    pango_layout_set_ellipsize(l, style.truncateTail ? PANGO_ELLIPSIZE_END : PANGO_ELLIPSIZE_NONE);
+    pango_layout_set_wrap(l, PANGO_WRAP_WORD);
+    // A negative height counts lines, a positive one is a limit in units: either way the last
+    // line that shows is truncated.
+    pango_layout_set_height(l, style.numberOfLines == 1  ? 0
+                               : style.numberOfLines > 1 ? -style.numberOfLines
+                                                         : toPango(box.size.height));
+    pango_layout_set_alignment(l, style.alignment == NSTextAlignment::Center  ? PANGO_ALIGN_CENTER
+                                  : style.alignment == NSTextAlignment::Right ? PANGO_ALIGN_RIGHT
+                                                                              : PANGO_ALIGN_LEFT);
+  });
   PangoRectangle logical;
   pango_layout_get_extents(layout, nullptr, &logical);
   double x = box.minX();

@@ -1,8 +1,10 @@
 #pragma once
 
-// The toolkit's one Pango set-up: a font map that knows only the DejaVu files, one context
-// with unhinted metrics, font descriptions per size and reusable layouts. Measuring and
-// drawing share it, so a text is drawn exactly as wide as it was measured.
+// The toolkit's one Pango set-up: a font map that knows only the DejaVu Sans faces carried in
+// the library, one context with unhinted metrics, font descriptions per size and reusable
+// layouts; a text with characters the faces lack goes to a second font map where the machine's
+// fonts follow ours. Measuring and drawing share it, so a text is drawn exactly as wide as it
+// was measured.
 //
 // Thread safety: main thread only.
 
@@ -14,9 +16,6 @@
 #include <string_view>
 
 namespace tavrel::text {
-
-// The shared context: unhinted, absolute sizes (one point is one Pango pixel at scale 1).
-PangoContext* context();
 
 // The shared layout holding `text` in `font` on one line, with no width limit. Valid until
 // the next call of any function here.

@@ -1,8 +1,8 @@
 #pragma once
 
-// UIFont and text measurement. The system font is DejaVu Sans, loaded from its file (not
-// chosen by fontconfig), with unhinted metrics, so a text measures the same on every machine
-// and sizes scale in proportion. Sizes are in points; one point is one pixel at scale 1.
+// UIFont and text measurement. The system font is DejaVu Sans, carried inside the library (never
+// chosen among the machine's fonts), with unhinted metrics, so a text measures the same on every
+// machine and sizes scale in proportion; only characters it lacks come from the machine's fonts. Sizes are in points; one point is one pixel at scale 1.
 //
 // Thread safety: fonts are immutable; measuring is main-thread only, like everything drawn.
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <string_view>
 
 extern char** environ;
 
@@ -17,7 +18,7 @@ std::string toolPath() {
   return path ? path : "";
 }
 
-ToolRun runTool(const std::vector<std::string>& arguments) {
+ToolRun runTool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment) {
   ToolRun run;
   const std::string tool = toolPath();
   if (tool.empty()) return run;
@@ -26,6 +27,17 @@ ToolRun runTool(const std::vector<std::string>& arguments) {
   std::vector<char*> argv;
   for (auto& a : argvStrings) argv.push_back(a.data());
   argv.push_back(nullptr);
+  std::vector<std::string> envStrings = environment;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string_view e(*entry);
+    const std::string name(e.substr(0, e.find('=') + 1));
+    bool overridden = false;
+    for (const auto& own : environment) overridden = overridden || own.starts_with(name);
+    if (!overridden) envStrings.emplace_back(e);
+  }
+  std::vector<char*> envp;
+  for (auto& e : envStrings) envp.push_back(e.data());
+  envp.push_back(nullptr);
 
   int outPipe[2], errPipe[2];
   if (::pipe2(outPipe, O_CLOEXEC) != 0 || ::pipe2(errPipe, O_CLOEXEC) != 0) return run;
@@ -34,7 +46,7 @@ ToolRun runTool(const std::vector<std::string>& arguments) {
   posix_spawn_file_actions_adddup2(&actions, outPipe[1], STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, errPipe[1], STDERR_FILENO);
   pid_t pid = -1;
-  const int spawned = ::posix_spawn(&pid, tool.c_str(), &actions, nullptr, argv.data(), environ);
+  const int spawned = ::posix_spawn(&pid, tool.c_str(), &actions, nullptr, argv.data(), envp.data());
   posix_spawn_file_actions_destroy(&actions);
   ::close(outPipe[1]);
   ::close(errPipe[1]);

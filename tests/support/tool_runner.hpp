@@ -16,7 +16,8 @@ struct ToolRun {
 // The tool's path, or empty when TAVREL_TOOL is not set.
 std::string toolPath();
 
-// Runs the tool with these arguments (no shell involved) and waits for it.
-ToolRun runTool(const std::vector<std::string>& arguments);
+// Runs the tool with these arguments (no shell involved) and waits for it. `environment` holds
+// NAME=VALUE entries set for the tool on top of this process's environment.
+ToolRun runTool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {});
 
 }  // namespace tavrel::testing

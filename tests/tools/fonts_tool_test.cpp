@@ -1,0 +1,83 @@
+// The faces travel with the library: the pictures a player sees come out byte for byte the same
+// with a fontconfig that knows no font at all, and a user id in a script our faces lack still
+// draws, through the machine's fonts where there are any and as missing-glyph boxes where not.
+// Each picture is drawn by the tool in a process of its own, whose environment names the fonts.
+
+#include "support/sandbox.hpp"
+#include "support/tool_runner.hpp"
+
+#include <fontconfig/fontconfig.h>
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+namespace tavrel::testing {
+namespace {
+
+// 24 characters of token, then the user id (24 characters) the watermark shows.
+const std::string kCyrillicToken = std::string(24, 'a') + "Игорь-Петров-игрок-00001";
+const std::string kDevanagariToken = std::string(24, 'a') + "देवनागरी-खिलाड़ी-0000001";
+
+class Fonts : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
+    std::ofstream(noFonts_) << "<?xml version=\"1.0\"?>\n<fontconfig></fontconfig>\n";
+  }
+  // The picture `render` draws, with the machine's fonts or (`withoutFonts`) with none.
+  std::string picture(std::vector<std::string> render, bool withoutFonts) {
+    const std::string png = directory_.path() + "/" + std::to_string(count_++) + ".png";
+    render.insert(render.begin(), "render");
+    render.insert(render.end(), {"-o", png});
+    const ToolRun run = runTool(render, withoutFonts ? std::vector<std::string>{"FONTCONFIG_FILE=" + noFonts_}
+                                                     : std::vector<std::string>{});
+    EXPECT_EQ(run.status, 0) << run.err;
+    return readFile(png);
+  }
+
+  TemporaryDirectory directory_;
+  const std::string noFonts_ = directory_.path() + "/no-fonts.conf";
+  int count_ = 0;
+};
+
+TEST_F(Fonts, PicturesAreTheSameWithoutAnyFontOnTheMachine) {
+  const std::vector<std::vector<std::string>> renders = {
+      {"login", "--size", "390x844", "--state", "typed"},
+      {"login", "--size", "844x390", "--state", "refused"},
+      {"overlay", "--size", "390x844", "--user-id-token", kCyrillicToken},
+  };
+  for (const auto& render : renders) {
+    const std::string normal = picture(render, false);
+    EXPECT_FALSE(normal.empty());
+    EXPECT_TRUE(normal == picture(render, true)) << render[0] << " " << render[2] << " differs";
+  }
+}
+
+bool machineHasDevanagari() {
+  FcConfig* config = FcInitLoadConfigAndFonts();
+  FcPattern* pattern = FcNameParse(reinterpret_cast<const FcChar8*>(":lang=hi"));
+  FcObjectSet* objects = FcObjectSetBuild(FC_FAMILY, nullptr);
+  FcFontSet* found = FcFontList(config, pattern, objects);
+  const bool any = found != nullptr && found->nfont > 0;
+  if (found) FcFontSetDestroy(found);
+  FcObjectSetDestroy(objects);
+  FcPatternDestroy(pattern);
+  FcConfigDestroy(config);
+  return any;
+}
+
+TEST_F(Fonts, AScriptOurFacesLackComesFromTheMachineOrAsBoxes) {
+  const std::string tree = directory_.path() + "/tree.json";
+  const std::vector<std::string> render = {"overlay", "--size", "844x390", "--user-id-token", kDevanagariToken,
+                                           "--tree", tree};
+  const std::string boxes = picture(render, true);
+  // The watermark still holds the whole id, measured as its boxes are wide.
+  const auto found = readFile(tree).find(kDevanagariToken.substr(24));
+  EXPECT_NE(found, std::string::npos);
+  if (!machineHasDevanagari()) GTEST_SKIP() << "no Devanagari font on this machine (fonts-lohit-deva)";
+  EXPECT_FALSE(picture(render, false) == boxes) << "the machine's Devanagari font was not used";
+}
+
+}  // namespace
+}  // namespace tavrel::testing

@@ -50,23 +50,33 @@ std::span<const unsigned char> faceBytes(Face face) {
   return {tavrel_dejavu_sans, tavrel_dejavu_sans_end};
 }
 
-EmbeddedFaces::EmbeddedFaces() {
-  for (Face face : {Face::Regular, Face::Bold}) {
-    const int fd = memoryFile(face == Face::Bold ? "DejaVuSans-Bold.ttf" : "DejaVuSans.ttf", faceBytes(face));
-    if (fd < 0) continue;
-    fds_.push_back(fd);
-    files_.push_back("/proc/self/fd/" + std::to_string(fd));
+EmbeddedFaces::~EmbeddedFaces() {
+  for (const MemoryFile& file : files_) {
+    if (file.fd >= 0) close(file.fd);
   }
 }
 
-EmbeddedFaces::~EmbeddedFaces() {
-  for (int fd : fds_) close(fd);
+const std::string& EmbeddedFaces::file(Face face) const {
+  MemoryFile& file = files_[face == Face::Bold ? 1 : 0];
+  std::call_once(file.made, [&] {
+    file.fd = memoryFile(face == Face::Bold ? "DejaVuSans-Bold.ttf" : "DejaVuSans.ttf", faceBytes(face));
+    if (file.fd >= 0) file.name = "/proc/self/fd/" + std::to_string(file.fd);
+  });
+  return file.name;
 }
 
-FcConfig* EmbeddedFaces::makeConfig(bool systemFonts) const {
-  FcConfig* config = systemFonts ? FcInitLoadConfigAndFonts() : FcConfigCreate();
+FcConfig* EmbeddedFaces::makeConfig(bool systemFonts, bool bold) const {
+  FcConfig* config = systemFonts ? FcInitLoadConfigAndFonts() : nullptr;
   if (config == nullptr) config = FcConfigCreate();
-  for (const std::string& file : files_) FcConfigAppFontAddFile(config, reinterpret_cast<const FcChar8*>(file.c_str()));
+  addFace(config, Face::Regular);
+  if (bold) addFace(config, Face::Bold);
+  return config;
+}
+
+void EmbeddedFaces::addFace(FcConfig* config, Face face) const {
+  const std::string& name = file(face);
+  if (name.empty()) return;
+  FcConfigAppFontAddFile(config, reinterpret_cast<const FcChar8*>(name.c_str()));
   // Only our faces are in the application set: rename them there.
   if (FcFontSet* ours = FcConfigGetFonts(config, FcSetApplication)) {
     for (int i = 0; i < ours->nfont; ++i) {
@@ -75,7 +85,6 @@ FcConfig* EmbeddedFaces::makeConfig(bool systemFonts) const {
       FcPatternAddString(ours->fonts[i], FC_FAMILY, reinterpret_cast<const FcChar8*>(kEmbeddedFamily));
     }
   }
-  return config;
 }
 
 const EmbeddedFaces& embeddedFaces() {

@@ -5,15 +5,15 @@
 // them as a sealed memory file named /proc/self/fd/N, so nothing is read from or written to disk
 // and no font of the machine can stand in for ours.
 //
-// Thread safety: an EmbeddedFaces is immutable once made; a config belongs to its caller.
+// Thread safety: EmbeddedFaces may be used from any thread; a config belongs to its caller.
 
 #include <tavrel_sdk/export.hpp>
 
 #include <fontconfig/fontconfig.h>
 
+#include <mutex>
 #include <span>
 #include <string>
-#include <vector>
 
 namespace tavrel::text {
 
@@ -26,23 +26,30 @@ TAVREL_EXPORT std::span<const unsigned char> faceBytes(Face face);
 
 class TAVREL_EXPORT EmbeddedFaces {
  public:
-  // Makes the memory files; a face whose file cannot be made is left out.
-  EmbeddedFaces();
+  EmbeddedFaces() = default;
   ~EmbeddedFaces();
   EmbeddedFaces(const EmbeddedFaces&) = delete;
   EmbeddedFaces& operator=(const EmbeddedFaces&) = delete;
 
-  // The file names fontconfig reads the faces by.
-  const std::vector<std::string>& files() const { return files_; }
+  // The file name fontconfig reads `face` by, its memory file made on first use (most screens
+  // draw only the regular face: the bold one costs nothing until an alert's title); empty where
+  // the file cannot be made.
+  const std::string& file(Face face) const;
 
-  // A new set holding our faces alone, or (`systemFonts`) the machine's fonts as its fontconfig
-  // configuration finds them, with our faces added: for the characters the faces lack. The
-  // caller destroys it (FcConfigDestroy).
-  FcConfig* makeConfig(bool systemFonts) const;
+  // A new set holding our faces alone (`bold` or the regular one only), or (`systemFonts`) the
+  // machine's fonts as its fontconfig configuration finds them, with our faces added: for the
+  // characters the faces lack. The caller destroys it (FcConfigDestroy).
+  FcConfig* makeConfig(bool systemFonts, bool bold = true) const;
+  // Adds `face` to a set made by makeConfig.
+  void addFace(FcConfig* config, Face face) const;
 
  private:
-  std::vector<int> fds_;
-  std::vector<std::string> files_;
+  struct MemoryFile {
+    std::once_flag made;
+    int fd = -1;
+    std::string name;
+  };
+  mutable MemoryFile files_[2];
 };
 
 // The process's faces, made on first use and kept until the end.

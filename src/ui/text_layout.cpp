@@ -23,12 +23,13 @@ struct FontEntry {
 
 // A font map over one font set, its context and the two reusable layouts.
 struct FontStack {
+  FcConfig* config = nullptr;  // held by the font map
   PangoFontMap* fontMap = nullptr;
   PangoContext* context = nullptr;
   PangoLayout* measuring = nullptr;
   PangoLayout* drawing = nullptr;
 
-  explicit FontStack(FcConfig* config) {
+  explicit FontStack(FcConfig* made) : config(made) {
     fontMap = pango_cairo_font_map_new();
     pango_fc_font_map_set_config(PANGO_FC_FONT_MAP(fontMap), config);
     FcConfigDestroy(config);
@@ -53,7 +54,8 @@ struct FontStack {
 struct TextSystem {
   // Our faces alone: what every text the faces cover is measured and drawn with, so it comes
   // out the same whatever the machine has installed.
-  FontStack faces{embeddedFaces().makeConfig(false)};
+  FontStack faces{embeddedFaces().makeConfig(false, false)};
+  bool boldAdded = false;  // the bold face joins our set when a bold font is first asked for
   // Our faces, then the machine's fonts: made when a text first needs a character the faces
   // lack. Absent where the machine offers no font.
   std::unique_ptr<FontStack> withSystemFonts;
@@ -87,6 +89,11 @@ struct TextSystem {
     auto key = std::make_tuple(font.familyName(), font.pointSize(), font.isBold());
     auto found = fonts.find(key);
     if (found != fonts.end()) return found->second;
+    if (font.isBold() && !boldAdded) {
+      boldAdded = true;
+      embeddedFaces().addFace(faces.config, Face::Bold);
+      pango_fc_font_map_config_changed(PANGO_FC_FONT_MAP(faces.fontMap));
+    }
     PangoFontDescription* description = pango_font_description_new();
     pango_font_description_set_family(description, kEmbeddedFamily);
     pango_font_description_set_weight(description, font.isBold() ? PANGO_WEIGHT_BOLD : PANGO_WEIGHT_NORMAL);

@@ -8,6 +8,7 @@
 //
 // Thread safety: main thread only.
 
+#include <tavrel_sdk/export.hpp>
 #include <tavrel_sdk/ui/controls.hpp>
 #include <tavrel_sdk/ui/font.hpp>
 
@@ -17,9 +18,10 @@
 
 namespace tavrel::text {
 
-// The shared layout holding `text` in `font` on one line, with no width limit. Valid until
-// the next call of any function here.
-PangoLayout* measuringLayout(const UIFont& font, std::string_view text);
+// The shared layout holding `text` in `font` on one line, with no width limit: of our faces
+// alone, or of the machine's fonts after ours when the faces lack a character of `text`. Valid
+// until the next call of any function here.
+TAVREL_EXPORT PangoLayout* measuringLayout(const UIFont& font, std::string_view text);
 
 // The logical size of one line of `text` in `font`, in points, with fractions.
 CGSize measure(const UIFont& font, std::string_view text);

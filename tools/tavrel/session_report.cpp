@@ -1,9 +1,11 @@
 #include "session_report.hpp"
 
 #include "session_script.hpp"
+#include "ui/embedded_fonts.hpp"
 
 #include <cairo.h>
 #include <pango/pangocairo.h>
+#include <pango/pangofc-fontmap.h>
 
 #include <algorithm>
 #include <cmath>
@@ -49,9 +51,26 @@ using Surface = std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy
 using Context = std::unique_ptr<cairo_t, decltype(&cairo_destroy)>;
 using Layout = std::unique_ptr<PangoLayout, decltype(&g_object_unref)>;
 
+// The library's faces, then the machine's fonts for what they lack: the sheet reads the same on
+// any machine.
+PangoFontMap* sheetFontMap() {
+  static PangoFontMap* map = [] {
+    PangoFontMap* made = pango_cairo_font_map_new();
+    FcConfig* config = text::embeddedFaces().makeConfig(true);
+    pango_fc_font_map_set_config(PANGO_FC_FONT_MAP(made), config);
+    FcConfigDestroy(config);
+    return made;
+  }();
+  return map;
+}
+
 void drawText(cairo_t* cr, const std::string& text, double x, double y, double size, bool bold, double maxWidth) {
-  Layout layout(pango_cairo_create_layout(cr), g_object_unref);
-  PangoFontDescription* font = pango_font_description_from_string("DejaVu Sans");
+  PangoContext* context = pango_font_map_create_context(sheetFontMap());
+  Layout layout(pango_layout_new(context), g_object_unref);
+  g_object_unref(context);
+  pango_cairo_update_layout(cr, layout.get());
+  PangoFontDescription* font = pango_font_description_new();
+  pango_font_description_set_family(font, text::kEmbeddedFamily);
   pango_font_description_set_absolute_size(font, size * PANGO_SCALE);
   if (bold) pango_font_description_set_weight(font, PANGO_WEIGHT_BOLD);
   pango_layout_set_font_description(layout.get(), font);

@@ -16,5 +16,13 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/tavrel_sdkConfigVersion.c
 install(FILES ${PROJECT_BINARY_DIR}/tavrel_sdkConfig.cmake ${PROJECT_BINARY_DIR}/tavrel_sdkConfigVersion.cmake
   DESTINATION ${TAVREL_CMAKE_DIR})
 
+# The .pc file finds its prefix from where it lies, so that an unpacked tarball works anywhere.
+file(RELATIVE_PATH TAVREL_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" TAVREL_PC_TO_PREFIX "${TAVREL_PC_TO_PREFIX}")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/tavrel_sdk.pc.in ${PROJECT_BINARY_DIR}/tavrel_sdk.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tavrel_sdk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The faces the library carries come with their licence.
+install(FILES ${PROJECT_SOURCE_DIR}/src/ui/fonts/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME DejaVu-LICENSE)
+
+include(${CMAKE_CURRENT_LIST_DIR}/Packaging.cmake)

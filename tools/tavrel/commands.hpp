@@ -20,6 +20,7 @@ void addInspectCommand(CLI::App& app, int& exitStatus);
 void addDemoCommand(CLI::App& app, int& exitStatus);
 void addRunCommand(CLI::App& app, int& exitStatus);
 void addServeCommand(CLI::App& app, int& exitStatus);
+void addDoctorCommand(CLI::App& app, int& exitStatus);
 // `tavrel render`: pictures of what a player sees. Each of its verbs lives in a file of its own.
 void addRenderCommand(CLI::App& app, int& exitStatus);
 void addRenderGalleryCommand(CLI::App& render, int& exitStatus);

@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
   tavrel::cli::addRunCommand(app, exitStatus);
   tavrel::cli::addServeCommand(app, exitStatus);
   tavrel::cli::addRenderCommand(app, exitStatus);
+  tavrel::cli::addDoctorCommand(app, exitStatus);
 
   try {
     app.parse(argc, argv);

@@ -6,7 +6,8 @@
 
 #include <cstddef>
 
-// The font files are assembled into the library's read-only data (FONT_DIR comes from the build).
+// The font files are assembled into the library's read-only data, as symbols hidden from its
+// users (TAVREL_FONT_DIR comes from the build).
 #define TAVREL_EMBED(symbol, file)                                   \
   __asm__(".section .rodata." #symbol ",\"a\",@progbits\n"           \
           ".globl " #symbol "\n.hidden " #symbol "\n"                \
@@ -18,8 +19,9 @@ TAVREL_EMBED(tavrel_dejavu_sans, "DejaVuSans.ttf");
 TAVREL_EMBED(tavrel_dejavu_sans_bold, "DejaVuSans-Bold.ttf");
 
 extern "C" {
-extern const unsigned char tavrel_dejavu_sans[], tavrel_dejavu_sans_end[];
-extern const unsigned char tavrel_dejavu_sans_bold[], tavrel_dejavu_sans_bold_end[];
+__attribute__((visibility("hidden"))) extern const unsigned char tavrel_dejavu_sans[], tavrel_dejavu_sans_end[];
+__attribute__((visibility("hidden"))) extern const unsigned char tavrel_dejavu_sans_bold[],
+    tavrel_dejavu_sans_bold_end[];
 }
 
 namespace tavrel::text {

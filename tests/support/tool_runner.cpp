@@ -18,9 +18,12 @@ std::string toolPath() {
 }
 
 ToolRun runTool(const std::vector<std::string>& arguments) {
-  ToolRun run;
   const std::string tool = toolPath();
-  if (tool.empty()) return run;
+  return tool.empty() ? ToolRun{} : runProgram(tool, arguments);
+}
+
+ToolRun runProgram(const std::string& tool, const std::vector<std::string>& arguments) {
+  ToolRun run;
   std::vector<std::string> argvStrings{tool};
   argvStrings.insert(argvStrings.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
@@ -34,7 +37,7 @@ ToolRun runTool(const std::vector<std::string>& arguments) {
   posix_spawn_file_actions_adddup2(&actions, outPipe[1], STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, errPipe[1], STDERR_FILENO);
   pid_t pid = -1;
-  const int spawned = ::posix_spawn(&pid, tool.c_str(), &actions, nullptr, argv.data(), environ);
+  const int spawned = ::posix_spawnp(&pid, tool.c_str(), &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   ::close(outPipe[1]);
   ::close(errPipe[1]);

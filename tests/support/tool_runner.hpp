@@ -19,4 +19,7 @@ std::string toolPath();
 // Runs the tool with these arguments (no shell involved) and waits for it.
 ToolRun runTool(const std::vector<std::string>& arguments);
 
+// Runs any program so: `program` is a path, or a name looked up in PATH.
+ToolRun runProgram(const std::string& program, const std::vector<std::string>& arguments);
+
 }  // namespace tavrel::testing

@@ -164,7 +164,7 @@ void drawTrack(cairo_t* cr, const Track& track, LabelSpace& labels) {
     cairo_set_dash(cr, nullptr, 0, 0);
   }
   for (std::size_t i = 0; i < track.points.size(); ++i) {
-    circle(cr, track.points[i].at, i == 0 && hasOwnColor(track.mark) ? 5 : 2.6);
+    circle(cr, track.points[i].at, !hasOwnColor(track.mark) ? 3.5 : i == 0 ? 5 : 2.6);
     setSourceColor(cr, color);
     cairo_fill_preserve(cr);
     setSourceColor(cr, kGround, 0.8);
@@ -315,9 +315,11 @@ void drawTimeline(cairo_t* cr, const EventPlot& plot, const EventPlotLayout& lay
     const double x = std::round(layout.timeX(event.t)) + 0.5;
     std::string label = event.e + (event.a.empty() ? "" : " " + event.a);
     const double width = std::min(textWidth(label, 11), 170.0);
+    // Right of its stem, or left of it near the end of the line.
+    const double left = x + width + 3 <= line.maxX() + kMargin ? x + 3 : x - 3 - width;
     std::optional<std::size_t> row;
     for (std::size_t r = 0; r < rowEnds.size() && !row; ++r) {
-      if (x - 2 >= rowEnds[r] + 8 && x + width <= line.maxX() + kMargin) row = r;
+      if (std::min(left, x) >= rowEnds[r] + 6) row = r;
     }
     const double stemTop = line.minY() + (row ? static_cast<double>(*row) * kLabelRowHeight + 8 : kLabelRows * kLabelRowHeight);
     setSourceColor(cr, kText, row ? 0.75 : 0.4);
@@ -329,8 +331,8 @@ void drawTimeline(cairo_t* cr, const EventPlot& plot, const EventPlotLayout& lay
       ++hidden;
       continue;
     }
-    rowEnds[*row] = x + width + 4;
-    text(cr, label, {x + 3, line.minY() + static_cast<double>(*row) * kLabelRowHeight}, 11, kText, false, width);
+    rowEnds[*row] = std::max(x, left + width);
+    text(cr, label, {left, line.minY() + static_cast<double>(*row) * kLabelRowHeight}, 11, kText, false, width);
   }
 
   // Touch records: a lane per finger, a tick per record; a touch ended reaches over the lane.
@@ -461,7 +463,8 @@ EventPlotLayout layoutEventPlot(const EventPlot& plot, CGRect area) {
   const CGSize screen = layout.landscape ? CGSize{plot.screen.height, plot.screen.width} : plot.screen;
   const double scale = std::max(0.0, std::min(room.size.width / screen.width, room.size.height / screen.height));
   const CGSize fitted{screen.width * scale, screen.height * scale};
-  layout.screen = CGRectMake(std::round(room.minX() + (room.size.width - fitted.width) / 2), std::round(room.minY()),
+  layout.screen = CGRectMake(std::round(room.minX() + (room.size.width - fitted.width) / 2),
+                             std::round(room.minY() + (room.size.height - fitted.height) / 2),
                              std::round(fitted.width), std::round(fitted.height));
   return layout;
 }

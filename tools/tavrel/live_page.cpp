@@ -42,8 +42,10 @@ std::int64_t wallMilliseconds() {
 
 std::string dumped(const json& value) { return value.dump(-1, ' ', false, json::error_handler_t::replace); }
 
+// The page's own requests, and the icon a browser asks for beside it.
 bool isPageRoute(const endpoint::RecordedRequest& request) {
-  return request.method == "GET" && (request.path == "/" || request.path.rfind("/page/", 0) == 0);
+  return request.method == "GET" &&
+         (request.path == "/" || request.path == "/favicon.ico" || request.path.rfind("/page/", 0) == 0);
 }
 
 // The service's answer as the page tells it: a reply body is the service's own
@@ -122,10 +124,11 @@ struct LivePage::State {
     if (messages.size() > kMaxMessages) messages.pop_front();
     changed.notify_all();
   }
-  std::string snapshot() const {
+  std::string snapshot() const { return "event: state\ndata: " + everything() + "\n\n"; }
+  std::string everything() const {
     json cards = json::array();
     for (const auto& [url, recording] : recordings) cards.push_back(recording.card);
-    return "event: state\ndata: " + dumped({{"requests", requests}, {"recordings", cards}}) + "\n\n";
+    return dumped({{"requests", requests}, {"recordings", cards}});
   }
 
   void redraw(const std::string& url, Recording& recording) const;
@@ -238,10 +241,26 @@ void LivePage::install(endpoint::HttpsServer& server) {
   const auto file = [](const char* text, const char* type) {
     return [text, type](const endpoint::RecordedRequest&) { return endpoint::Reply{200, text, type}; };
   };
-  server.addRoute("GET", "/", file(kPageHtml, "text/html; charset=utf-8"));
   server.addRoute("GET", "/page/style.css", file(kPageCss, "text/css; charset=utf-8"));
   server.addRoute("GET", "/page/app.js", file(kPageScript, "text/javascript; charset=utf-8"));
+  server.addRoute("GET", "/favicon.ico", [](const endpoint::RecordedRequest&) { return endpoint::Reply{204, {}, {}}; });
   std::shared_ptr<State> state = state_;
+  // The page comes with everything so far, so that it shows it at once, without its script
+  // waiting for the stream.
+  server.addRoute("GET", "/", [state](const endpoint::RecordedRequest&) {
+    static constexpr std::string_view kSlot = "type=\"application/json\">null<";
+    std::string html = kPageHtml;
+    std::string data;
+    {
+      std::lock_guard lock(state->mutex);
+      data = state->everything();
+    }
+    // A "<" only ever stands in a string here, where "</script" or "<!--" would end the element early.
+    for (std::size_t at = 0; (at = data.find('<', at)) != std::string::npos;) data.replace(at, 1, "\\u003c");
+    const auto slot = html.find(kSlot);
+    if (slot != std::string::npos) html.replace(slot + kSlot.size() - 5, 4, data);
+    return endpoint::Reply{200, html, "text/html; charset=utf-8"};
+  });
   server.addRoute("GET", "/page/events", [state](const endpoint::RecordedRequest&) {
     {
       std::lock_guard lock(state->mutex);

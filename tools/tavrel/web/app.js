@@ -100,19 +100,20 @@ function setLink(live) {
   link.className = "link " + (live ? "live" : "waiting");
 }
 
+function applyState(state) {
+  requests.length = 0;
+  state.requests.forEach(addRequest);
+  recordings.clear();
+  for (const r of state.recordings) recordings.set(r.url, r);
+  renderRequests();
+  renderRecordings();
+}
+
 function connect() {
   retryTimer = null;
   source = new EventSource("/page/events");
   source.addEventListener("open", () => setLink(true));
-  source.addEventListener("state", (message) => {
-    const state = JSON.parse(message.data);
-    requests.length = 0;
-    state.requests.forEach(addRequest);
-    recordings.clear();
-    for (const r of state.recordings) recordings.set(r.url, r);
-    renderRequests();
-    renderRecordings();
-  });
+  source.addEventListener("state", (message) => applyState(JSON.parse(message.data)));
   source.addEventListener("request", (message) => {
     addRequest(JSON.parse(message.data));
     renderRequests();
@@ -135,4 +136,6 @@ function connect() {
   });
 }
 
+const served = JSON.parse(document.getElementById("state").textContent);
+if (served) applyState(served);
 connect();

@@ -4,12 +4,16 @@
 
 #include "event_plot.hpp"
 
+#include <tavrel_sdk/ui/image.hpp>
+
 #include "recording/sample_events.hpp"
+#include "support/sandbox.hpp"
 #include "support/tool_runner.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
 #include <memory>
 
 namespace tavrel::testing {
@@ -101,11 +105,18 @@ TEST(EventPlot, TellsFingersTracksAndDroppedRunsApartOnALandscapeScreen) {
   EXPECT_EQ(layout.lastMs, 3100);
 }
 
-TEST(EventPlot, ToolWritesThePictureAndNamesWhatItCannotRead) {
+TEST(EventPlot, ToolDrawsWhatItCanReadAndNamesWhatItCannot) {
   if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
-  const ToolRun run = runTool({"plot", "/nonexistent.evt", "-o", "/nonexistent-dir/x.png", "--size", "10x"});
-  EXPECT_EQ(run.status, 2);
-  EXPECT_NE(run.err.find("--size"), std::string::npos) << run.err;
+  TemporaryDirectory directory;
+  const std::string input = directory.path() + "/i.evt", png = directory.path() + "/plot.png";
+  std::ofstream(input, std::ios::binary) << kMagic + kMoved + kEnded;
+  const ToolRun run = runTool({"plot", input, directory.path() + "/missing.evt", "-o", png, "--size", "640x480"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.err.find("missing.evt: cannot read"), std::string::npos) << run.err;
+  const auto picture = UIImage::imageWithData(readFile(png));
+  ASSERT_NE(picture, nullptr);
+  EXPECT_EQ(picture->pixelWidth(), 640);
+  EXPECT_EQ(picture->pixelHeight(), 480);
 }
 
 }  // namespace

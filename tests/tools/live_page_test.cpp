@@ -5,19 +5,16 @@
 #include <tavrel_sdk/ui/image.hpp>
 
 #include "support/sandbox.hpp"
+#include "support/serve_process.hpp"
 #include "support/tool_runner.hpp"
 
 #include <cairo.h>
 #include <gtest/gtest.h>
 
-#include <signal.h>
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdio>
-#include <cstring>
 #include <fstream>
-#include <map>
 
 namespace tavrel::testing {
 namespace {
@@ -32,33 +29,6 @@ std::string chromium() {
   }
   return {};
 }
-
-// `tavrel serve` as a child, until the test ends; its start lines by name.
-class ServeProcess {
- public:
-  explicit ServeProcess(const std::vector<std::string>& arguments) {
-    std::string command = "echo $$; exec '" + toolPath() + "' serve";
-    for (const auto& argument : arguments) command += " '" + argument + "'";
-    output_ = ::popen(command.c_str(), "r");
-    pid_ = std::stoi(line());
-    for (std::string l; banner.count("launch-url") == 0 && !(l = line()).empty();) {
-      banner[l.substr(0, l.find(": "))] = l.substr(l.find(": ") + 2);
-    }
-  }
-  ~ServeProcess() {
-    ::kill(pid_, SIGTERM);
-    ::pclose(output_);
-  }
-  std::map<std::string, std::string> banner;
-
- private:
-  std::string line() {
-    char text[4096];
-    return std::fgets(text, sizeof text, output_) ? std::string(text, std::strcspn(text, "\n")) : "";
-  }
-  std::FILE* output_ = nullptr;
-  pid_t pid_ = -1;
-};
 
 TEST(LivePage, ShowsWhatAScriptedSessionSentAndNoSecret) {
   if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";

@@ -261,11 +261,12 @@ TEST_F(RunTool, TheDemoReportsItsWholeSession) {
   }
   EXPECT_GT(r["files"][1]["dropped"], 0) << "three fingers at 60 Hz meet the rate limit";
   EXPECT_TRUE(toldThat("the login page goes without animation"));
-  // The library keeps its connections, as against the real service.
+  // The library keeps its connections, as against the real service (how many it opens depends
+  // on the wall clock: an idle one closes after 5 s).
   int requests = r["validateRequests"].get<int>() + r["loginRequests"].get<int>();
   for (const auto& [status, count] : r["uploads"].items()) requests += count.get<int>();
   EXPECT_EQ(r["requests"], requests);
-  EXPECT_LE(r["connections"], 6);
+  EXPECT_LT(r["connections"], requests / 3);
   EXPECT_NE(result.out.find(std::to_string(requests) + " requests over "), std::string::npos) << result.out;
   // Seven snapshots of 390 x 844 points at scale 2, and a sheet of them in two rows of five.
   ASSERT_EQ(r["snapshots"].size(), 7u);

@@ -32,7 +32,7 @@ constexpr std::size_t kMaxRequests = 200;
 constexpr std::size_t kMaxMessages = 400;
 constexpr std::size_t kMaxRecordings = 24;
 constexpr std::size_t kMaxTableRows = 200;
-constexpr auto kHeartbeat = std::chrono::seconds(15);
+constexpr auto kHeartbeat = std::chrono::seconds(5);
 constexpr CGSize kPagePlotSize{1000, 640};
 
 std::int64_t wallMilliseconds() {

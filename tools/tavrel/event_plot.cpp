@@ -390,7 +390,8 @@ std::string summary(const EventPlot& plot, const EventPlotLayout& layout) {
     ended += record.kind() == InputRecord::Kind::TouchEnded;
   }
   return std::to_string(plot.inputRecords.size()) + " touch records (" + std::to_string(moved) + " moved, " +
-         std::to_string(ended) + " ended) \xC2\xB7 " + std::to_string(plot.gameEvents.size()) + " game events \xC2\xB7 " +
+         std::to_string(ended) + " ended) \xC2\xB7 " + std::to_string(plot.gameEvents.size()) +
+         (plot.gameEvents.size() == 1 ? " game event \xC2\xB7 " : " game events \xC2\xB7 ") +
          clock(layout.firstMs) + " to " + clock(layout.lastMs);
 }
 

@@ -24,7 +24,7 @@ namespace tavrel::text {
 TAVREL_EXPORT PangoLayout* measuringLayout(const UIFont& font, std::string_view text);
 
 // The logical size of one line of `text` in `font`, in points, with fractions.
-CGSize measure(const UIFont& font, std::string_view text);
+TAVREL_EXPORT CGSize measure(const UIFont& font, std::string_view text);
 
 struct Metrics {
   double ascent;
@@ -40,8 +40,9 @@ struct LineStyle {
   int numberOfLines = 1;
 };
 
-// Draws `text` in `box` (points, the current user space), centred vertically, in `color`.
-void drawText(cairo_t* cr, std::string_view text, const UIFont& font, const UIColor& color, CGRect box,
+// Draws `text` in `box` (points, the current user space), centred vertically, in `color`. The
+// tool's pictures (plots, contact sheets) draw their text with it too.
+TAVREL_EXPORT void drawText(cairo_t* cr, std::string_view text, const UIFont& font, const UIColor& color, CGRect box,
               const LineStyle& style);
 
 }  // namespace tavrel::text

@@ -4,6 +4,7 @@
 
 #include "loopback_service.hpp"
 #include "support/sandbox.hpp"
+#include "support/serve_process.hpp"
 #include "support/tool_runner.hpp"
 
 #include <signal.h>
@@ -20,42 +21,12 @@ namespace {
 
 const std::string kToken = "serve-token-0123456789abcdefghijABCDEFGHIJ0123456789";
 
-// `tavrel serve` with its stdout on a pipe, killed if a test leaves it running. The shell prints
-// its process id, which the tool keeps once exec'd; then come the start lines ("name: value"),
-// and the library is pointed at it.
-class Serve {
+// `tavrel serve` as a child (support/serve_process.hpp), with the library pointed at it.
+class Serve : public ServeProcess {
  public:
-  explicit Serve(const std::vector<std::string>& arguments) {
-    std::string command = "echo $$; exec '" + toolPath() + "' serve";
-    for (const auto& argument : arguments) command += " '" + argument + "'";
-    output_ = ::popen(command.c_str(), "r");
-    pid_ = std::stoi(readLine());
-    for (std::string line; banner.count("launch-url") == 0 && !(line = readLine()).empty();) {
-      banner[line.substr(0, line.find(": "))] = line.substr(line.find(": ") + 2);
-    }
+  explicit Serve(const std::vector<std::string>& arguments) : ServeProcess(arguments) {
     point(banner["base-url"], banner["ca-file"]);
   }
-  ~Serve() {
-    if (pid_ > 0) ::kill(pid_, SIGKILL);
-    if (output_ != nullptr) ::pclose(output_);
-  }
-  std::string readLine() {
-    char line[4096];
-    if (std::fgets(line, sizeof line, output_) == nullptr) return {};
-    return std::string(line, std::strcspn(line, "\n"));
-  }
-  // Sends `signal` and waits; the exit status, or -1 when the tool did not exit.
-  int finish(int signal) {
-    ::kill(std::exchange(pid_, -1), signal);
-    const int status = ::pclose(std::exchange(output_, nullptr));
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
-  std::map<std::string, std::string> banner;
-
- private:
-  std::FILE* output_ = nullptr;
-  pid_t pid_ = -1;
 };
 
 // A request the library would never send.

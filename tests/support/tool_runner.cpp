@@ -19,9 +19,13 @@ std::string toolPath() {
 }
 
 ToolRun runTool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment) {
-  ToolRun run;
   const std::string tool = toolPath();
-  if (tool.empty()) return run;
+  return tool.empty() ? ToolRun{} : runProgram(tool, arguments, environment);
+}
+
+ToolRun runProgram(const std::string& tool, const std::vector<std::string>& arguments,
+                   const std::vector<std::string>& environment) {
+  ToolRun run;
   std::vector<std::string> argvStrings{tool};
   argvStrings.insert(argvStrings.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
@@ -46,7 +50,7 @@ ToolRun runTool(const std::vector<std::string>& arguments, const std::vector<std
   posix_spawn_file_actions_adddup2(&actions, outPipe[1], STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, errPipe[1], STDERR_FILENO);
   pid_t pid = -1;
-  const int spawned = ::posix_spawn(&pid, tool.c_str(), &actions, nullptr, argv.data(), envp.data());
+  const int spawned = ::posix_spawnp(&pid, tool.c_str(), &actions, nullptr, argv.data(), envp.data());
   posix_spawn_file_actions_destroy(&actions);
   ::close(outPipe[1]);
   ::close(errPipe[1]);

@@ -20,4 +20,8 @@ std::string toolPath();
 // NAME=VALUE entries set for the tool on top of this process's environment.
 ToolRun runTool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {});
 
+// Runs any program so: `program` is a path, or a name looked up in PATH.
+ToolRun runProgram(const std::string& program, const std::vector<std::string>& arguments,
+                   const std::vector<std::string>& environment = {});
+
 }  // namespace tavrel::testing

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 
@@ -75,13 +76,22 @@ TEST_F(RunTool, ScriptFaultsNameTheirLineAndExitTwo) {
       {"repeat 2\nwait 1\n", "x.session:1: repeat: no end"},
       {"check not log \"\"\n", "x.session:1: check: expected a text, got an empty one"},  // would always hold
       {"url-schemes\nvalidate\n", "x.session:1: url-schemes: expected a URL scheme"},
+      // What a script asks of the clock is bounded, before anything runs.
+      {"wait 7201\n", "x.session:1: wait: a duration longer than a session may run (120:00.0): 7201"},
+      {"down 1 5,5\nmove 1 9,9 over 1e6\n", "x.session:2: move: a duration longer than a session may run"},
+      {"validate\nrepeat 1000\nwait-until exit 255 timeout 8\nend\n", "x.session:3: the session could run past 120:00.0"},
       // Run errors: the script reads well but cannot be played.
       {"wait 5\nat 0:02\n", "x.session:2: the session is already at 0:05.0"},
       {"up 3\n", "x.session:1: finger 3 is not down"},
       {"launch token=short\n", "x.session:1: cannot compose the launch URL: the token has 5 characters"},
+      // Set-up errors name the setting that asked for them.
+      {"seed 2\nservice token t\n\nvalidate\n", "x.session:2: service: set by the other service's own options"},
   };
   for (const auto& c : cases) {
-    const ToolRun result = run(c.script);
+    // The last case plays against another service; none is there, and none is reached.
+    const bool other = std::string(c.message).find("other service") != std::string::npos;
+    const ToolRun result =
+        other ? run(c.script, {"--service", "https://127.0.0.1:9", "--ca-file", "/nonexistent.pem"}) : run(c.script);
     EXPECT_EQ(result.status, 2) << c.script;
     EXPECT_NE(result.err.find(c.message), std::string::npos) << c.script << "\n" << result.err;
   }
@@ -169,9 +179,14 @@ wait-until not presented LoginViewController timeout 5
 }
 
 TEST_F(RunTool, AValidTokenBringsNoPage) {
-  const ToolRun result = run(kGame + "initialise-overlay " + kValid + "\nvalidate\nwait 2\ncheck not presented any\n");
+  const ToolRun result = run(kGame + "launch token=" + kValid + " input-events=/i.evt\ninitialise-overlay " + kValid +
+                             "\nvalidate\nwait 2\ncheck not presented any\n");
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_TRUE(toldThat("the game hears yes on a background queue"));
+  // The input event file is named by the launch URL, but no touch ever created it.
+  EXPECT_NE(result.out.find("0 handed to the SDK, none written; no event created documents/"), std::string::npos)
+      << result.out;
+  EXPECT_FALSE(report()["files"][1]["created"]);
 }
 
 TEST_F(RunTool, TheRepeatPageComesSixHundredSecondsAfterALogin) {
@@ -212,6 +227,22 @@ check exit 255
 )");
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(report()["exitRecorded"], 255);
+
+  // On the real clock the exit is real: the report and the log are written on the way out.
+  const ToolRun real = run(kGame + "initialise-overlay " + kValid + R"(
+terminate-with-popup
+wait-until presented UIAlertController timeout 2
+tap "OK"
+wait 1
+check exit 255
+)",
+                           {"--realtime", "--no-frames"});
+  EXPECT_EQ(real.status, 255) << real.err;
+  EXPECT_EQ(report()["exitRecorded"], 255);
+  EXPECT_NE(report()["failure"].get<std::string>().find(": the game ended the process with exit(255)"),
+            std::string::npos)
+      << report()["failure"];
+  EXPECT_TRUE(std::filesystem::exists(out() + "/sdk.log"));
 }
 
 TEST_F(RunTool, TheDemoReportsItsWholeSession) {
@@ -230,6 +261,13 @@ TEST_F(RunTool, TheDemoReportsItsWholeSession) {
   }
   EXPECT_GT(r["files"][1]["dropped"], 0) << "three fingers at 60 Hz meet the rate limit";
   EXPECT_TRUE(toldThat("the login page goes without animation"));
+  // The library keeps its connections, as against the real service (how many it opens depends
+  // on the wall clock: an idle one closes after 5 s).
+  int requests = r["validateRequests"].get<int>() + r["loginRequests"].get<int>();
+  for (const auto& [status, count] : r["uploads"].items()) requests += count.get<int>();
+  EXPECT_EQ(r["requests"], requests);
+  EXPECT_LT(r["connections"], requests / 3);
+  EXPECT_NE(result.out.find(std::to_string(requests) + " requests over "), std::string::npos) << result.out;
   // Seven snapshots of 390 x 844 points at scale 2, and a sheet of them in two rows of five.
   ASSERT_EQ(r["snapshots"].size(), 7u);
   const auto playing = UIImage::imageWithData(readFile(out() + "/snapshots/playing.png"));
@@ -239,6 +277,8 @@ TEST_F(RunTool, TheDemoReportsItsWholeSession) {
   const auto sheet = UIImage::imageWithData(readFile(out() + "/contact-sheet.png"));
   ASSERT_NE(sheet, nullptr);
   EXPECT_EQ(sheet->pixelWidth(), 20 + 5 * 260);
+  EXPECT_EQ(sheet->pixelHeight(), 76 + 2 * (std::round(240 * 1688 / 780.0) + 44 + 20) + 768 + 20)
+      << "two rows of snapshots, then the plot";
   EXPECT_TRUE(nlohmann::json::parse(readFile(out() + "/snapshots/playing.json")).is_object());
 }
 

@@ -267,10 +267,24 @@ void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& re
     }
   }
   res.status = reply.status;
-  if (!reply.body.empty() || !reply.contentType.empty()) {
+  if (reply.stream) {
+    res.set_chunked_content_provider(reply.contentType, [this, stream = reply.stream](std::size_t, httplib::DataSink& sink) {
+      const bool more = stream([&sink](std::string_view data) {
+        return sink.is_writable() && sink.write(data.data(), data.size());
+      });
+      bool stopped = false;
+      {
+        std::lock_guard lock(mutex);
+        stopped = stopping;
+      }
+      if (!more || stopped) sink.done();
+      return true;
+    });
+  } else if (!reply.body.empty() || !reply.contentType.empty()) {
     res.set_content(reply.body, reply.contentType.empty() ? "text/plain" : reply.contentType);
   }
   request.status = reply.status;
+  request.replyBody = std::move(reply.body);
   record(std::move(request));
 }
 

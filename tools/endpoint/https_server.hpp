@@ -31,6 +31,7 @@ struct RecordedRequest {
   std::string body;    // empty when the server keeps no bodies (Options::keepBodies)
   std::size_t bodySize = 0;
   int status = 0;  // the status answered; 0 when the connection was dropped
+  std::string replyBody;  // the body answered (a route's own, so never a secret of the client's)
   bool dropped = false;
   // The connection that carried it: connections are numbered from 1 in the order accepted.
   std::uint64_t connection = 0;
@@ -45,6 +46,11 @@ struct Reply {
   std::string contentType = "application/json";
   // Held back this long before it is sent; stop() cuts the wait short.
   std::chrono::milliseconds delay{0};
+  // When set, the body is streamed instead (server-sent events): called again and again on the
+  // serving thread, each call writing what it has through `write` (false once the client has
+  // gone) and returning whether to go on. A stopping server ends the stream between calls, so
+  // a call returns within a second or so. The connection holds its worker meanwhile.
+  std::function<bool(const std::function<bool(std::string_view)>& write)> stream{};
 };
 
 // A custom route's handler; it runs on a server thread, concurrently with other requests.

@@ -17,6 +17,7 @@ struct UsageError : std::runtime_error {
 void addLaunchUrlCommands(CLI::App& app, int& exitStatus);
 void addWatermarkCommand(CLI::App& app, int& exitStatus);
 void addInspectCommand(CLI::App& app, int& exitStatus);
+void addPlotCommand(CLI::App& app, int& exitStatus);
 void addDemoCommand(CLI::App& app, int& exitStatus);
 void addRunCommand(CLI::App& app, int& exitStatus);
 void addServeCommand(CLI::App& app, int& exitStatus);

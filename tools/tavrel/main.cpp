@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
   tavrel::cli::addLaunchUrlCommands(app, exitStatus);
   tavrel::cli::addWatermarkCommand(app, exitStatus);
   tavrel::cli::addInspectCommand(app, exitStatus);
+  tavrel::cli::addPlotCommand(app, exitStatus);
   tavrel::cli::addDemoCommand(app, exitStatus);
   tavrel::cli::addRunCommand(app, exitStatus);
   tavrel::cli::addServeCommand(app, exitStatus);

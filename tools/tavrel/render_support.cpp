@@ -13,11 +13,11 @@ namespace {
 constexpr double kMaxScreenPoints = 10000.0;
 constexpr double kMaxScale = 4.0;
 
-double parseDimension(std::string_view text, std::string_view whole) {
+double parseDimension(std::string_view text, std::string_view whole, std::string_view option) {
   double value = 0.0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (error != std::errc() || end != text.data() + text.size() || !(value >= 1.0 && value <= kMaxScreenPoints)) {
-    throw UsageError("--size: expected WxH in points, each from 1 to 10000, got '" + std::string(whole) + "'");
+    throw UsageError(std::string(option) + ": expected WxH in points, each from 1 to 10000, got '" + std::string(whole) + "'");
   }
   return value;
 }
@@ -31,10 +31,10 @@ void addRenderOptions(CLI::App& command, RenderOptions& options) {
   command.add_option("--tree", options.tree, "also write the view tree as JSON here");
 }
 
-CGSize parseScreenSize(std::string_view text) {
+CGSize parseScreenSize(std::string_view text, std::string_view option) {
   const auto x = text.find('x');
-  if (x == std::string_view::npos) parseDimension("", text);
-  return {parseDimension(text.substr(0, x), text), parseDimension(text.substr(x + 1), text)};
+  if (x == std::string_view::npos) parseDimension("", text, option);
+  return {parseDimension(text.substr(0, x), text, option), parseDimension(text.substr(x + 1), text, option)};
 }
 
 RenderScreen::RenderScreen(const RenderOptions& options, std::shared_ptr<SimPlatform> platform)

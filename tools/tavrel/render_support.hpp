@@ -33,8 +33,8 @@ struct RenderOptions {
 // --size, --scale, -o/--output (required) and --tree.
 void addRenderOptions(CLI::App& command, RenderOptions& options);
 
-// "WxH" in points, each from 1 to 10000; UsageError otherwise.
-CGSize parseScreenSize(std::string_view text);
+// "WxH" in points, each from 1 to 10000; UsageError naming `option` otherwise.
+CGSize parseScreenSize(std::string_view text, std::string_view option = "--size");
 
 class RenderScreen {
  public:

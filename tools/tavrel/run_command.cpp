@@ -22,6 +22,9 @@ void addSessionOptions(CLI::App& command, SessionCommandOptions& options) {
   command.add_flag("--window", options.window, "show the session in a window, on the real clock");
   command.add_option("--seed", options.seed, "seed of the simulation, replacing the script's");
   command.add_flag("--no-frames", options.noFrames, "draw no frames but the snapshots (the benchmark's baseline)");
+  command.add_option("--service", options.serviceUrl,
+                     "play against this service (tavrel serve's base-url) instead of the run's own");
+  command.add_option("--ca-file", options.caFile, "the certificate to trust for --service (tavrel serve's ca-file)");
 }
 
 int playSessionScript(std::string_view text, const std::string& name, const SessionCommandOptions& options) {
@@ -38,6 +41,9 @@ int playSessionScript(std::string_view text, const std::string& name, const Sess
   run.realtime = options.realtime || options.window;
   run.seed = options.seed;
   run.drawFrames = !options.noFrames;
+  if (options.serviceUrl.has_value() != !options.caFile.empty()) throw UsageError("--service and --ca-file go together");
+  run.serviceUrl = options.serviceUrl;
+  run.caFile = options.caFile;
   if (options.window) {
 #ifdef TAVREL_HAVE_SDL2
     run.target = windowTarget();

@@ -2,6 +2,7 @@
 // running a game against the library without the real service and trying its login gate by hand.
 
 #include "commands.hpp"
+#include "live_page.hpp"
 
 #include "endpoint/https_server.hpp"
 #include "endpoint/mock_service.hpp"
@@ -212,13 +213,18 @@ void run(const Options& options, int& exitStatus) {
   ::signal(SIGPIPE, SIG_IGN);
 
   auto output = std::make_shared<Output>();
+  auto page = std::make_shared<LivePage>();
   endpoint::HttpsServer::Options serverOptions;
   serverOptions.port = options.port;
   serverOptions.keepAlive = true;  // as the real service: the library reuses its connections
-  serverOptions.keepBodies = false;
+  // Each page's stream holds a worker for as long as it is open: the service keeps its own.
+  serverOptions.threads += LivePage::kMaxStreams;
+  // The page decodes the latest upload of each URL; the records are dropped every tick.
+  serverOptions.keepBodies = true;
   serverOptions.uploadsDirectory = options.uploads;
   // Method, path, status and body size only: headers and bodies carry tokens and passwords.
-  serverOptions.onRecord = [output](const endpoint::RecordedRequest& request) {
+  serverOptions.onRecord = [output, page](const endpoint::RecordedRequest& request) {
+    page->record(request);
     output->line(request.method + " " + printablePath(request.path) + " " +
                  (request.dropped ? std::string("dropped") : std::to_string(request.status)) + " " +
                  std::to_string(request.bodySize));
@@ -236,20 +242,25 @@ void run(const Options& options, int& exitStatus) {
 
   const std::string launchUrl = makeLaunchUrl(accounts, options.scheme, server->baseUrl());
   accounts.service.install(*server);
+  page->install(*server);
 
   output->line("base-url: " + server->baseUrl());
   output->line("ca-file: " + server->caFile());
   output->line("uploads: " + (options.uploads.empty() ? std::string("(not stored)")
                                                        : std::filesystem::absolute(options.uploads).string()));
+  output->line("page: " + server->baseUrl() + "/");
   output->line("launch-url: " + launchUrl);
 
-  const timespec tick{1, 0};
+  // The page's pictures are drawn here, on the main thread, as the toolkit's text wants.
+  const timespec tick{0, 200'000'000};
   for (;;) {
     const int signal = sigtimedwait(&stopSignals, nullptr, &tick);
     if (signal == SIGINT || signal == SIGTERM) break;
     // Nothing here reads the record; dropping it keeps a long run's memory flat.
     server->clearRequests();
+    page->refresh();
   }
+  page->close();
   server->stop();
   exitStatus = 0;
 }

@@ -18,6 +18,8 @@ struct SessionCommandOptions {
   bool window = false;
   std::optional<std::uint64_t> seed;
   bool noFrames = false;
+  std::optional<std::string> serviceUrl;
+  std::string caFile;
 };
 
 void addSessionOptions(CLI::App& command, SessionCommandOptions& options);

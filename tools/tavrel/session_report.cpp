@@ -1,11 +1,8 @@
 #include "session_report.hpp"
 
 #include "session_script.hpp"
-#include "ui/embedded_fonts.hpp"
 
 #include <cairo.h>
-#include <pango/pangocairo.h>
-#include <pango/pangofc-fontmap.h>
 
 #include <algorithm>
 #include <cmath>
@@ -44,43 +41,15 @@ std::string uploadsLine(const SessionReport& r) {
 
 std::string outcomeLine(const SessionReport& r) {
   if (r.exitStatus == 0) return "OK: " + std::to_string(r.checksPassed) + " checks passed";
-  return std::string(r.exitStatus == 1 ? "FAILED: " : "ERROR: ") + r.failure;
+  if (r.exitStatus == 1 || r.exitStatus == 2) return std::string(r.exitStatus == 1 ? "FAILED: " : "ERROR: ") + r.failure;
+  return "ENDED: " + r.failure + " after " + std::to_string(r.checksPassed) + " checks passed";
 }
 
 using Surface = std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)>;
 using Context = std::unique_ptr<cairo_t, decltype(&cairo_destroy)>;
-using Layout = std::unique_ptr<PangoLayout, decltype(&g_object_unref)>;
 
-// The library's faces, then the machine's fonts for what they lack: the sheet reads the same on
-// any machine.
-PangoFontMap* sheetFontMap() {
-  static PangoFontMap* map = [] {
-    PangoFontMap* made = pango_cairo_font_map_new();
-    FcConfig* config = text::embeddedFaces().makeConfig(true);
-    pango_fc_font_map_set_config(PANGO_FC_FONT_MAP(made), config);
-    FcConfigDestroy(config);
-    return made;
-  }();
-  return map;
-}
-
-void drawText(cairo_t* cr, const std::string& text, double x, double y, double size, bool bold, double maxWidth) {
-  PangoContext* context = pango_font_map_create_context(sheetFontMap());
-  Layout layout(pango_layout_new(context), g_object_unref);
-  g_object_unref(context);
-  pango_cairo_update_layout(cr, layout.get());
-  PangoFontDescription* font = pango_font_description_new();
-  pango_font_description_set_family(font, text::kEmbeddedFamily);
-  pango_font_description_set_absolute_size(font, size * PANGO_SCALE);
-  if (bold) pango_font_description_set_weight(font, PANGO_WEIGHT_BOLD);
-  pango_layout_set_font_description(layout.get(), font);
-  pango_font_description_free(font);
-  pango_layout_set_width(layout.get(), static_cast<int>(maxWidth * PANGO_SCALE));
-  pango_layout_set_ellipsize(layout.get(), PANGO_ELLIPSIZE_END);
-  pango_layout_set_text(layout.get(), text.c_str(), -1);
-  cairo_move_to(cr, x, y);
-  pango_cairo_show_layout(cr, layout.get());
-}
+const CGColorRef kTitle{1, 1, 1, 1};
+const CGColorRef kCaption{0.75, 0.78, 0.82, 1};
 
 }  // namespace
 
@@ -99,6 +68,11 @@ std::string reportText(const SessionReport& r) {
       out << groupDigits(file.emitted) << " handed to the SDK, no file named\n";
       continue;
     }
+    if (!file.created) {
+      out << groupDigits(file.emitted) << " handed to the SDK, none written; no event created documents/"
+          << file.path.filename().string() << "\n";
+      continue;
+    }
     out << groupDigits(file.emitted) << " handed to the SDK, " << groupDigits(file.written) << " written, "
         << groupDigits(std::max<std::int64_t>(0, file.emitted - file.written)) << " dropped; "
         << "documents/" << file.path.filename().string() << ", " << groupDigits(static_cast<std::int64_t>(file.bytes))
@@ -107,7 +81,10 @@ std::string reportText(const SessionReport& r) {
         << "\n";
   }
   out << "  uploads        " << uploadsLine(r) << "\n";
-  out << "  service        " << r.validateRequests << " validate, " << r.loginRequests << " login requests\n";
+  out << "  service        " << r.validateRequests << " validate, " << r.loginRequests << " login requests; "
+      << groupDigits(static_cast<std::int64_t>(r.requests)) << (r.requests == 1 ? " request" : " requests") << " over "
+      << groupDigits(static_cast<std::int64_t>(r.connections)) << (r.connections == 1 ? " connection" : " connections")
+      << "\n";
   out << "  snapshots      " << r.snapshots.size() << " in snapshots/"
       << (r.snapshots.empty() ? "" : ", told in contact-sheet.png") << "\n";
   out << "  exit           " << (r.exitRecorded ? "exit(" + std::to_string(*r.exitRecorded) + ") recorded" : "none") << "\n";
@@ -121,7 +98,7 @@ nlohmann::json reportJson(const SessionReport& r) {
   for (const auto& entry : r.story) story.push_back({{"time", entry.time}, {"text", entry.text}});
   nlohmann::json files = nlohmann::json::array();
   for (const auto& f : r.files) {
-    files.push_back({{"label", f.label}, {"path", f.path.string()}, {"bytes", f.bytes}, {"emitted", f.emitted},
+    files.push_back({{"label", f.label}, {"path", f.path.string()}, {"created", f.created}, {"bytes", f.bytes}, {"emitted", f.emitted},
                      {"written", f.written}, {"dropped", std::max<std::int64_t>(0, f.emitted - f.written)},
                      {"wellFormed", f.wellFormed}, {"sameAsLastUpload", f.sameAsLastUpload}});
   }
@@ -142,6 +119,8 @@ nlohmann::json reportJson(const SessionReport& r) {
           {"bytesUploaded", r.bytesUploaded},
           {"validateRequests", r.validateRequests},
           {"loginRequests", r.loginRequests},
+          {"requests", r.requests},
+          {"connections", r.connections},
           {"checksPassed", r.checksPassed},
           {"snapshots", snapshots},
           {"exitRecorded", r.exitRecorded ? nlohmann::json(*r.exitRecorded) : nlohmann::json(nullptr)},
@@ -150,11 +129,11 @@ nlohmann::json reportJson(const SessionReport& r) {
           {"exitStatus", r.exitStatus}};
 }
 
-bool writeContactSheet(const SessionReport& report, const std::filesystem::path& png) {
+bool writeContactSheet(const SessionReport& report, const std::filesystem::path& png, const EventPlot* plot) {
   if (report.snapshots.empty()) return false;
   constexpr double kThumbWidth = 240;
   constexpr double kGap = 20;
-  constexpr double kCaption = 44;
+  constexpr double kCaptionHeight = 44;
   constexpr double kHeader = 76;
   std::vector<Surface> pictures;
   for (const auto& snapshot : report.snapshots) {
@@ -170,22 +149,26 @@ bool writeContactSheet(const SessionReport& report, const std::filesystem::path&
   const std::size_t columns = std::min<std::size_t>(pictures.size(), 5);
   const std::size_t rows = (pictures.size() + columns - 1) / columns;
   const int width = static_cast<int>(kGap + static_cast<double>(columns) * (kThumbWidth + kGap));
-  const int height = static_cast<int>(kHeader + static_cast<double>(rows) * (thumbHeight + kCaption + kGap));
+  const double gridBottom = kHeader + static_cast<double>(rows) * (thumbHeight + kCaptionHeight + kGap);
+  // The plot spans the sheet, never narrower than its default.
+  const CGSize plotSize{std::max<double>(width - 2 * kGap, kDefaultPlotSize.width),
+                        std::round(std::max<double>(width - 2 * kGap, kDefaultPlotSize.width) * 0.6)};
+  const int sheetWidth = plot ? std::max(width, static_cast<int>(plotSize.width + 2 * kGap)) : width;
+  const int height = static_cast<int>(gridBottom + (plot ? plotSize.height + kGap : 0));
 
-  Surface sheet(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height), cairo_surface_destroy);
+  Surface sheet(cairo_image_surface_create(CAIRO_FORMAT_RGB24, sheetWidth, height), cairo_surface_destroy);
   Context cr(cairo_create(sheet.get()), cairo_destroy);
-  cairo_set_source_rgb(cr.get(), 0.12, 0.13, 0.15);
-  cairo_paint(cr.get());
-  cairo_set_source_rgb(cr.get(), 1, 1, 1);
-  drawText(cr.get(), report.script + " \xE2\x80\x94 " + sessionTime(report.sessionSeconds) + " of session", kGap, 16, 22,
-           true, width - 2 * kGap);
-  cairo_set_source_rgb(cr.get(), 0.75, 0.78, 0.82);
-  drawText(cr.get(), outcomeLine(report) + " \xC2\xB7 " + uploadsLine(report), kGap, 46, 14, false, width - 2 * kGap);
+  cairo_t* c = cr.get();
+  cairo_set_source_rgb(c, 0.12, 0.13, 0.15);
+  cairo_paint(c);
+  drawTextLine(c, report.script + " \xE2\x80\x94 " + sessionTime(report.sessionSeconds) + " of session", {kGap, 16}, 22,
+               kTitle, true, sheetWidth - 2 * kGap);
+  drawTextLine(c, outcomeLine(report) + " \xC2\xB7 " + uploadsLine(report), {kGap, 46}, 14, kCaption, false,
+               sheetWidth - 2 * kGap);
 
   for (std::size_t i = 0; i < pictures.size(); ++i) {
     const double x = kGap + static_cast<double>(i % columns) * (kThumbWidth + kGap);
-    const double y = kHeader + static_cast<double>(i / columns) * (thumbHeight + kCaption + kGap);
-    cairo_t* c = cr.get();
+    const double y = kHeader + static_cast<double>(i / columns) * (thumbHeight + kCaptionHeight + kGap);
     cairo_save(c);
     cairo_rectangle(c, x, y, kThumbWidth, thumbHeight);
     cairo_clip(c);
@@ -198,11 +181,10 @@ bool writeContactSheet(const SessionReport& report, const std::filesystem::path&
     cairo_pattern_set_filter(cairo_get_source(c), CAIRO_FILTER_GOOD);
     cairo_paint(c);
     cairo_restore(c);
-    cairo_set_source_rgb(c, 1, 1, 1);
-    drawText(c, sessionTime(report.snapshots[i].time), x, y + thumbHeight + 6, 15, true, kThumbWidth);
-    cairo_set_source_rgb(c, 0.75, 0.78, 0.82);
-    drawText(c, report.snapshots[i].name, x, y + thumbHeight + 24, 13, false, kThumbWidth);
+    drawTextLine(c, sessionTime(report.snapshots[i].time), {x, y + thumbHeight + 6}, 15, kTitle, true, kThumbWidth);
+    drawTextLine(c, report.snapshots[i].name, {x, y + thumbHeight + 24}, 13, kCaption, false, kThumbWidth);
   }
+  if (plot) drawEventPlot(c, CGRectMake(kGap, gridBottom, plotSize.width, plotSize.height), *plot);
   cairo_surface_flush(sheet.get());
   if (cairo_surface_write_to_png(sheet.get(), png.c_str()) != CAIRO_STATUS_SUCCESS) {
     throw std::runtime_error("cannot write " + png.string());

@@ -3,6 +3,8 @@
 // What a scripted session did, as the run's report.txt, report.json and contact sheet show it.
 // Plain data: fill it on one thread, then render.
 
+#include "event_plot.hpp"
+
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
@@ -29,6 +31,7 @@ struct SnapshotRecord {
 struct EventFileSummary {
   std::string label;  // "game events", "input events"
   std::filesystem::path path;  // empty while the SDK has named no file
+  bool created = false;  // an event reached the file: the SDK creates it at the first
   std::uint64_t bytes = 0;
   std::int64_t emitted = 0;  // what the game or the player's touches handed to the SDK
   std::int64_t written = 0;  // records in the file
@@ -50,6 +53,8 @@ struct SessionReport {
   std::uint64_t bytesUploaded = 0;
   int validateRequests = 0;
   int loginRequests = 0;
+  std::size_t requests = 0;     // every request the service answered or dropped
+  std::uint64_t connections = 0;  // that carried them
   int checksPassed = 0;
   std::vector<SnapshotRecord> snapshots;
   std::optional<int> exitRecorded;
@@ -62,8 +67,10 @@ std::string reportText(const SessionReport& report);
 nlohmann::json reportJson(const SessionReport& report);
 
 // One PNG that tells the session in its snapshots: thumbnails in a grid, each captioned with its
-// time and name, under a title. Throws std::runtime_error when a snapshot cannot be read or the
-// sheet cannot be written. No snapshots: no sheet, returns false.
-bool writeContactSheet(const SessionReport& report, const std::filesystem::path& png);
+// time and name, under a title, and the plot of the recording as the last panel when given.
+// Throws std::runtime_error when a snapshot cannot be read or the sheet cannot be written.
+// No snapshots: no sheet, returns false.
+bool writeContactSheet(const SessionReport& report, const std::filesystem::path& png,
+                       const EventPlot* plot = nullptr);
 
 }  // namespace tavrel::cli

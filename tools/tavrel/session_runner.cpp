@@ -16,6 +16,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <stdlib.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -30,6 +31,7 @@
 #include <sstream>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 namespace tavrel::cli {
 namespace {
@@ -202,12 +204,21 @@ class SessionRun {
   void tell(std::string text);
   void tellAt(double time, std::string text);
   void finishReport();
+  int conclude();  // the report, the sheet and the log; returns the exit status
+  int setupLine(const char* setting) const;
+  static void exitedWith(int status, void* run);
   static TavrelSDK& sdk() { return TavrelSDK::sharedInstance(); }
+  std::string serviceUrl() const { return server_ ? server_->baseUrl() : options_.serviceUrl.value_or(""); }
 
   const SessionScript& script_;
   const RunOptions& options_;
   fs::path out_;
+  SteadyClock::time_point wallStart_;
+  double cpuStart_ = 0;
+  // The run in real time from set-up to its last step: an exit meanwhile ends the session.
+  static inline SessionRun* playing = nullptr;
   SessionReport report_;
+  std::optional<EventPlot> plot_;  // the recording's, once the session is over
   int currentLine_ = 0;
 
   std::unique_ptr<endpoint::HttpsServer> server_;
@@ -256,7 +267,12 @@ void SessionRun::tell(std::string text) {
 }
 
 void SessionRun::startService() {
+  if (options_.serviceUrl) {
+    if (script_.setting.lines.count("service")) fail(2, "service: set by the other service's own options with --service");
+    return;
+  }
   endpoint::HttpsServer::Options serverOptions;
+  serverOptions.keepAlive = true;  // as the real service and `tavrel serve`: the library reuses its connections
   serverOptions.uploadsDirectory = (out_ / "received").string();
   serverOptions.onRecord = [this](const endpoint::RecordedRequest& request) {
     const std::string outcome = request.dropped ? "dropped" : std::to_string(request.status);
@@ -289,7 +305,7 @@ void SessionRun::startPlatform() {
     platform_ = sim_;
   }
   platform_->setDocumentsDirectory((out_ / "documents").string());
-  platform_->setTrustedCertificatesFile(server_->caFile());
+  platform_->setTrustedCertificatesFile(server_ ? server_->caFile() : options_.caFile);
   nlohmann::json types = nlohmann::json::array();
   types.push_back({{"CFBundleURLSchemes", script_.setting.urlSchemes}});
   platform_->setInfoDictionaryJson(nlohmann::json{{"CFBundleURLTypes", types}}.dump());
@@ -456,6 +472,7 @@ std::pair<bool, std::string> SessionRun::evaluate(const Condition& c) {
       return {c.count.holds(count), std::to_string(count) + " records in the file"};
     }
     case Condition::Kind::Uploads: {
+      if (!server_) fail(2, "uploads: only the run's own service counts them, not one given by --service");
       std::int64_t count = 0;
       std::map<std::string, int> byStatus;
       for (const auto& request : server_->requests()) {
@@ -490,8 +507,8 @@ void SessionRun::perform(const step::Launch& s) {
   LaunchUrlValues values;
   values.scheme = script_.setting.urlSchemes.empty() ? "tavreldemo" : script_.setting.urlSchemes.front();
   values.launchToken = s.token.value_or("");
-  if (s.gameEventPath) values.gameEventUrl = server_->url(*s.gameEventPath);
-  if (s.inputEventPath) values.inputEventUrl = server_->url(*s.inputEventPath);
+  if (s.gameEventPath) values.gameEventUrl = serviceUrl() + *s.gameEventPath;
+  if (s.inputEventPath) values.inputEventUrl = serviceUrl() + *s.inputEventPath;
   if (s.gameEventPath || s.inputEventPath || s.recordingStartedAt) {
     values.recordingStartedAt = s.recordingStartedAt.value_or(platform_->currentMilliseconds());
   }
@@ -596,7 +613,7 @@ void SessionRun::finishReport() {
   report_.sessionSeconds = now();
   // Stop the worker and the reply queue before reading what they wrote.
   if (sim_) sim_->shutdown();
-  server_->stop();
+  if (server_) server_->stop();
   {
     std::lock_guard lock(mutex_);
     std::stable_sort(story_.begin(), story_.end(), [](const StoryEntry& a, const StoryEntry& b) { return a.time < b.time; });
@@ -607,7 +624,9 @@ void SessionRun::finishReport() {
     writeText(out_ / "sdk.log", text);
   }
   report_.exitRecorded = exitSeen_;
-  const auto requests = server_->requests();
+  const auto requests = server_ ? server_->requests() : std::vector<endpoint::RecordedRequest>{};
+  report_.requests = requests.size();
+  report_.connections = server_ ? server_->connectionsAccepted() : 0;
   for (const auto& request : requests) {
     if (request.method == "PUT") {
       ++report_.uploadsByStatus[request.dropped ? "dropped" : std::to_string(request.status)];
@@ -618,6 +637,7 @@ void SessionRun::finishReport() {
       ++report_.loginRequests;
     }
   }
+  std::vector<std::pair<std::string, EventFileContents>> recorded;
   const auto summarize = [&](const char* label, const SessionString& name, const SessionString& url,
                              std::int64_t emitted) {
     EventFileSummary summary;
@@ -626,10 +646,12 @@ void SessionRun::finishReport() {
     const auto file = name.get();
     if (!file) return summary;
     summary.path = out_ / "documents" / *file;
+    std::error_code missing;
+    summary.created = fs::exists(summary.path, missing);
     std::string error;
     const auto bytes = readBinaryFile(summary.path.string(), error);
     if (!bytes) return summary;
-    const EventFileContents contents = readEventFile(*bytes);
+    EventFileContents contents = readEventFile(*bytes);
     summary.bytes = bytes->size();
     summary.written = static_cast<std::int64_t>(contents.gameEvents.size() + contents.inputRecords.size());
     summary.wellFormed = contents.wellFormed();
@@ -639,15 +661,37 @@ void SessionRun::finishReport() {
       const auto copy = readBinaryFile((out_ / "received" / endpoint::HttpsServer::uploadFileName(request.path)).string(), error);
       summary.sameAsLastUpload = copy && *copy == *bytes;
     }
+    recorded.emplace_back(summary.path.filename().string(), std::move(contents));
     return summary;
   };
   report_.files.push_back(summarize("game events", _gameEventFilename, _gameEventUrl, gameEventsEmitted_));
   report_.files.push_back(summarize("input events", _inputEventFilename, _inputEventUrl, touchesToOverlay_));
+  const CGSize screen = script_.setting.screen;
+  plot_ = makeEventPlot(recorded, {std::min(screen.width, screen.height), std::max(screen.width, screen.height)});
+}
+
+// Where a set-up error points: the setting that asked for it, else the first action.
+int SessionRun::setupLine(const char* setting) const {
+  if (const auto it = script_.setting.lines.find(setting); it != script_.setting.lines.end()) return it->second;
+  return script_.steps.empty() ? 1 : script_.steps.front().line;
+}
+
+// The real platform's exit ends the process in the middle of a step: the report is written on
+// the way out, as after the last step.
+void SessionRun::exitedWith(int status, void*) {
+  if (playing == nullptr) return;
+  SessionRun& self = *std::exchange(playing, nullptr);
+  self.exitSeen_ = status;
+  self.tell("the process ends now with exit(" + std::to_string(status) + ")");
+  self.report_.exitStatus = status;
+  self.report_.failure = self.options_.scriptName + ":" + std::to_string(self.currentLine_) +
+                         ": the game ended the process with exit(" + std::to_string(status) + ")";
+  self.conclude();
 }
 
 int SessionRun::run() {
-  const auto wallStart = SteadyClock::now();
-  const double cpuStart = cpuSeconds();
+  wallStart_ = SteadyClock::now();
+  cpuStart_ = cpuSeconds();
   report_.script = options_.scriptName;
   report_.realtime = options_.realtime;
   try {
@@ -657,12 +701,19 @@ int SessionRun::run() {
     std::cerr << options_.scriptName << ": --out: " << e.what() << "\n";
     return 2;
   }
+  if (options_.realtime) {
+    static const bool registered = ::on_exit(&SessionRun::exitedWith, nullptr) == 0;
+    if (registered) playing = this;
+  }
   try {
+    currentLine_ = setupLine("service");
     startService();
+    currentLine_ = setupLine("url-schemes");
     startPlatform();
     // Serving starts once the platform is in place: the server's threads read its clock.
-    server_->start();
-    platform_->setServiceBaseUrlForTesting(server_->baseUrl());
+    if (server_) server_->start();
+    platform_->setServiceBaseUrlForTesting(serviceUrl());
+    currentLine_ = setupLine("screen");
     startScreen();
     for (const Step& step : script_.steps) execute(step);
   } catch (const RunFailure& failure) {
@@ -672,20 +723,25 @@ int SessionRun::run() {
     report_.exitStatus = 2;
     report_.failure = options_.scriptName + ":" + std::to_string(currentLine_) + ": " + e.what();
   }
+  playing = nullptr;
+  return conclude();
+}
+
+int SessionRun::conclude() {
   if (!report_.failure.empty()) tellAt(clock_ ? now() : 0, "stopped: " + report_.failure);
-  if (server_ && platform_ && window_) {
+  if (platform_ && window_) {
     finishReport();
   } else if (server_) {
     server_->stop();
   }
   try {
-    writeContactSheet(report_, out_ / "contact-sheet.png");
+    writeContactSheet(report_, out_ / "contact-sheet.png", plot_ ? &*plot_ : nullptr);
   } catch (const std::exception& e) {
     report_.exitStatus = 2;
     report_.failure = options_.scriptName + ": " + e.what();
   }
-  report_.wallSeconds = std::chrono::duration<double>(SteadyClock::now() - wallStart).count();
-  report_.cpuSeconds = cpuSeconds() - cpuStart;
+  report_.wallSeconds = std::chrono::duration<double>(SteadyClock::now() - wallStart_).count();
+  report_.cpuSeconds = cpuSeconds() - cpuStart_;
   const std::string text = reportText(report_);
   writeText(out_ / "report.txt", text);
   writeText(out_ / "report.json", reportJson(report_).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");

@@ -42,6 +42,10 @@ struct RunOptions {
   // False: no frame between snapshots (the benchmark's baseline).
   bool drawFrames = true;
   FrameTarget target;  // empty: headless
+  // Another service (`tavrel serve`) at this base URL, trusted through `caFile`, instead of the
+  // run's own: the script then sets no `service` and checks no `uploads`.
+  std::optional<std::string> serviceUrl;
+  std::string caFile;
 };
 
 int runSessionScript(const SessionScript& script, const RunOptions& options);

@@ -1,5 +1,6 @@
 #include "session_script.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -106,9 +107,16 @@ class Arguments {
     if (value < min || value > max) fail(std::string(what) + " out of range: " + word);
     return value;
   }
-  // Seconds, or M:SS with a fraction.
+  // Seconds, or M:SS with a fraction, up to the longest session.
   double time(const char* what) {
     const std::string word = keyword(what);
+    const double seconds = anyTime(what, word);
+    if (seconds > kMaxSessionSeconds) {
+      fail(std::string(what) + " longer than a session may run (" + sessionTime(kMaxSessionSeconds) + "): " + word);
+    }
+    return seconds;
+  }
+  double anyTime(const char* what, const std::string& word) {
     const auto colon = word.find(':');
     Arguments parts({{word.substr(0, colon), false}}, line_, command_);
     if (colon == std::string::npos) return parts.number(what, 0, 1e7);
@@ -283,7 +291,7 @@ const std::map<std::string, ActionParser>& actionParsers() {
          if (m.path.empty()) a.fail("expected at least one point before 'over'");
          if (!a.peekIs("over")) a.fail("expected 'over SECONDS' after the points");
          a.keyword("over");
-         m.seconds = a.number("a duration in seconds", 0, 1e6);
+         m.seconds = a.time("a duration");
          return m;
        }},
       {"up", [](Arguments& a) -> Action { return step::FingerUp{static_cast<int>(a.integer("a finger number", 0, 99)), false}; }},
@@ -432,6 +440,7 @@ SessionScript parseSessionScript(std::string_view text) {
     if (parseSetting(name, args, script.setting)) {
       if (acting) args.fail("a setting comes before the first action");
       args.end();
+      script.setting.lines[name] = number;
       continue;
     }
     acting = true;
@@ -469,6 +478,17 @@ SessionScript parseSessionScript(std::string_view text) {
     script.steps.push_back(std::move(step));
   }
   if (!blocks.empty()) throw ScriptError(blocks.back().line, "repeat: no end");
+  // The latest the session can reach, step by step: a wait-until may take its whole time-out.
+  double latest = 0;
+  for (const Step& step : script.steps) {
+    if (const auto* wait = std::get_if<step::Wait>(&step.action)) latest += wait->seconds;
+    if (const auto* at = std::get_if<step::At>(&step.action)) latest = std::max(latest, at->time);
+    if (const auto* until = std::get_if<step::WaitUntil>(&step.action)) latest += until->timeout;
+    if (latest > kMaxSessionSeconds) {
+      throw ScriptError(step.line, "the session could run past " + sessionTime(kMaxSessionSeconds) +
+                                       " here (its waits and time-outs add up so far)");
+    }
+  }
   return script;
 }
 

@@ -14,6 +14,7 @@
 #include <tavrel_sdk/ui/geometry.hpp>
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -117,7 +118,14 @@ struct SessionSetting {
   int failedUploads = 0;
   std::uint64_t seed = 1;
   bool animatedGame = false;  // the demo's animated scene under the overlay; else a plain view
+  // The line of each setting command ("screen", "service", ...) as last given, for the errors
+  // of setting the session up.
+  std::map<std::string, int> lines;
 };
+
+// The longest session a script may ask for: its waits, times and time-outs add up to at most
+// this (two hours of the session's clock, a few minutes of CPU in virtual time).
+inline constexpr double kMaxSessionSeconds = 2 * 60 * 60;
 
 struct SessionScript {
   SessionSetting setting;

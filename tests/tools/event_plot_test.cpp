@@ -1,0 +1,123 @@
+// The recording's plot, drawn in process and read back by its pixels at the places its layout
+// gives: fingers told apart, a mark reused after a touch ended, a finger without a mark, a
+// dropped run, a landscape screen.
+
+#include "event_plot.hpp"
+
+#include <tavrel_sdk/ui/image.hpp>
+
+#include "recording/sample_events.hpp"
+#include "support/sandbox.hpp"
+#include "support/tool_runner.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <memory>
+
+namespace tavrel::testing {
+namespace {
+
+using cli::EventPlot;
+
+std::string moved(std::int32_t t, std::int32_t mark, std::int32_t x, std::int32_t y) {
+  return words({t, 7, 0, 6, mark, x, y, 1});
+}
+std::string ended(std::int32_t t, std::int32_t mark) { return words({t, 4, 0, 7, mark}); }
+
+class PlotPixels {
+ public:
+  explicit PlotPixels(const EventPlot& plot)
+      : surface_(cairo_image_surface_create(CAIRO_FORMAT_RGB24, 1000, 720), cairo_surface_destroy),
+        layout_(cli::layoutEventPlot(plot, CGRectMake(0, 0, 1000, 720))) {
+    cairo_t* cr = cairo_create(surface_.get());
+    cli::drawEventPlot(cr, CGRectMake(0, 0, 1000, 720), plot);
+    cairo_destroy(cr);
+    cairo_surface_flush(surface_.get());
+  }
+  const cli::EventPlotLayout& layout() const { return layout_; }
+
+  // The colour at a touch's place (or between two), as 0…1 components.
+  CGColorRef at(CGPoint p) const {
+    const auto* data = cairo_image_surface_get_data(surface_.get());
+    const int stride = cairo_image_surface_get_stride(surface_.get());
+    const auto pixel = *reinterpret_cast<const std::uint32_t*>(data + static_cast<int>(p.y) * stride +
+                                                              static_cast<int>(p.x) * 4);
+    return {((pixel >> 16) & 255) / 255.0, ((pixel >> 8) & 255) / 255.0, (pixel & 255) / 255.0, 1};
+  }
+  CGColorRef between(CGPoint a, CGPoint b, double share) const {
+    return at({a.x + (b.x - a.x) * share, a.y + (b.y - a.y) * share});
+  }
+
+ private:
+  std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> surface_;
+  cli::EventPlotLayout layout_;
+};
+
+bool near(const CGColorRef& a, const CGColorRef& b, double tolerance = 0.08) {
+  return std::abs(a.red - b.red) < tolerance && std::abs(a.green - b.green) < tolerance &&
+         std::abs(a.blue - b.blue) < tolerance;
+}
+
+TEST(EventPlot, TellsFingersTracksAndDroppedRunsApartOnALandscapeScreen) {
+  const std::string input = kMagic +
+                            // Finger 0, lifted; then a new finger on the same mark.
+                            moved(100, 0, 10000, 20000) + moved(150, 0, 20000, 20000) + moved(200, 0, 30000, 20000) +
+                            ended(250, 0) + moved(3000, 0, 10000, 50000) + moved(3050, 0, 30000, 50000) +
+                            ended(3100, 0) +
+                            // Finger 1 with a run dropped between its records.
+                            moved(400, 1, 50000, 10000) + moved(2000, 1, 50000, 40000) + ended(2100, 1) +
+                            // An eleventh finger: no mark.
+                            moved(500, -1, 60000, 60000) + ended(600, -1);
+  const std::string game = kHeader + "{\"a\": \"1\", \"e\": \"level\", \"t\": 0}\n";
+  const EventPlot plot = cli::makeEventPlot({{"i.evt", readEventFile(input)}, {"g.evt", readEventFile(game)}}, {390, 844});
+  const PlotPixels pixels(plot);
+  const auto& layout = pixels.layout();
+  ASSERT_TRUE(layout.landscape);
+  EXPECT_GT(layout.screen.size.width, layout.screen.size.height * 2);
+
+  const CGColorRef blue = cli::fingerColor(0), orange = cli::fingerColor(1), grey = cli::fingerColor(-1);
+  ASSERT_FALSE(near(blue, orange));
+  const auto point = [&](std::int32_t x, std::int32_t y) { return layout.touchPoint(x, y); };
+  const CGColorRef ground = pixels.between(point(40000, 30000), point(40000, 30000), 0);
+
+  // A solid track between records 50 ms apart, in the finger's colour.
+  EXPECT_TRUE(near(pixels.between(point(10000, 20000), point(20000, 20000), 0.5), blue));
+  // The reused mark starts a new track: nothing joins the first one's end to its start.
+  EXPECT_TRUE(near(pixels.between(point(10000, 50000), point(30000, 50000), 0.5), blue));
+  EXPECT_TRUE(near(pixels.between(point(30000, 20000), point(10000, 50000), 0.5), ground));
+  // The dropped run is dashed: some of it is the finger's colour, some the screen between.
+  int coloured = 0, gaps = 0;
+  for (double share = 0.2; share < 0.8; share += 0.01) {
+    const CGColorRef c = pixels.between(point(50000, 10000), point(50000, 40000), share);
+    coloured += !near(c, ground, 0.05) && c.red > c.blue;
+    gaps += near(c, ground, 0.05);
+  }
+  EXPECT_GT(coloured, 10);
+  EXPECT_GT(gaps, 10);
+  EXPECT_TRUE(near(pixels.between(point(50000, 10000), point(50000, 10000), 0), orange));
+  // The finger without a mark is a grey dot, joined to nothing.
+  EXPECT_TRUE(near(pixels.at(point(60000, 60000)), grey));
+  EXPECT_TRUE(near(pixels.between(point(50000, 40000), point(60000, 60000), 0.5), ground));
+  // The time line runs from the game event at 0 to the last record.
+  EXPECT_EQ(layout.firstMs, 0);
+  EXPECT_EQ(layout.lastMs, 3100);
+}
+
+TEST(EventPlot, ToolDrawsWhatItCanReadAndNamesWhatItCannot) {
+  if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
+  TemporaryDirectory directory;
+  const std::string input = directory.path() + "/i.evt", png = directory.path() + "/plot.png";
+  std::ofstream(input, std::ios::binary) << kMagic + kMoved + kEnded;
+  const ToolRun run = runTool({"plot", input, directory.path() + "/missing.evt", "-o", png, "--size", "640x480"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.err.find("missing.evt: cannot read"), std::string::npos) << run.err;
+  const auto picture = UIImage::imageWithData(readFile(png));
+  ASSERT_NE(picture, nullptr);
+  EXPECT_EQ(picture->pixelWidth(), 640);
+  EXPECT_EQ(picture->pixelHeight(), 480);
+}
+
+}  // namespace
+}  // namespace tavrel::testing

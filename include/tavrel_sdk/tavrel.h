@@ -150,11 +150,12 @@ TAVREL_C_API tavrel_status tavrel_run_main_loop_for(double seconds);
    for the game. The overlay lies over it; the login page and alerts are presented from it. */
 typedef struct tavrel_screen tavrel_screen;
 
-/* Main thread. Makes the screen at the installed host's size and shows it. *out receives one
-   reference; keep it while the game runs. */
+/* Main thread. Makes the screen at the installed host's size and shows it: the key window
+   and the application's window, whose root controller a NULL screen stands for below. *out
+   receives one reference; keep it while the game runs. */
 TAVREL_C_API tavrel_status tavrel_screen_new(tavrel_screen **out);
-/* Main thread. Releases the caller's reference; the library keeps the controller the overlay
-   and pages use. NULL is ignored. */
+/* Main thread. Releases the caller's reference; the application keeps its window, and the
+   library the controller the overlay and pages use. NULL is ignored. */
 TAVREL_C_API void tavrel_screen_free(tavrel_screen *screen);
 
 /* ---- The game's calls ------------------------------------------------------------------- */
@@ -179,7 +180,7 @@ TAVREL_C_API int tavrel_get_user_id(char *buffer, size_t size);
 TAVREL_C_API tavrel_status tavrel_process_url_request(const char *url);
 
 /* Main thread. The screen whose root controller presents the login page and alerts; NULL
-   takes the application's (the key window's) root controller. */
+   takes the application's window's (the last screen made). */
 TAVREL_C_API tavrel_status tavrel_set_view_controller(tavrel_screen *screen);
 /* Main thread. Makes the one overlay over the screen (NULL: as tavrel_set_view_controller);
    a second call changes nothing. */

@@ -99,7 +99,9 @@ typedef enum tavrel_status {
   /* A call after the moment it was meant for (a host installed once a screen is shown). */
   TAVREL_ERROR_TOO_LATE = -7,
   /* A right call whose work failed (a file that could not be written, memory). */
-  TAVREL_ERROR_FAILED = -8
+  TAVREL_ERROR_FAILED = -8,
+  /* Not a status: makes the type as wide as an int, so codes added later fit any caller. */
+  TAVREL_STATUS_MAX_ENUM = 0x7fffffff
 } tavrel_status;
 
 /* Any thread. A static English text for the code, e.g. "null argument"; "unknown status" for

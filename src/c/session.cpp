@@ -58,6 +58,7 @@ const char* tavrel_status_text(tavrel_status status) {
     case TAVREL_ERROR_NOT_READY: return "not ready";
     case TAVREL_ERROR_TOO_LATE: return "too late";
     case TAVREL_ERROR_FAILED: return "failed";
+    case TAVREL_STATUS_MAX_ENUM: break;
   }
   return "unknown status";
 }

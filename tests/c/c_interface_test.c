@@ -8,16 +8,14 @@
 #include <ftw.h>
 #include <pthread.h>
 #include <signal.h>
-#include <spawn.h>
 #include <stdatomic.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
-
-extern char **environ;
 
 #define REFUSED_TOKEN "TOKENPREFIX-0123456789ab" "REFUSED-0123456789abcdef"
 
@@ -82,24 +80,26 @@ static size_t log_mark(void) {
 
 /* ---- The mock service, a child process ---------------------------------------------------- */
 
-static pid_t service;
+static pid_t service = -1;
 static char base_url[1024];
 static char ca_file[1024];
 
+/* Started before the library makes any thread; it ends with this process, however that ends. */
 static bool start_service(const char *tool, const char *uploads) {
   int out[2];
   if (pipe(out) != 0) return false;
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-  posix_spawn_file_actions_addclose(&actions, out[0]);
-  posix_spawn_file_actions_addclose(&actions, out[1]);
-  char *argv[] = {(char *)tool, "serve", "--refuse-token", REFUSED_TOKEN, "--user", "ann:secret",
-                  "--uploads", (char *)uploads, "--scheme", "cgame", NULL};
-  const int spawned = posix_spawn(&service, tool, &actions, NULL, argv, environ);
-  posix_spawn_file_actions_destroy(&actions);
+  service = fork();
+  if (service == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    dup2(out[1], STDOUT_FILENO);
+    close(out[0]);
+    close(out[1]);
+    execl(tool, tool, "serve", "--refuse-token", REFUSED_TOKEN, "--user", "ann:secret", "--uploads", uploads,
+          "--scheme", "cgame", (char *)NULL);
+    _exit(127);
+  }
   close(out[1]);
-  if (spawned != 0) {
+  if (service < 0) {
     close(out[0]);
     return false;
   }

@@ -140,14 +140,7 @@ tavrel_status tavrel_screen_new(tavrel_screen** out) {
   });
 }
 
-void tavrel_screen_free(tavrel_screen* screen) {
-  guarded("tavrel_screen_free", [&](const Call& call) {
-    if (!screen) return TAVREL_OK;
-    if (const tavrel_status status = call.onMainThread()) return status;  // kept: freed off the main thread
-    delete screen;
-    return TAVREL_OK;
-  });
-}
+void tavrel_screen_free(tavrel_screen* screen) { tavrel::c::release("tavrel_screen_free", screen); }
 
 // --- The game's calls ------------------------------------------------------------------------
 

@@ -8,8 +8,9 @@
  *
  * Conventions
  * - Status: a function that can be misused returns a tavrel_status: TAVREL_OK (0), or a
- *   negative code, and then it has changed nothing and has logged one line that names the
- *   function and the problem (to stderr and to a tavrel_set_log_callback() callback).
+ *   negative code, and then it has logged one line that names the function and the problem
+ *   (to stderr and to a tavrel_set_log_callback() callback); a refusal (any code but
+ *   TAVREL_ERROR_FAILED) has changed nothing.
  *   tavrel_status_text() turns a code into text. No C++ exception ever leaves a function.
  * - Strings in: NUL-terminated UTF-8, copied before the call returns; the caller keeps
  *   ownership. A string that is not valid UTF-8 is refused with TAVREL_ERROR_INVALID_UTF8.
@@ -90,7 +91,8 @@ typedef enum tavrel_status {
   /* A number or size out of its range: a count of 0, a screen size or scale, a time. */
   TAVREL_ERROR_OUT_OF_RANGE = -3,
   /* An argument of the right type that cannot be used: Info dictionary text that is not a
-     JSON object; for a host library's own functions, a host of another kind. */
+     JSON object, an input event whose first word is not its length less one; for a host
+     library's own functions, a host of another kind. */
   TAVREL_ERROR_INVALID_ARGUMENT = -4,
   /* A main-thread function called on another thread. */
   TAVREL_ERROR_WRONG_THREAD = -5,
@@ -123,7 +125,7 @@ TAVREL_C_API extern const unsigned char tavrel_sdkVersionString[];
 TAVREL_C_API tavrel_status tavrel_set_documents_directory(const char *path);
 
 /* Any thread. The game's Info dictionary as JSON text, a JSON object; the login page reads
-   its CFBundleURLTypes[0].CFBundleURLSchemes[0] as the game's URL scheme.
+   the game's URL scheme from its CFBundleURLTypes.
    TAVREL_ERROR_INVALID_ARGUMENT for text that is not a JSON object. */
 TAVREL_C_API tavrel_status tavrel_set_info_dictionary_json(const char *json);
 
@@ -216,7 +218,7 @@ TAVREL_C_API tavrel_status tavrel_is_login_page_visible(bool *visible);
 TAVREL_C_API tavrel_status tavrel_emit_game_event(const char *data, const char *name);
 /* Any thread. Appends one record to the input event file, through the rate limit (at most 5
    records in a run). words[0] is the number of words after it; count (>= 1) is the length of
-   the array. */
+   the array, so words[0] must be count - 1 (TAVREL_ERROR_INVALID_ARGUMENT otherwise). */
 TAVREL_C_API tavrel_status tavrel_emit_input_event(const int32_t *words, size_t count);
 
 /* Any thread. Ends the process with status 255 at once. */

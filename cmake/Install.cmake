@@ -21,6 +21,9 @@ file(RELATIVE_PATH TAVREL_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${
 string(REGEX REPLACE "/$" "" TAVREL_PC_TO_PREFIX "${TAVREL_PC_TO_PREFIX}")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/tavrel_sdk.pc.in ${PROJECT_BINARY_DIR}/tavrel_sdk.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tavrel_sdk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# A game in C: the same library, without the C++ standard flag a C compiler refuses.
+configure_file(${CMAKE_CURRENT_LIST_DIR}/tavrel_sdk_c.pc.in ${PROJECT_BINARY_DIR}/tavrel_sdk_c.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/tavrel_sdk_c.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # The faces the library carries come with their licence.
 install(FILES ${PROJECT_SOURCE_DIR}/src/ui/fonts/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME DejaVu-LICENSE)

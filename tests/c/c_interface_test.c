@@ -1,0 +1,349 @@
+/* A game in C11 through tavrel.h alone: a gated session, headless, against the mock service
+ * (tavrel serve, started here), on the real clock; and every status code with its log line. */
+#define _XOPEN_SOURCE 700
+
+#include <tavrel_sdk/tavrel.h>
+
+#include <dirent.h>
+#include <ftw.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdatomic.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#define REFUSED_TOKEN "TOKENPREFIX-0123456789ab" "REFUSED-0123456789abcdef"
+
+static int failures;
+
+#define CHECK(condition) check((condition), #condition, __LINE__)
+
+static bool check(bool ok, const char *what, int line) {
+  if (!ok) {
+    fprintf(stderr, "c_interface_test.c:%d: failed: %s\n", line, what);
+    ++failures;
+  }
+  return ok;
+}
+
+/* ---- The log: the last line, as the game's callback sees it ---------------------------------- */
+
+static pthread_mutex_t log_mutex = PTHREAD_MUTEX_INITIALIZER;
+static char last_line[1024];
+
+static void on_log(const char *line, void *user_data) {
+  (void)user_data;
+  pthread_mutex_lock(&log_mutex);
+  snprintf(last_line, sizeof last_line, "%s", line);
+  pthread_mutex_unlock(&log_mutex);
+}
+
+/* The status, and a last log line that starts with `line`. */
+#define EXPECT_REFUSAL(call, expected, line) expect_refusal((call), (expected), (line), __LINE__)
+
+static void expect_refusal(tavrel_status status, tavrel_status expected, const char *line, int at) {
+  pthread_mutex_lock(&log_mutex);
+  const bool logged = strncmp(last_line, line, strlen(line)) == 0;
+  if (status != expected || !logged) {
+    fprintf(stderr, "c_interface_test.c:%d: status %s, wanted %s; last log line \"%s\"\n", at,
+            tavrel_status_text(status), tavrel_status_text(expected), last_line);
+    ++failures;
+  }
+  pthread_mutex_unlock(&log_mutex);
+}
+
+/* ---- The mock service, a child process ---------------------------------------------------- */
+
+static pid_t service = -1;
+static char base_url[1024];
+static char ca_file[1024];
+
+/* Started before the library makes any thread; it ends with this process, however that ends. */
+static bool start_service(const char *tool, const char *uploads) {
+  int out[2];
+  if (pipe(out) != 0) return false;
+  service = fork();
+  if (service == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    dup2(out[1], STDOUT_FILENO);
+    close(out[0]);
+    close(out[1]);
+    execl(tool, tool, "serve", "--refuse-token", REFUSED_TOKEN, "--user", "ann:secret", "--uploads", uploads,
+          "--scheme", "cgame", (char *)NULL);
+    _exit(127);
+  }
+  close(out[1]);
+  if (service < 0) {
+    close(out[0]);
+    return false;
+  }
+  FILE *lines = fdopen(out[0], "r");
+  char line[1024];
+  while (lines && fgets(line, sizeof line, lines)) {
+    line[strcspn(line, "\n")] = '\0';
+    if (strncmp(line, "base-url: ", 10) == 0) memcpy(base_url, line + 10, strlen(line + 10) + 1);
+    if (strncmp(line, "ca-file: ", 9) == 0) memcpy(ca_file, line + 9, strlen(line + 9) + 1);
+    if (strncmp(line, "launch-url: ", 12) == 0) break;
+  }
+  if (lines) fclose(lines); /* the service ignores a reader that goes */
+  return base_url[0] && ca_file[0];
+}
+
+static void stop_service(void) {
+  if (service <= 0) return;
+  kill(service, SIGTERM);
+  waitpid(service, NULL, 0);
+}
+
+/* ---- Helpers ------------------------------------------------------------------------------ */
+
+static double now_seconds(void) {
+  struct timespec t;
+  clock_gettime(CLOCK_REALTIME, &t);
+  return (double)t.tv_sec + (double)t.tv_nsec / 1e9;
+}
+
+static bool page_visible(void) {
+  bool visible = false;
+  CHECK(tavrel_is_login_page_visible(&visible) == TAVREL_OK);
+  return visible;
+}
+
+/* The main loop, until the condition holds or 10 s have passed. */
+#define RUN_UNTIL(condition) \
+  for (const double deadline_ = now_seconds() + 10.0; !(condition) && now_seconds() < deadline_;) \
+  tavrel_run_main_loop_for(0.02)
+
+static pthread_t main_thread;
+static atomic_int validated_calls;
+static atomic_bool validated_on_main_thread;
+
+static void on_validated(bool ok, void *user_data) {
+  CHECK(ok && user_data == &validated_calls);
+  atomic_store(&validated_on_main_thread, pthread_equal(pthread_self(), main_thread) != 0);
+  atomic_fetch_add(&validated_calls, 1);
+}
+
+struct frames {
+  int count;
+  size_t last_damage_count;
+};
+
+static void on_frame(const tavrel_frame *frame, void *user_data) {
+  struct frames *frames = user_data;
+  ++frames->count;
+  frames->last_damage_count = frame->damage_count;
+}
+
+static int32_t word_at(const unsigned char *bytes) {
+  return (int32_t)((uint32_t)bytes[0] | (uint32_t)bytes[1] << 8 | (uint32_t)bytes[2] << 16 |
+                   (uint32_t)bytes[3] << 24);
+}
+
+static bool inside(const tavrel_rect *r, double x, double y) {
+  return x >= r->x && x < r->x + r->width && y >= r->y && y < r->y + r->height;
+}
+
+static void *call_off_main_thread(void *result) {
+  bool visible;
+  *(tavrel_status *)result = tavrel_is_login_page_visible(&visible);
+  return NULL;
+}
+
+static int remove_entry(const char *path, const struct stat *st, int flag, struct FTW *ftw) {
+  (void)st, (void)flag, (void)ftw;
+  return remove(path);
+}
+
+/* ---- The parts ------------------------------------------------------------------------------ */
+
+/* Each refusal before any screen exists: the status and its one log line. */
+static void refusals_before_the_screen(void) {
+  EXPECT_REFUSAL(tavrel_process_url_request(NULL), TAVREL_ERROR_NULL_ARGUMENT,
+                 "tavrel_process_url_request: url is NULL");
+  EXPECT_REFUSAL(tavrel_emit_game_event("jump", "\xC3\x28"), TAVREL_ERROR_INVALID_UTF8,
+                 "tavrel_emit_game_event: name is not valid UTF-8");
+  EXPECT_REFUSAL(tavrel_run_main_loop_for(-1.0), TAVREL_ERROR_OUT_OF_RANGE,
+                 "tavrel_run_main_loop_for: seconds must be 0 to 3600");
+  EXPECT_REFUSAL(tavrel_set_info_dictionary_json("[\"cgame\"]"), TAVREL_ERROR_INVALID_ARGUMENT,
+                 "tavrel_set_info_dictionary_json: json is not a JSON object");
+  EXPECT_REFUSAL(tavrel_show_touches(), TAVREL_ERROR_NOT_READY,
+                 "tavrel_show_touches: no overlay yet");
+  const int32_t miscounted[] = {3, 0, 7};
+  EXPECT_REFUSAL(tavrel_emit_input_event(miscounted, 3), TAVREL_ERROR_INVALID_ARGUMENT,
+                 "tavrel_emit_input_event: words[0] must be count - 1");
+
+  tavrel_status off_main = TAVREL_OK;
+  pthread_t thread;
+  pthread_create(&thread, NULL, call_off_main_thread, &off_main);
+  pthread_join(thread, NULL);
+  EXPECT_REFUSAL(off_main, TAVREL_ERROR_WRONG_THREAD, "tavrel_is_login_page_visible: main thread only");
+
+  CHECK(strcmp(tavrel_status_text(TAVREL_OK), "ok") == 0);
+  CHECK(strcmp(tavrel_status_text((tavrel_status)42), "unknown status") == 0);
+}
+
+static void token_and_user_id(void) {
+  char id[8];
+  CHECK(tavrel_get_user_id(NULL, 0) == 24);
+  CHECK(tavrel_get_user_id(id, sizeof id) == 24);
+  CHECK(strcmp(id, "REFUSED") == 0); /* cut to 7 bytes and terminated */
+  EXPECT_REFUSAL(tavrel_get_user_id(NULL, 4), TAVREL_ERROR_NULL_ARGUMENT, "tavrel_get_user_id: buffer is NULL");
+
+  char stamp[40]; /* 2026:03:09T14:05:33+01:00, or ...33Z in UTC */
+  const int length = tavrel_get_timestamp(stamp, sizeof stamp);
+  CHECK((length == 25 || length == 20) && (int)strlen(stamp) == length && stamp[4] == ':' && stamp[10] == 'T');
+}
+
+/* Two fingers in one call are one set of touches: each gets its mark, and a frame draws again
+   only around the marks that moved. */
+static void fingers_on_the_game(tavrel_host *host, const struct frames *frames) {
+  const tavrel_finger down[] = {{1, 100.0, 300.0}, {2, 200.0, 500.0}};
+  const tavrel_finger moved[] = {{1, 110.0, 320.0}, {2, 190.0, 480.0}};
+  bool taken = true;
+  CHECK(tavrel_host_fingers_down(host, down, 2, &taken) == TAVREL_OK && !taken);
+
+  tavrel_frame frame;
+  CHECK(tavrel_host_render_frame(host, &frame) == TAVREL_OK);
+  CHECK(frame.width == 390 && frame.height == 844 && frame.stride >= 390 * 4 && frame.pixels);
+  CHECK(tavrel_host_render_frame(host, &frame) == TAVREL_OK && frame.damage_count == 0);
+
+  CHECK(tavrel_host_fingers_moved(host, moved, 2, &taken) == TAVREL_OK && !taken);
+  CHECK(tavrel_host_render_frame(host, &frame) == TAVREL_OK && frame.damage_count > 0);
+  CHECK(frames->last_damage_count == frame.damage_count);
+  for (size_t i = 0; i < frame.damage_count; ++i) CHECK(frame.damage[i].width < 80 && frame.damage[i].height < 80);
+  for (int f = 0; f < 2; ++f) {
+    bool covered = false;
+    for (size_t i = 0; i < frame.damage_count; ++i) covered = covered || inside(&frame.damage[i], moved[f].x, moved[f].y);
+    CHECK(covered);
+  }
+  CHECK(tavrel_host_fingers_up(host, moved, 2, &taken) == TAVREL_OK && !taken);
+}
+
+/* A refused token, the page, the player's fingers and keys, the login, the completion. */
+static void the_gate(tavrel_host *host) {
+  main_thread = pthread_self();
+  CHECK(tavrel_validate(on_validated, &validated_calls) == TAVREL_OK);
+  RUN_UNTIL(page_visible());
+  tavrel_run_main_loop_for(0.5); /* the page slides in */
+  bool covered = false;
+  CHECK(tavrel_host_is_covered(host, &covered) == TAVREL_OK && covered);
+  CHECK(atomic_load(&validated_calls) == 0);
+
+  const tavrel_finger corner = {7, 5.0, 5.0};
+  bool taken = false;
+  CHECK(tavrel_host_fingers_down(host, &corner, 1, &taken) == TAVREL_OK && taken);
+  CHECK(tavrel_host_fingers_cancelled(host, &corner, 1, &taken) == TAVREL_OK && taken);
+
+  bool tapped = false;
+  CHECK(tavrel_host_tap_element(host, "Tavrel username", &tapped) == TAVREL_OK && tapped);
+  CHECK(tavrel_host_type_text(host, "ann", &taken) == TAVREL_OK && taken);
+  CHECK(tavrel_host_tap_element(host, "Password", &tapped) == TAVREL_OK && tapped);
+  CHECK(tavrel_host_type_text(host, "secrex", &taken) == TAVREL_OK && taken);
+  CHECK(tavrel_host_press_backspace(host, &taken) == TAVREL_OK && taken);
+  CHECK(tavrel_host_type_text(host, "t", &taken) == TAVREL_OK && taken);
+
+  char *tree = NULL;
+  CHECK(tavrel_dump_view_tree(&tree) == TAVREL_OK && tree && strstr(tree, "\"LoginViewController\""));
+  tavrel_free(tree);
+
+  CHECK(tavrel_host_tap_element(host, "Login", &tapped) == TAVREL_OK && tapped);
+  RUN_UNTIL(atomic_load(&validated_calls) > 0 && !page_visible());
+  tavrel_run_main_loop_for(0.1);
+  CHECK(atomic_load(&validated_calls) == 1 && atomic_load(&validated_on_main_thread));
+  CHECK(tavrel_host_is_covered(host, &covered) == TAVREL_OK && !covered);
+}
+
+/* The two event files in the Documents directory, by their magic. */
+static void event_files(const char *documents) {
+  DIR *dir = opendir(documents);
+  if (!CHECK(dir != NULL)) return;
+  bool game_file = false, input_file = false;
+  for (struct dirent *entry; (entry = readdir(dir));) {
+    if (!strstr(entry->d_name, ".evt")) continue;
+    char path[1024];
+    unsigned char bytes[4096] = {0};
+    snprintf(path, sizeof path, "%s/%s", documents, entry->d_name);
+    FILE *file = fopen(path, "rb");
+    const size_t n = file ? fread(bytes, 1, sizeof bytes - 1, file) : 0;
+    if (file) fclose(file);
+    if (n > 6 && memcmp(bytes, "GEV\n1\n", 6) == 0) {
+      game_file = true;
+      CHECK(strstr((const char *)bytes, "{\"a\": \"level-1\", \"e\": \"start\", \"t\": ") != NULL);
+    }
+    if (n > 4 && memcmp(bytes, "INP\x02", 4) == 0) {
+      input_file = true;
+      /* Two touch moved records (finger marks 0 and 1), then two touch ended records. */
+      if (CHECK(n == 4 + 2 * 32 + 2 * 20)) {
+        CHECK(word_at(bytes + 8) == 7 && word_at(bytes + 8 + 32) == 7);
+        CHECK(word_at(bytes + 20) != word_at(bytes + 20 + 32));
+        CHECK(word_at(bytes + 4 + 64 + 4) == 4 && word_at(bytes + 4 + 84 + 4) == 4);
+      }
+    }
+  }
+  closedir(dir);
+  CHECK(game_file);
+  CHECK(input_file);
+}
+
+int main(void) {
+  const char *tool = getenv("TAVREL_TOOL");
+  if (!tool) {
+    puts("SKIPPED: TAVREL_TOOL does not name the tavrel tool (the mock service)");
+    return 77;
+  }
+  tavrel_set_log_callback(on_log, NULL);
+  tavrel_set_log_to_stderr(false);
+
+  char documents[] = "/tmp/tavrel-c-docs-XXXXXX";
+  char uploads[] = "/tmp/tavrel-c-uploads-XXXXXX";
+  if (!mkdtemp(documents) || !mkdtemp(uploads) || !start_service(tool, uploads)) {
+    fprintf(stderr, "cannot set up the temporary directories or start %s serve\n", tool);
+    return 1;
+  }
+
+  refusals_before_the_screen();
+  CHECK(tavrel_set_documents_directory(documents) == TAVREL_OK);
+  CHECK(tavrel_set_info_dictionary_json("{\"CFBundleURLTypes\": [{\"CFBundleURLSchemes\": [\"cgame\"]}]}") ==
+        TAVREL_OK);
+  CHECK(tavrel_set_trusted_certificates_file(ca_file) == TAVREL_OK);
+  CHECK(tavrel_set_service_base_url_for_testing(base_url) == TAVREL_OK);
+
+  static struct frames frames;
+  tavrel_host *host = NULL;
+  CHECK(tavrel_host_new(390, 844, 1.0, on_frame, &frames, &host) == TAVREL_OK);
+  CHECK(tavrel_install_host(host) == TAVREL_OK);
+  tavrel_screen *screen = NULL;
+  CHECK(tavrel_screen_new(&screen) == TAVREL_OK);
+  EXPECT_REFUSAL(tavrel_install_host(host), TAVREL_ERROR_TOO_LATE, "tavrel_install_host: a screen is shown already");
+  EXPECT_REFUSAL(tavrel_host_write_png(host, "/nonexistent-dir/frame.png"), TAVREL_ERROR_FAILED,
+                 "tavrel_host_write_png: could not write /nonexistent-dir/frame.png");
+
+  CHECK(tavrel_initialise_overlay(screen, REFUSED_TOKEN) == TAVREL_OK);
+  CHECK(tavrel_show_watermark() == TAVREL_OK);
+  CHECK(tavrel_show_touches() == TAVREL_OK);
+  token_and_user_id();
+
+  char launch[4096];
+  snprintf(launch, sizeof launch, "cgame://validate?gameEventUrl=%s/g.evt&inputEventUrl=%s/i.evt&recordingStartedAt=%lld",
+           base_url, base_url, (long long)(now_seconds() * 1000.0));
+  CHECK(tavrel_process_url_request(launch) == TAVREL_OK);
+
+  fingers_on_the_game(host, &frames);
+  the_gate(host);
+  CHECK(tavrel_emit_game_event("level-1", "start") == TAVREL_OK);
+  event_files(documents);
+
+  tavrel_screen_free(screen);
+  tavrel_host_free(host);
+  stop_service();
+  nftw(documents, remove_entry, 8, FTW_DEPTH | FTW_PHYS);
+  nftw(uploads, remove_entry, 8, FTW_DEPTH | FTW_PHYS);
+  printf("%s\n", failures ? "FAILED" : "PASSED");
+  return failures ? 1 : 0;
+}

@@ -295,11 +295,14 @@ void OpenGLHost::upload(const UIFrame& frame) {
     if (gl.texture == 0) {
       gl.GenTextures(1, &gl.texture);
       gl.BindTexture(GL_TEXTURE_2D, gl.texture);
-      gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-      gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
       gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
       gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
     }
+    // One texel a pixel needs no filtering (and a software rasteriser draws the quad at half
+    // the cost); a frame of another size than the framebuffer is smoothed.
+    const GLint filter = frame.width == framebufferWidth_ && frame.height == framebufferHeight_ ? GL_NEAREST : GL_LINEAR;
+    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, filter);
+    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, filter);
     gl.PixelStorei(GL_UNPACK_SKIP_PIXELS, 0);
     gl.PixelStorei(GL_UNPACK_SKIP_ROWS, 0);
     gl.TexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, frame.width, frame.height, 0, GL_RGBA, GL_UNSIGNED_BYTE, frame.pixels);

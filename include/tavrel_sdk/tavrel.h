@@ -300,7 +300,7 @@ TAVREL_C_API void tavrel_host_free(tavrel_host *host);
    TAVREL_ERROR_TOO_LATE once a screen is shown. */
 TAVREL_C_API tavrel_status tavrel_install_host(tavrel_host *host);
 
-/* Main thread. The host's screen in points and its scale. */
+/* Main thread. The host's screen in points and its scale; any of the three may be NULL. */
 TAVREL_C_API tavrel_status tavrel_host_screen_size(tavrel_host *host, double *width,
                                                    double *height, double *scale);
 

@@ -3,6 +3,7 @@
 // only damage goes up, and the game's GL state is as the game left it.
 
 #include <tavrel_sdk/opengl_host.hpp>
+#include <tavrel_sdk/tavrel_opengl.h>
 #include <tavrel_sdk/ui.hpp>
 
 #include "support/blend_check.hpp"
@@ -270,6 +271,21 @@ TEST_P(OpenGLHostTest, leavesEveryPieceOfTheGamesStateAsItFoundIt) {
   glDeleteVertexArrays(1, &vertexArray);
   glDeleteBuffers(3, buffers.data());
   glDeleteTextures(3, textures.data());
+}
+
+TEST_P(OpenGLHostTest, fromCTakesOpenGLHostsOnlyAndComposites) {
+  tavrel_host* host = nullptr;
+  ASSERT_EQ(tavrel_opengl_host_new(eglGetProcAddress, 200, 100, 200, 100, &host), TAVREL_OK);
+  EXPECT_EQ(tavrel_opengl_resize(host, 100, 50, 200, 100), TAVREL_OK);
+  EXPECT_EQ(tavrel_opengl_composite(host), TAVREL_OK);
+  EXPECT_EQ(tavrel_opengl_release_gl(host), TAVREL_OK);
+  EXPECT_EQ(tavrel_opengl_resize(host, 0, 50, 200, 100), TAVREL_ERROR_OUT_OF_RANGE);
+  tavrel_host_free(host);
+  tavrel_host* other = nullptr;
+  ASSERT_EQ(tavrel_host_new(200, 100, 1, nullptr, nullptr, &other), TAVREL_OK);
+  EXPECT_EQ(tavrel_opengl_composite(other), TAVREL_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(tavrel_opengl_composite(nullptr), TAVREL_ERROR_NULL_ARGUMENT);
+  tavrel_host_free(other);
 }
 
 INSTANTIATE_TEST_SUITE_P(Contexts, OpenGLHostTest, ::testing::Values(EglContext::Kind::Core33, EglContext::Kind::ES30),

@@ -1,7 +1,8 @@
 #pragma once
 
 // What a compositor must show: the toolkit's premultiplied frame laid over the game's pixels
-// (one, one minus source alpha), each channel within `tolerance` levels.
+// (one, one minus source alpha), each channel within `tolerance` levels, and the game's pixels
+// exactly as they were where the frame is transparent.
 
 #include <cstdint>
 #include <cstdlib>
@@ -24,10 +25,11 @@ inline std::string blendMismatches(const std::uint32_t* overlay, int overlayStri
       const std::uint32_t under = game[static_cast<std::size_t>(y) * stride + x];
       const std::uint32_t seen = shown[static_cast<std::size_t>(y) * stride + x];
       const int alpha = static_cast<int>(source >> 24);
+      const int allowed = source == 0 ? 0 : tolerance;
       for (int shift : {16, 8, 0}) {
         const int expected = static_cast<int>((source >> shift) & 0xff) +
                              (static_cast<int>((under >> shift) & 0xff) * (255 - alpha) + 127) / 255;
-        if (std::abs(static_cast<int>((seen >> shift) & 0xff) - expected) > tolerance) {
+        if (std::abs(static_cast<int>((seen >> shift) & 0xff) - expected) > allowed) {
           if (wrong++ == 0) {
             first << std::hex << "first at (" << std::dec << x << ", " << y << "): 0x" << std::hex << (seen & 0xffffff)
                   << " for 0x" << source << " over 0x" << (under & 0xffffff);

@@ -271,10 +271,7 @@ tavrel_status tavrel_emit_input_event(const int32_t* words, size_t count) {
     if (static_cast<size_t>(words[0]) != count - 1 || words[0] < 0) {
       return call.fail(TAVREL_ERROR_INVALID_ARGUMENT, "words[0] must be count - 1, the number of words after it");
     }
-    // Reused per thread: most calls are dropped by the rate limit, and should cost no allocation.
-    thread_local std::vector<std::int32_t> event;
-    event.assign(words, words + count);
-    sdk().emitInputEvent(event);
+    sdk().emitInputEvent(std::span<const std::int32_t>(words, count));
     return TAVREL_OK;
   });
 }

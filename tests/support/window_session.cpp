@@ -121,11 +121,24 @@ std::optional<Box> find(const json& view, const std::function<bool(const json&)>
   return std::nullopt;
 }
 
-std::function<bool(const json&)> fieldWithPlaceholder(const std::string& placeholder) {
-  return [placeholder](const json& v) { return v.value("placeholder", json()) == placeholder; };
+std::optional<LoginPage> waitForLoginPage(const std::string& treeFile) {
+  json tree;
+  const bool slidIn = waitUntil([&] {
+    tree = readTree(treeFile);
+    const json& page = presentedPage(tree);
+    return page.is_object() && page["view"].is_object() && page["view"]["frame"][1] == 0;
+  });
+  if (!slidIn || presentedPage(tree)["class"] != "LoginViewController") return std::nullopt;
+  const json& view = presentedPage(tree)["view"];
+  const auto field = [](const char* placeholder) {
+    return [placeholder](const json& v) { return v.value("placeholder", json()) == placeholder; };
+  };
+  const auto username = find(view, field("Tavrel username"));
+  const auto password = find(view, field("Password"));
+  const auto login = find(view, [](const json& v) { return v.value("currentTitle", json()) == "Login"; });
+  if (!username || !password || !login) return std::nullopt;
+  return LoginPage{*username, *password, *login};
 }
-
-bool isLoginButton(const json& view) { return view.value("currentTitle", json()) == "Login"; }
 
 std::optional<Window> findWindow(const std::string& name) {
   Window window;

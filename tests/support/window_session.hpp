@@ -56,9 +56,12 @@ struct Box {
 // The first view under `view` (whose superview is at x, y) that `match` takes.
 std::optional<Box> find(const nlohmann::json& view, const std::function<bool(const nlohmann::json&)>& match,
                         double x = 0, double y = 0);
-// The login page's text field with this placeholder, and its button titled "Login".
-std::function<bool(const nlohmann::json&)> fieldWithPlaceholder(const std::string& placeholder);
-bool isLoginButton(const nlohmann::json& view);
+// The login page once it has slid in (its view at the top), as the game's view tree shows it:
+// where its two fields and its button are. Nullopt when none came in time.
+struct LoginPage {
+  Box username, password, login;
+};
+std::optional<LoginPage> waitForLoginPage(const std::string& treeFile);
 
 // A top-level window by its exact name, and where it lies on the screen.
 struct Window {

@@ -13,8 +13,6 @@
 namespace tavrel {
 namespace {
 
-constexpr int kMouseFinger = 0;
-
 // GLFW's callbacks carry the window, not the adapter; the window's user pointer is the game's.
 std::map<GLFWwindow*, GlfwInput*>& adapters() {
   static std::map<GLFWwindow*, GlfwInput*> byWindow;
@@ -114,24 +112,13 @@ void GlfwInput::onFocus(GLFWwindow* window, int focused) {
 }
 
 bool GlfwInput::mouseButton(int button, int action, int /*mods*/) {
-  UIHost& host = UIHost::current();
-  if (button != GLFW_MOUSE_BUTTON_LEFT) return host.isCovered();
-  const std::vector<Finger> finger{{kMouseFinger, cursor_}};
-  if (action == GLFW_PRESS) {
-    if (mouseDown_) return host.isCovered();
-    mouseDown_ = true;
-    return host.fingersDown(finger) || host.isCovered();
-  }
-  if (!mouseDown_) return host.isCovered();
-  mouseDown_ = false;
-  return host.fingersUp(finger) || host.isCovered();
+  if (button != GLFW_MOUSE_BUTTON_LEFT) return UIHost::current().isCovered();
+  return action == GLFW_PRESS ? mouse_.press(cursor_) : mouse_.release(cursor_);
 }
 
 bool GlfwInput::cursorPosition(double x, double y) {
-  UIHost& host = UIHost::current();
   cursor_ = CGPointMake(x, y);
-  if (!mouseDown_) return host.isCovered();
-  return host.fingersMoved({{kMouseFinger, cursor_}}) || host.isCovered();
+  return mouse_.move(cursor_);
 }
 
 bool GlfwInput::scroll(double /*xOffset*/, double /*yOffset*/) { return UIHost::current().isCovered(); }
@@ -151,9 +138,7 @@ bool GlfwInput::character(unsigned int codepoint) {
 }
 
 void GlfwInput::focus(int focused) {
-  if (focused == GLFW_TRUE || !mouseDown_) return;
-  mouseDown_ = false;
-  UIHost::current().fingersCancelled({{kMouseFinger, {}}});
+  if (focused != GLFW_TRUE) mouse_.cancel();
 }
 
 }  // namespace tavrel

@@ -13,8 +13,6 @@
 namespace tavrel {
 namespace {
 
-constexpr int kMouseFinger = 0;
-
 [[noreturn]] void throwSdlError(const std::string& what) {
   throw std::runtime_error(what + ": " + SDL_GetError());
 }
@@ -145,10 +143,9 @@ bool SdlInput::handleEvent(const SDL_Event& event) {
   if (event.type == SDL_WINDOWEVENT) {
     // A finger that would never come up otherwise (the window lost the pointer mid-drag).
     if (event.window.windowID == windowId_ && event.window.event == SDL_WINDOWEVENT_FOCUS_LOST) {
+      mouse_.cancel();
       std::vector<Finger> fingers;
-      if (mouseDown_) fingers.push_back({kMouseFinger, {}});
       for (const auto& [sdlId, id] : fingerIds_) fingers.push_back({id, {}});
-      mouseDown_ = false;
       fingerIds_.clear();
       if (!fingers.empty()) UIHost::current().fingersCancelled(fingers);
     }
@@ -169,20 +166,12 @@ bool SdlInput::handleInput(const SDL_Event& event) {
       // SDL_TOUCH_MOUSEID: a mouse event SDL made from a touch, which comes as a finger too.
       if (!forThisWindow(event.button.windowID) || event.button.which == SDL_TOUCH_MOUSEID) return false;
       if (event.button.button != SDL_BUTTON_LEFT) return host.isCovered();
-      const std::vector<Finger> finger{{kMouseFinger, CGPointMake(event.button.x, event.button.y)}};
-      if (event.type == SDL_MOUSEBUTTONDOWN) {
-        if (mouseDown_) return host.isCovered();
-        mouseDown_ = true;
-        return host.fingersDown(finger) || host.isCovered();
-      }
-      if (!mouseDown_) return host.isCovered();
-      mouseDown_ = false;
-      return host.fingersUp(finger) || host.isCovered();
+      const CGPoint location = CGPointMake(event.button.x, event.button.y);
+      return event.type == SDL_MOUSEBUTTONDOWN ? mouse_.press(location) : mouse_.release(location);
     }
     case SDL_MOUSEMOTION:
       if (!forThisWindow(event.motion.windowID) || event.motion.which == SDL_TOUCH_MOUSEID) return false;
-      if (!mouseDown_) return host.isCovered();
-      return host.fingersMoved({{kMouseFinger, CGPointMake(event.motion.x, event.motion.y)}}) || host.isCovered();
+      return mouse_.move(CGPointMake(event.motion.x, event.motion.y));
     case SDL_MOUSEWHEEL:
       return forThisWindow(event.wheel.windowID) && host.isCovered();
     case SDL_FINGERDOWN:

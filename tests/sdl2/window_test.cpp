@@ -25,10 +25,8 @@ TEST(Sdl2Window, aRefusedPlayerLogsInThroughThePageAndTheWatermarkShowsOverTheGa
   const std::string shots = TAVREL_SDL2_TEST_OUT;
   std::filesystem::create_directories(shots);
 
-  auto x = startXServer(dir + "/xvfb.log");
-  if (!x) GTEST_SKIP() << "no X server could be started (Xvfb, from scripts/setup): " << readFile(dir + "/xvfb.log");
-  setenv("DISPLAY", x->display.c_str(), 1);  // for the game, xdotool and import
   const ExampleSession session = startExampleSession("sdl2_game", dir);
+  if (session.noDisplay) GTEST_SKIP() << session.error;
   ASSERT_EQ(session.error, "");
   const std::string& log = session.log;
   setenv("SDL_VIDEODRIVER", "x11", 1);
@@ -37,8 +35,6 @@ TEST(Sdl2Window, aRefusedPlayerLogsInThroughThePageAndTheWatermarkShowsOverTheGa
   // The refusal brings the page.
   const auto page = waitForLoginPage(session.treeFile);
   ASSERT_TRUE(page) << readFile(dir + "/game.log") << readFile(session.treeFile);
-  const Box& username = page->username;
-  const Box& password = page->password;
   const Box& login = page->login;
   json tree;
   const auto window = findWindow("sdl2_game");
@@ -50,24 +46,15 @@ TEST(Sdl2Window, aRefusedPlayerLogsInThroughThePageAndTheWatermarkShowsOverTheGa
     return screenshot("page.png") && shot.count(isLoginOrange, login.midY(), login.midY() + 1, login.x + 4, login.x + 5) == 1;
   }));
 
-  const auto click = [&](const Box& at) {
-    return run("xdotool mousemove --window " + window->id + " " + std::to_string(at.midX()) + " " +
-                   std::to_string(at.midY()) + " click 1",
-               log);
-  };
-  const std::string type = "xdotool type --delay 40 ";
-  ASSERT_TRUE(run("xdotool windowfocus --sync " + window->id, log)) << readFile(log);
-  ASSERT_TRUE(click(username) && run(type + "ann", log) && click(password) && run(type + "secret-pw", log))
-      << readFile(log);
+  ASSERT_TRUE(typeLogin(*window, *page, log)) << readFile(log);
   screenshot("typed.png");
 
   // The login through the service (which knows only ann:secret-pw, so the typing arrived)
   // takes the page away; the game plays under the overlay.
-  ASSERT_TRUE(click(login));
-  ASSERT_TRUE(waitUntil([&] {
-    tree = readTree(session.treeFile);
-    return tree.is_object() && presentedPage(tree).is_null();
-  })) << readFile(dir + "/serve.log");
+  ASSERT_TRUE(click(*window, login, log));
+  const auto played = waitForPageGone(session.treeFile);
+  ASSERT_TRUE(played) << readFile(dir + "/serve.log");
+  tree = *played;
   ASSERT_TRUE(waitUntil([&] { return screenshot("played.png") && shot.count(isLoginOrange, 0, window->height) == 0; }));
   EXPECT_NE(readFile(dir + "/game.log").find("the session may go on"), std::string::npos);
   EXPECT_NE(readFile(dir + "/serve.log").find("POST /m/launch/project/auth/ios 200"), std::string::npos);

@@ -49,6 +49,13 @@ ExampleSession startExampleSession(const std::string& name, const std::string& d
   ExampleSession session;
   session.dir = dir;
   session.log = dir + "/commands.log";
+  session.x = startXServer(dir + "/xvfb.log");
+  if (!session.x) {
+    session.noDisplay = true;
+    session.error = "no X server could be started (Xvfb, from scripts/setup): " + readFile(dir + "/xvfb.log");
+    return session;
+  }
+  setenv("DISPLAY", session.x->display.c_str(), 1);
   const std::string tool = toolPath();
   if (tool.empty()) {
     session.error = "TAVREL_TOOL is not set";
@@ -151,6 +158,29 @@ std::optional<Window> findWindow(const std::string& name) {
     return std::nullopt;
   }
   return window;
+}
+
+bool click(const Window& window, const Box& box, const std::string& log) {
+  return run("xdotool mousemove --window " + window.id + " " + std::to_string(box.midX()) + " " +
+                 std::to_string(box.midY()) + " click 1",
+             log);
+}
+
+bool typeLogin(const Window& window, const LoginPage& page, const std::string& log) {
+  const std::string type = "xdotool type --delay 40 ";
+  return run("xdotool windowfocus --sync " + window.id, log) && click(window, page.username, log) &&
+         run(type + "ann", log) && click(window, page.password, log) && run(type + "secret-pw", log);
+}
+
+std::optional<json> waitForPageGone(const std::string& treeFile) {
+  json tree;
+  if (!waitUntil([&] {
+        tree = readTree(treeFile);
+        return tree.is_object() && presentedPage(tree).is_null();
+      })) {
+    return std::nullopt;
+  }
+  return tree;
 }
 
 bool Shot::take(const std::string& path, const std::string& log) {

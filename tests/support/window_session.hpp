@@ -27,10 +27,14 @@ bool waitUntil(const std::function<bool()>& done, double seconds = 30.0);
 // The rest of the line after `key` in `text`; empty when it is not there.
 std::string lineValue(const std::string& text, const std::string& key);
 
-// The example game `name` (examples/NAME) built against the installed package, talking to a
-// tavrel serve that accepts only ann:secret-pw, with the environment set for the game (its
-// service, certificate, documents, the view tree file). Empty `error` when all went well.
+// An X server of its own (DISPLAY set for the game, xdotool and import), the example game
+// `name` (examples/NAME) built against the installed package, talking to a tavrel serve that
+// accepts only ann:secret-pw, with the environment set for the game (its service, certificate,
+// documents, the view tree file). Empty `error` when all went well; `noDisplay` when no X
+// server could be started, for the test to skip.
 struct ExampleSession {
+  std::optional<XServer> x;
+  bool noDisplay = false;
   std::string dir;         // the work directory
   std::string log;         // the commands' output
   std::string game;        // the built game's path
@@ -69,6 +73,13 @@ struct Window {
   int x0 = 0, y0 = 0, width = 0, height = 0;
 };
 std::optional<Window> findWindow(const std::string& name);
+
+// Real X input (xdotool): a click at the centre of a box of the window; the window focused and
+// the page's fields filled with ann and secret-pw; true when every command ran.
+bool click(const Window& window, const Box& box, const std::string& log);
+bool typeLogin(const Window& window, const LoginPage& page, const std::string& log);
+// The game's tree once no page stands over the game; nullopt when the page stayed.
+std::optional<nlohmann::json> waitForPageGone(const std::string& treeFile);
 
 // A screenshot of the whole screen (ImageMagick's import), read back with Cairo, seen through
 // a window's place on it.

@@ -17,6 +17,7 @@
 
 #include <tavrel_sdk/export.hpp>
 #include <tavrel_sdk/ui/geometry.hpp>
+#include <tavrel_sdk/ui/host.hpp>
 
 // GLFWwindow is all this header needs of GLFW: the game includes <GLFW/glfw3.h> where and how
 // it likes (with or without its GL headers).
@@ -61,7 +62,7 @@ class TAVREL_EXPORT GlfwInput {
   void (*character_)(GLFWwindow*, unsigned int) = nullptr;
   void (*focus_)(GLFWwindow*, int) = nullptr;
   CGPoint cursor_;  // where the button goes down: GLFW reports every move before it
-  bool mouseDown_ = false;
+  MouseFinger mouse_;
 };
 
 }  // namespace tavrel

@@ -52,7 +52,7 @@ class TAVREL_EXPORT SdlInput {
   bool handleFinger(SDL_EventType type, TouchFinger finger, CGPoint location);
 
   std::uint32_t windowId_;
-  bool mouseDown_ = false;
+  MouseFinger mouse_;
   bool fieldFocused_ = false;
   std::map<TouchFinger, int> fingerIds_;  // SDL's touch fingers down, by the ids the toolkit sees
   int nextFingerId_ = 1;                  // 0 is the mouse

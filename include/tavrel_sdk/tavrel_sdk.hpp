@@ -11,7 +11,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -90,8 +89,6 @@ class TAVREL_EXPORT TavrelSDK {
   void emitGameEvent(const std::optional<std::string>& data, const std::optional<std::string>& name);
   // Appends one record to the input event file; event[0] is the count of numbers after it.
   void emitInputEvent(const std::vector<std::int32_t>& event);
-  // The same from any run of words in memory (the C interface's arrays), without a copy.
-  void emitInputEvent(std::span<const std::int32_t> event);
   // The upload worker's body; never returns.
   void processEvents(const void* unused);
   void uploadFileToUrl(const std::optional<std::string>& fileName, const std::optional<std::string>& url,

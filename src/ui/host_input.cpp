@@ -14,8 +14,9 @@ namespace tavrel {
 
 namespace {
 
-// The finger tapElement() taps with; hosts number theirs from 0.
+// The finger tapElement() taps with; hosts number theirs from 0, the mouse's.
 constexpr int kScriptedFingerId = -1;
+constexpr int kMouseFingerId = 0;
 
 struct ActiveTouch {
   std::shared_ptr<UITouch> touch;
@@ -242,6 +243,33 @@ std::vector<std::string> UIHost::reachableTexts() const {
     return false;
   });
   return texts;
+}
+
+bool MouseFinger::press(CGPoint location) {
+  UIHost& host = UIHost::current();
+  if (down_) return host.isCovered();
+  down_ = true;
+  return host.fingersDown({{kMouseFingerId, location}}) || host.isCovered();
+}
+
+bool MouseFinger::move(CGPoint location) {
+  UIHost& host = UIHost::current();
+  if (!down_) return host.isCovered();
+  return host.fingersMoved({{kMouseFingerId, location}}) || host.isCovered();
+}
+
+bool MouseFinger::release(CGPoint location) {
+  UIHost& host = UIHost::current();
+  if (!down_) return host.isCovered();
+  down_ = false;
+  return host.fingersUp({{kMouseFingerId, location}}) || host.isCovered();
+}
+
+bool MouseFinger::cancel() {
+  if (!down_) return false;
+  down_ = false;
+  UIHost::current().fingersCancelled({{kMouseFingerId, {}}});
+  return true;
 }
 
 bool UIHost::isCovered() const {

@@ -106,6 +106,24 @@ class TAVREL_EXPORT UIHost {
   std::unique_ptr<Renderer> renderer_;
 };
 
+// A windowed host's mouse as the finger 0 of the installed host: the left button down, the
+// pointer moving while it is down, the button up. Each returns whether the library took the
+// input, as UIHost's finger members do, and true for anything while a page or alert covers the
+// game (a second press, a release or a move with the button up included).
+class TAVREL_EXPORT MouseFinger {
+ public:
+  bool press(CGPoint location);
+  bool move(CGPoint location);
+  bool release(CGPoint location);
+  // The window lost the pointer with the button down: the finger is cancelled. False when the
+  // button was up.
+  bool cancel();
+  bool isDown() const { return down_; }
+
+ private:
+  bool down_ = false;
+};
+
 class TAVREL_EXPORT HeadlessHost final : public UIHost {
  public:
   HeadlessHost(CGSize screenSize, double scale);

@@ -67,10 +67,12 @@ bool encode(const UIFrame& frame, std::string* out, png_byte* row) {
 UIHost::UIHost() : renderer_(std::make_unique<Renderer>()) {}
 UIHost::~UIHost() = default;
 
-UIHost& UIHost::current() {
+UIHost& UIHost::current() { return *currentShared(); }
+
+const std::shared_ptr<UIHost>& UIHost::currentShared() {
   auto& host = installedHost();
   if (!host) host = std::make_shared<HeadlessHost>(CGSize{390.0, 844.0}, 3.0);
-  return *host;
+  return host;
 }
 
 void UIHost::install(std::shared_ptr<UIHost> host) {

@@ -55,6 +55,8 @@ class TAVREL_EXPORT UIHost {
 
   // The installed host; a headless 390 × 844 screen at scale 3 when none was installed.
   static UIHost& current();
+  // The same host, shared: for a caller that keeps it (the C interface hands it out).
+  static const std::shared_ptr<UIHost>& currentShared();
   // Replaces the host. Call at start-up, on the main thread, before any view is made.
   static void install(std::shared_ptr<UIHost> host);
 

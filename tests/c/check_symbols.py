@@ -1,0 +1,58 @@
+#!/usr/bin/env python3
+"""One surface: the symbol list, the header and the library name the same functions.
+
+check_symbols.py SYMBOLS HEADER LIBRARY
+- every listed name is exported by the library (nm -D, C++ names demangled);
+- the header declares exactly the listed names;
+- the library exports no C name with the tavrel_ prefix that the list lacks.
+"""
+import re
+import subprocess
+import sys
+
+
+def listed(path):
+    with open(path, encoding="utf-8") as f:
+        return {line.strip() for line in f if line.strip() and not line.startswith("#")}
+
+
+def declared(path):
+    with open(path, encoding="utf-8") as f:
+        text = f.read()
+    text = re.sub(r"/\*.*?\*/", "", text, flags=re.S)
+    text = re.sub(r"//[^\n]*", "", text)
+    text = re.sub(r"#define[^\n]*", "", text)
+    names = set()
+    for declaration in re.findall(r"TAVREL_C_API\s+([^;{]*)", text):
+        name = re.search(r"(\w+)\s*(?:\(|\[|$)", declaration).group(1)
+        names.add(name if name.startswith("tavrel_") else "tavrel::" + name)
+    return names
+
+
+def exported(library):
+    def defined(*flags):
+        out = subprocess.run(["nm", "-D", "--defined-only", *flags, library],
+                             check=True, capture_output=True, text=True).stdout
+        return [line.split(" ", 2)[2] for line in out.splitlines() if line.count(" ") >= 2]
+    c_names = {name for name in defined() if name.startswith("tavrel_")}
+    cpp_names = {name.split("(")[0] for name in defined("-C") if name.startswith("tavrel::")}
+    return c_names, cpp_names
+
+
+def main():
+    symbols, header, library = sys.argv[1:4]
+    names, in_header = listed(symbols), declared(header)
+    c_names, cpp_names = exported(library)
+    faults = []
+    faults += [f"listed but not exported: {n}" for n in sorted(names - c_names - cpp_names)]
+    faults += [f"declared in the header but not listed: {n}" for n in sorted(in_header - names)]
+    faults += [f"listed but not declared in the header: {n}" for n in sorted(names - in_header)]
+    faults += [f"exported but not listed: {n}" for n in sorted(c_names - names)]
+    for fault in faults:
+        print(fault)
+    print(f"{len(names)} symbols listed, {len(in_header)} declared, {len(faults)} faults")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

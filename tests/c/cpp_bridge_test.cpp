@@ -1,0 +1,99 @@
+// tavrel.h in a C++ translation unit: a host written in C++ handed to C callers, and a C
+// completion on the URL session's thread.
+#include <tavrel_sdk/tavrel.h>
+#include <tavrel_sdk/ui.hpp>
+#include <tavrel_sdk/version.hpp>
+
+#include "endpoint/https_server.hpp"
+#include "support/sandbox.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+namespace tavrel {
+namespace {
+
+// A host library's own class, as an OpenGL or Vulkan compositor would make one.
+class CompositorHost final : public UIHost {
+ public:
+  CGSize screenSize() const override { return {320, 480}; }
+  double screenScale() const override { return 2.0; }
+  int presented = 0;
+
+ protected:
+  void presentFrame(const UIFrame&) override { ++presented; }
+};
+
+// No screen: a host is installed before any view is made.
+class CInterface : public testing::SimulatedSession {
+ protected:
+  void TearDown() override {
+    UIHost::install(nullptr);
+    SimulatedSession::TearDown();
+  }
+};
+
+TEST_F(CInterface, AHostWrittenInCxxServesEveryHostCallAndComesBackAsItself) {
+  auto compositor = std::make_shared<CompositorHost>();
+  tavrel_host* handle = hostForC(compositor);
+  ASSERT_NE(handle, nullptr);
+  EXPECT_EQ(hostForC(nullptr), nullptr);
+  EXPECT_EQ(std::dynamic_pointer_cast<CompositorHost>(hostFromC(handle)), compositor);
+
+  double width = 0, height = 0, scale = 0;
+  ASSERT_EQ(tavrel_host_screen_size(handle, &width, &height, &scale), TAVREL_OK);
+  EXPECT_EQ(width, 320);
+  EXPECT_EQ(height, 480);
+  EXPECT_EQ(scale, 2.0);
+  tavrel_frame frame{};
+  ASSERT_EQ(tavrel_host_render_frame(handle, &frame), TAVREL_OK);
+  EXPECT_EQ(compositor->presented, 1);
+  EXPECT_EQ(frame.width, 640);
+  ASSERT_EQ(frame.damage_count, 1u) << "the first frame is drawn whole";
+  EXPECT_EQ(frame.damage[0].width, 640);
+
+  ASSERT_EQ(tavrel_install_host(handle), TAVREL_OK);
+  tavrel_host_free(handle);
+  EXPECT_EQ(&UIHost::current(), compositor.get()) << "the library keeps its own reference";
+  tavrel_host* current = nullptr;
+  ASSERT_EQ(tavrel_host_current(&current), TAVREL_OK);
+  EXPECT_EQ(hostFromC(current), compositor);
+  tavrel_host_free(current);
+  EXPECT_NE(tavrel_sdkVersionNumber, 0.0);
+}
+
+TEST_F(CInterface, AValidTokenCallsTheCompletionOnceWithItsUserDataOnTheSessionsThread) {
+  const std::string token = "TOKENPREFIX-0123456789ab" "USERID-0123456789abcdefg";
+  endpoint::HttpsServer server;
+  server.addRoute("GET", "/m/launch/project/validate",
+                  [](const endpoint::RecordedRequest&) { return endpoint::Reply{.status = 200, .body = R"({"valid":true})"}; });
+  server.start();
+  ASSERT_EQ(tavrel_set_trusted_certificates_file(server.caFile().c_str()), TAVREL_OK);
+  ASSERT_EQ(tavrel_set_service_base_url_for_testing(server.baseUrl().c_str()), TAVREL_OK);
+  ASSERT_EQ(tavrel_set_auth_token(token.c_str()), TAVREL_OK);
+
+  struct Seen {
+    std::atomic<int> calls{0};
+    std::atomic<bool> ok{false};
+    std::atomic<bool> onMain{true};
+    std::thread::id main = std::this_thread::get_id();
+  } seen;
+  ASSERT_EQ(tavrel_validate(
+                [](bool ok, void* data) {
+                  auto* s = static_cast<Seen*>(data);
+                  s->ok = ok;
+                  s->onMain = std::this_thread::get_id() == s->main;
+                  ++s->calls;
+                },
+                &seen),
+            TAVREL_OK);
+  sim().runUntilIdle();
+  EXPECT_EQ(seen.calls, 1);
+  EXPECT_TRUE(seen.ok);
+  EXPECT_FALSE(seen.onMain) << "after a valid token, on the URL session's queue";
+}
+
+}  // namespace
+}  // namespace tavrel

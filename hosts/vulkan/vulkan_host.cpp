@@ -373,7 +373,7 @@ void VulkanHost::Device::destroy(Staging& buffer) {
   buffer = Staging{};
 }
 
-VulkanHost::VulkanHost(const VulkanHostInfo& info) : extent_(info.extent), scale_(info.scale) {
+VulkanHost::VulkanHost(const VulkanHostInfo& info) {
   if (info.instance == VK_NULL_HANDLE || info.physicalDevice == VK_NULL_HANDLE || info.device == VK_NULL_HANDLE ||
       info.queue == VK_NULL_HANDLE || info.getInstanceProcAddr == nullptr) {
     throw std::invalid_argument("VulkanHostInfo: instance, physical device, device, queue and getInstanceProcAddr are needed");
@@ -381,15 +381,23 @@ VulkanHost::VulkanHost(const VulkanHostInfo& info) : extent_(info.extent), scale
   if (info.renderPass == VK_NULL_HANDLE && info.colorFormat == VK_FORMAT_UNDEFINED) {
     throw std::invalid_argument("VulkanHostInfo: a render pass, or the colour format for dynamic rendering");
   }
-  if (info.framesInFlight == 0 || info.scale <= 0.0) {
-    throw std::invalid_argument("VulkanHostInfo: framesInFlight and scale must be above 0");
+  if (info.framesInFlight == 0 || info.extent.width == 0 || info.extent.height == 0 ||
+      info.windowSize.width < 0.0 || info.windowSize.height < 0.0) {
+    throw std::invalid_argument("VulkanHostInfo: framesInFlight and the extent must be above 0");
   }
+  setSize(info.windowSize, info.extent);
   device_ = std::make_unique<Device>(info);
 }
 
-VulkanHost::~VulkanHost() { shutdown(); }
+void VulkanHost::setSize(CGSize windowSize, VkExtent2D extent) {
+  if (windowSize.width <= 0.0 || windowSize.height <= 0.0) {
+    windowSize = CGSizeMake(extent.width, extent.height);
+  }
+  screenSize_ = windowSize;
+  scale_ = extent.width / windowSize.width;
+}
 
-CGSize VulkanHost::screenSize() const { return CGSizeMake(extent_.width / scale_, extent_.height / scale_); }
+VulkanHost::~VulkanHost() { shutdown(); }
 
 void VulkanHost::presentFrame(const UIFrame& frame) {
   if (!device_) return;
@@ -483,10 +491,12 @@ void VulkanHost::recordDraw(VkCommandBuffer commands) const {
   d.vk.vkCmdDraw(commands, 3, 1, 0, 0);
 }
 
-void VulkanHost::resize(VkExtent2D extent, double scale) {
-  extent_ = extent;
-  if (scale > 0.0) scale_ = scale;
-  if (!device_) return;
+void VulkanHost::resize(CGSize windowSize, VkExtent2D extent) {
+  if (extent.width == 0 || extent.height == 0) return;  // minimised: nothing is drawn meanwhile
+  const CGSize screen = screenSize_;
+  const double scale = scale_;
+  setSize(windowSize, extent);
+  if (!device_ || (screen == screenSize_ && scale == scale_)) return;
   // The texture changes size with the frame; earlier frames may still read the old one.
   device_->waitIdle();
   device_->destroyTexture();

@@ -39,7 +39,7 @@ class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithP
     game_ = OffscreenGame::create({{640, 480}, GetParam().framesInFlight, GetParam().dynamicRendering, true}, &whyNot);
     if (!game_) GTEST_SKIP() << whyNot;
     VulkanHostInfo info = game_->hostInfo();
-    info.scale = 2.0;
+    info.windowSize = CGSizeMake(320, 240);  // HiDPI: two pixels a point
     host_ = std::make_shared<VulkanHost>(info);
     UIHost::install(host_);
     screen_ = std::make_shared<UIWindow>();
@@ -185,7 +185,7 @@ TEST_P(VulkanHostTest, composesTheToolkitOverTheGameFrameAfterFrameCopyingOnlyWh
   // The swapchain made again at another size: one call, then the whole frame again.
   checkAll();
   game_->resize({480, 600});
-  host_->resize({480, 600});
+  host_->resize(CGSizeMake(240, 300), {480, 600});
   EXPECT_DOUBLE_EQ(host_->screenSize().width, 240.0);
   frames(3, 1.0 / 15, "resized");
 }

@@ -49,10 +49,12 @@ struct VulkanHostInfo {
   VkPipelineCache pipelineCache = VK_NULL_HANDLE;
   const VkAllocationCallbacks* allocator = nullptr;
   PFN_vkGetInstanceProcAddr getInstanceProcAddr = nullptr;
-  // The render area in pixels (the swapchain's extent), and pixels per point (the framebuffer
-  // size over the window size: 1 but on HiDPI). The screen is extent / scale points.
+  // The render area in pixels (the swapchain's extent), and the screen in points: the window's
+  // size, the one input coordinates come in (glfwGetWindowSize). Frames are drawn at the
+  // extent's width over the window's, one frame pixel a framebuffer pixel on HiDPI screens
+  // too. A window size of zero takes the extent (scale 1).
   VkExtent2D extent{};
-  double scale = 1.0;
+  CGSize windowSize{};
 };
 
 // A Vulkan call that failed, with its result.
@@ -76,7 +78,7 @@ class TAVREL_EXPORT VulkanHost final : public UIHost {
   VulkanHost(const VulkanHost&) = delete;
   VulkanHost& operator=(const VulkanHost&) = delete;
 
-  CGSize screenSize() const override;
+  CGSize screenSize() const override { return screenSize_; }
   double screenScale() const override { return scale_; }
 
   // Outside any render pass, once a frame, after the game has waited for the fence of
@@ -90,10 +92,12 @@ class TAVREL_EXPORT VulkanHost final : public UIHost {
   // frame, and draws it over the game. A game that draws more afterwards sets its own again.
   void recordDraw(VkCommandBuffer commands) const;
 
-  // The swapchain was made again at another extent (and scale, 0 keeping the present one):
-  // waits for the queue to be idle, then makes the texture at the new size. The next frame
-  // uploads the whole toolkit frame.
-  void resize(VkExtent2D extent, double scale = 0.0);
+  // The swapchain was made again at another extent, or the window changed size (zero: the
+  // extent in points): waits for the queue to be idle, and the next frame makes the texture at
+  // the new size and uploads the whole toolkit frame. Nothing when neither changed, so a game
+  // may call it whenever it makes its swapchain again. A zero extent (a minimised window) is
+  // ignored.
+  void resize(CGSize windowSize, VkExtent2D extent);
   // Waits for the queue to be idle and destroys everything the host made in Vulkan; call before
   // destroying the device. The host stays usable as the toolkit's screen; recordUpload() and
   // recordDraw() then record nothing. Idempotent.
@@ -107,9 +111,11 @@ class TAVREL_EXPORT VulkanHost final : public UIHost {
 
  private:
   struct Device;
+  void setSize(CGSize windowSize, VkExtent2D extent);
+
   std::unique_ptr<Device> device_;
-  VkExtent2D extent_;
-  double scale_;
+  CGSize screenSize_;
+  double scale_ = 1.0;
   std::uint64_t bytesUploaded_ = 0;
 };
 

@@ -373,7 +373,7 @@ void VulkanHost::Device::destroy(Staging& buffer) {
   buffer = Staging{};
 }
 
-VulkanHost::VulkanHost(const VulkanHostInfo& info) {
+VulkanHost::VulkanHost(const VulkanHostInfo& info) : framesInFlight_(info.framesInFlight) {
   if (info.instance == VK_NULL_HANDLE || info.physicalDevice == VK_NULL_HANDLE || info.device == VK_NULL_HANDLE ||
       info.queue == VK_NULL_HANDLE || info.getInstanceProcAddr == nullptr) {
     throw std::invalid_argument("VulkanHostInfo: instance, physical device, device, queue and getInstanceProcAddr are needed");

@@ -4,6 +4,7 @@
 // and going and a resize, with frames in flight overlapping. Some read-backs are kept as PNGs in
 // the build tree (tests/vulkan/frames/) to be looked at.
 
+#include <tavrel_sdk/tavrel_vulkan.h>
 #include <tavrel_sdk/ui.hpp>
 #include <tavrel_sdk/vulkan_host.hpp>
 
@@ -30,6 +31,7 @@ using testing::OffscreenGame;
 struct Case {
   std::uint32_t framesInFlight;
   bool dynamicRendering;
+  bool throughC;  // tavrel_vulkan.h's functions rather than VulkanHost's
 };
 
 class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithParamInterface<Case> {
@@ -48,8 +50,28 @@ class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithP
     if (!game_) GTEST_SKIP() << whyNot;
     VulkanHostInfo info = game_->hostInfo();
     info.windowSize = CGSizeMake(320, 240);  // HiDPI: two pixels a point
-    host_ = std::make_shared<VulkanHost>(info);
-    UIHost::install(host_);
+    if (GetParam().throughC) {
+      tavrel_vulkan_info c{};
+      c.instance = info.instance;
+      c.physical_device = info.physicalDevice;
+      c.device = info.device;
+      c.queue_family = info.queueFamily;
+      c.queue = info.queue;
+      c.render_pass = info.renderPass;
+      c.color_format = info.colorFormat;
+      c.frames_in_flight = info.framesInFlight;
+      c.get_instance_proc_addr = info.getInstanceProcAddr;
+      c.framebuffer_width = info.extent.width;
+      c.framebuffer_height = info.extent.height;
+      c.window_width = 320;
+      c.window_height = 240;
+      ASSERT_EQ(tavrel_vulkan_host_new(&c, &handle_), TAVREL_OK);
+      ASSERT_EQ(tavrel_install_host(handle_), TAVREL_OK);
+      host_ = std::dynamic_pointer_cast<VulkanHost>(hostFromC(handle_));
+    } else {
+      host_ = std::make_shared<VulkanHost>(info);
+      UIHost::install(host_);
+    }
     screen_ = std::make_shared<UIWindow>();
     screen_->setRootViewController(std::make_shared<UIViewController>());
     screen_->makeKeyAndVisible();
@@ -63,6 +85,10 @@ class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithP
     if (game_) {
       checkAll();
       UIHost::install(std::make_shared<HeadlessHost>(CGSizeMake(320, 240), 2.0));
+      if (handle_ != nullptr) {
+        EXPECT_EQ(tavrel_vulkan_shutdown(handle_), TAVREL_OK);
+        tavrel_host_free(handle_);
+      }
       host_->shutdown();
       host_.reset();
       game_->release();
@@ -77,8 +103,15 @@ class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithP
   void frame(const std::string& snapshot = "") {
     const std::uint32_t next = frames_ % GetParam().framesInFlight;
     check(next);
-    const std::uint32_t index = game_->frame([&](VkCommandBuffer c, std::uint32_t i) { host_->recordUpload(c, i); },
-                                             [&](VkCommandBuffer c) { host_->recordDraw(c); });
+    const std::uint32_t index = game_->frame(
+        [&](VkCommandBuffer c, std::uint32_t i) {
+          if (handle_ == nullptr) return host_->recordUpload(c, i);
+          EXPECT_EQ(tavrel_vulkan_record_upload(handle_, c, i), TAVREL_OK);
+        },
+        [&](VkCommandBuffer c) {
+          if (handle_ == nullptr) return host_->recordDraw(c);
+          EXPECT_EQ(tavrel_vulkan_record_draw(handle_, c), TAVREL_OK);
+        });
     ASSERT_EQ(index, next);
     const UIFrame& drawn = host_->renderFrame();  // nothing changed since the upload: its pixels
     ASSERT_TRUE(drawn.damage.empty());
@@ -156,6 +189,7 @@ class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithP
   };
   std::unique_ptr<OffscreenGame> game_;
   std::shared_ptr<VulkanHost> host_;
+  tavrel_host* handle_ = nullptr;  // through C
   std::shared_ptr<UIWindow> screen_;
   std::vector<Expected> expected_;
   int frames_ = 0;
@@ -193,17 +227,37 @@ TEST_P(VulkanHostTest, composesTheToolkitOverTheGameFrameAfterFrameCopyingOnlyWh
   // The swapchain made again at another size: one call, then the whole frame again.
   checkAll();
   game_->resize({480, 600});
-  host_->resize(CGSizeMake(240, 300), {480, 600});
+  if (handle_ != nullptr) {
+    EXPECT_EQ(tavrel_vulkan_resize(handle_, 240, 300, 480, 600), TAVREL_OK);
+  } else {
+    host_->resize(CGSizeMake(240, 300), {480, 600});
+  }
   EXPECT_DOUBLE_EQ(host_->screenSize().width, 240.0);
   frames(3, 1.0 / 15, "resized");
 }
 
+using VulkanHostFromCTest = VulkanHostTest;
+
+TEST_P(VulkanHostFromCTest, refusesWhatItCannotUse) {
+  tavrel_vulkan_info empty{};
+  tavrel_host* made = nullptr;
+  EXPECT_EQ(tavrel_vulkan_host_new(&empty, &made), TAVREL_ERROR_NULL_ARGUMENT);
+  EXPECT_EQ(made, nullptr);
+  const auto commands = reinterpret_cast<VkCommandBuffer>(&made);  // never used: refused first
+  EXPECT_EQ(tavrel_vulkan_record_upload(handle_, commands, GetParam().framesInFlight), TAVREL_ERROR_OUT_OF_RANGE);
+  tavrel_host* headless = nullptr;
+  ASSERT_EQ(tavrel_host_new(320, 240, 1, nullptr, nullptr, &headless), TAVREL_OK);
+  EXPECT_EQ(tavrel_vulkan_record_draw(headless, commands), TAVREL_ERROR_INVALID_ARGUMENT);
+  tavrel_host_free(headless);
+}
+
+const auto caseName = [](const auto& info) {
+  return std::to_string(info.param.framesInFlight) + "InFlight" +
+         (info.param.dynamicRendering ? "DynamicRendering" : "RenderPass") + (info.param.throughC ? "FromC" : "");
+};
+INSTANTIATE_TEST_SUITE_P(FramesInFlight, VulkanHostFromCTest, ::testing::Values(Case{2, false, true}), caseName);
 INSTANTIATE_TEST_SUITE_P(FramesInFlight, VulkanHostTest,
-                         ::testing::Values(Case{2, false}, Case{3, true}),
-                         [](const auto& info) {
-                           return std::to_string(info.param.framesInFlight) + "InFlight" +
-                                  (info.param.dynamicRendering ? "DynamicRendering" : "RenderPass");
-                         });
+                         ::testing::Values(Case{2, false, false}, Case{3, true, true}), caseName);
 
 }  // namespace
 }  // namespace tavrel

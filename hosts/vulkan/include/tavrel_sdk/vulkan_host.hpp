@@ -103,6 +103,7 @@ class TAVREL_EXPORT VulkanHost final : public UIHost {
   // recordDraw() then record nothing. Idempotent.
   void shutdown();
 
+  std::uint32_t framesInFlight() const { return framesInFlight_; }
   // Bytes copied into staging buffers since the host was made.
   std::uint64_t bytesUploaded() const { return bytesUploaded_; }
 
@@ -116,6 +117,7 @@ class TAVREL_EXPORT VulkanHost final : public UIHost {
   std::unique_ptr<Device> device_;
   CGSize screenSize_;
   double scale_ = 1.0;
+  std::uint32_t framesInFlight_;
   std::uint64_t bytesUploaded_ = 0;
 };
 

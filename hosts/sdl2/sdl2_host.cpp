@@ -32,8 +32,13 @@ std::uint32_t straightAlpha(std::uint32_t pixel) {
 
 }  // namespace
 
-SdlHost::SdlHost(SDL_Window* window, SDL_Renderer* renderer, double scale)
-    : renderer_(renderer), windowId_(SDL_GetWindowID(window)) {
+SdlInput::SdlInput(SDL_Window* window) : windowId_(SDL_GetWindowID(window)) {
+  // SDL switches text input on at start-up: keys would come as text (and open an input
+  // method's window) while no field wants them.
+  SDL_StopTextInput();
+}
+
+SdlHost::SdlHost(SDL_Window* window, SDL_Renderer* renderer, double scale) : renderer_(renderer), input_(window) {
   int width = 0;
   int height = 0;
   SDL_GetWindowSize(window, &width, &height);
@@ -46,9 +51,6 @@ SdlHost::SdlHost(SDL_Window* window, SDL_Renderer* renderer, double scale)
                 : 1.0;
   }
   scale_ = scale;
-  // SDL switches text input on at start-up: keys would come as text (and open an input
-  // method's window) while no field wants them.
-  SDL_StopTextInput();
   // Where the renderer takes this blend mode, pixels go up as Cairo drew them (makeTexture()).
   blendMode_ = SDL_ComposeCustomBlendMode(SDL_BLENDFACTOR_ONE, SDL_BLENDFACTOR_ONE_MINUS_SRC_ALPHA,
                                           SDL_BLENDOPERATION_ADD, SDL_BLENDFACTOR_ONE,
@@ -65,7 +67,7 @@ SdlHost::~SdlHost() = default;
 void SdlHost::composite() {
   renderFrame();
   if (texture_ != nullptr) SDL_RenderCopy(renderer_, texture_, nullptr, nullptr);
-  syncTextInput();
+  input_.syncTextInput();
 }
 
 void SdlHost::presentFrame(const UIFrame& frame) {
@@ -134,92 +136,99 @@ bool SdlHost::handleEvent(const SDL_Event& event) {
       // The renderer's textures are gone: the next frame makes a new one and fills it.
       texture_ = nullptr;
       return false;
-    case SDL_WINDOWEVENT:
-      // A finger that would never come up otherwise (the window lost the pointer mid-drag).
-      if (event.window.windowID == windowId_ && event.window.event == SDL_WINDOWEVENT_FOCUS_LOST) {
-        std::vector<Finger> fingers;
-        if (mouseDown_) fingers.push_back({kMouseFinger, {}});
-        for (const auto& [sdlId, id] : fingerIds_) fingers.push_back({id, {}});
-        mouseDown_ = false;
-        fingerIds_.clear();
-        if (!fingers.empty()) fingersCancelled(fingers);
-      }
-      return false;
     default:
-      break;
+      return input_.handleEvent(event);
+  }
+}
+
+bool SdlInput::handleEvent(const SDL_Event& event) {
+  if (event.type == SDL_WINDOWEVENT) {
+    // A finger that would never come up otherwise (the window lost the pointer mid-drag).
+    if (event.window.windowID == windowId_ && event.window.event == SDL_WINDOWEVENT_FOCUS_LOST) {
+      std::vector<Finger> fingers;
+      if (mouseDown_) fingers.push_back({kMouseFinger, {}});
+      for (const auto& [sdlId, id] : fingerIds_) fingers.push_back({id, {}});
+      mouseDown_ = false;
+      fingerIds_.clear();
+      if (!fingers.empty()) UIHost::current().fingersCancelled(fingers);
+    }
+    return false;
   }
   const bool taken = handleInput(event);
   syncTextInput();
   return taken;
 }
 
-bool SdlHost::handleInput(const SDL_Event& event) {
+bool SdlInput::handleInput(const SDL_Event& event) {
+  UIHost& host = UIHost::current();
+  const CGSize screen = host.screenSize();
   const bool focused = UIResponder::currentFirstResponder() != nullptr;
   switch (event.type) {
     case SDL_MOUSEBUTTONDOWN:
     case SDL_MOUSEBUTTONUP: {
       // SDL_TOUCH_MOUSEID: a mouse event SDL made from a touch, which comes as a finger too.
       if (!forThisWindow(event.button.windowID) || event.button.which == SDL_TOUCH_MOUSEID) return false;
-      if (event.button.button != SDL_BUTTON_LEFT) return isCovered();
+      if (event.button.button != SDL_BUTTON_LEFT) return host.isCovered();
       const std::vector<Finger> finger{{kMouseFinger, CGPointMake(event.button.x, event.button.y)}};
       if (event.type == SDL_MOUSEBUTTONDOWN) {
-        if (mouseDown_) return isCovered();
+        if (mouseDown_) return host.isCovered();
         mouseDown_ = true;
-        return fingersDown(finger) || isCovered();
+        return host.fingersDown(finger) || host.isCovered();
       }
-      if (!mouseDown_) return isCovered();
+      if (!mouseDown_) return host.isCovered();
       mouseDown_ = false;
-      return fingersUp(finger) || isCovered();
+      return host.fingersUp(finger) || host.isCovered();
     }
     case SDL_MOUSEMOTION:
       if (!forThisWindow(event.motion.windowID) || event.motion.which == SDL_TOUCH_MOUSEID) return false;
-      if (!mouseDown_) return isCovered();
-      return fingersMoved({{kMouseFinger, CGPointMake(event.motion.x, event.motion.y)}}) || isCovered();
+      if (!mouseDown_) return host.isCovered();
+      return host.fingersMoved({{kMouseFinger, CGPointMake(event.motion.x, event.motion.y)}}) || host.isCovered();
     case SDL_MOUSEWHEEL:
-      return forThisWindow(event.wheel.windowID) && isCovered();
+      return forThisWindow(event.wheel.windowID) && host.isCovered();
     case SDL_FINGERDOWN:
     case SDL_FINGERMOTION:
     case SDL_FINGERUP:
       // SDL_MOUSE_TOUCHID: a finger SDL made from the mouse, which comes as a mouse event too.
       if (event.tfinger.touchId == SDL_MOUSE_TOUCHID || !forThisWindow(event.tfinger.windowID)) return false;
       return handleFinger(static_cast<SDL_EventType>(event.type), {event.tfinger.touchId, event.tfinger.fingerId},
-                          CGPointMake(event.tfinger.x * screenSize_.width, event.tfinger.y * screenSize_.height));
+                          CGPointMake(event.tfinger.x * screen.width, event.tfinger.y * screen.height));
     case SDL_TEXTINPUT:
       if (!forThisWindow(event.text.windowID)) return false;
-      return typeText(event.text.text) || isCovered();
+      return host.typeText(event.text.text) || host.isCovered();
     case SDL_TEXTEDITING:
-      return forThisWindow(event.edit.windowID) && (focused || isCovered());
+      return forThisWindow(event.edit.windowID) && (focused || host.isCovered());
     case SDL_KEYDOWN:
     case SDL_KEYUP: {
       if (!forThisWindow(event.key.windowID)) return false;
       bool taken = false;
       if (event.type == SDL_KEYDOWN) {
         const SDL_Keycode key = event.key.keysym.sym;
-        if ((key == SDLK_RETURN || key == SDLK_KP_ENTER) && event.key.repeat == 0) taken = pressReturn();
-        if (key == SDLK_BACKSPACE) taken = pressBackspace();
+        if ((key == SDLK_RETURN || key == SDLK_KP_ENTER) && event.key.repeat == 0) taken = host.pressReturn();
+        if (key == SDLK_BACKSPACE) taken = host.pressBackspace();
       }
-      return taken || focused || isCovered();
+      return taken || focused || host.isCovered();
     }
     default:
       return false;
   }
 }
 
-bool SdlHost::handleFinger(SDL_EventType type, TouchFinger finger, CGPoint location) {
+bool SdlInput::handleFinger(SDL_EventType type, TouchFinger finger, CGPoint location) {
+  UIHost& host = UIHost::current();
   auto it = fingerIds_.find(finger);
   if (type == SDL_FINGERDOWN) {
-    if (it != fingerIds_.end()) return isCovered();
+    if (it != fingerIds_.end()) return host.isCovered();
     it = fingerIds_.emplace(finger, nextFingerId_++).first;
-    return fingersDown({{it->second, location}}) || isCovered();
+    return host.fingersDown({{it->second, location}}) || host.isCovered();
   }
-  if (it == fingerIds_.end()) return isCovered();  // went down before the host was there
+  if (it == fingerIds_.end()) return host.isCovered();  // went down before the host was there
   const std::vector<Finger> fingers{{it->second, location}};
-  if (type == SDL_FINGERMOTION) return fingersMoved(fingers) || isCovered();
+  if (type == SDL_FINGERMOTION) return host.fingersMoved(fingers) || host.isCovered();
   fingerIds_.erase(it);
-  return fingersUp(fingers) || isCovered();
+  return host.fingersUp(fingers) || host.isCovered();
 }
 
-void SdlHost::syncTextInput() {
+void SdlInput::syncTextInput() {
   UIResponder* responder = UIResponder::currentFirstResponder();
   const bool focused = responder != nullptr;
   if (focused == fieldFocused_) return;

@@ -23,6 +23,41 @@
 
 namespace tavrel {
 
+// SDL events of one window for the installed host, whatever draws it: SdlHost, or an OpenGL
+// compositor in a window with an OpenGL context. The left mouse button and SDL touch fingers
+// are fingers; text input and Return, keypad Enter and Backspace are keyboard input for a
+// focused field. Text input is switched off when the adapter is made, then on exactly while a
+// field of the library has the focus (SDL_StartTextInput / SDL_StopTextInput).
+//
+// Thread safety: main thread only.
+class TAVREL_EXPORT SdlInput {
+ public:
+  explicit SdlInput(SDL_Window* window);
+  SdlInput(const SdlInput&) = delete;
+  SdlInput& operator=(const SdlInput&) = delete;
+
+  // Forwards one event; true when the library took it and the game should ignore it: input
+  // that reached a page or an alert, any input while one covers the game, keys while a field
+  // has the focus.
+  bool handleEvent(const SDL_Event& event);
+  // Text input on or off as the focus stands now (handleEvent() does it too).
+  void syncTextInput();
+
+ private:
+  // Events of another window of the game are not ours; 0 is SDL's "no window focused".
+  bool forThisWindow(std::uint32_t windowId) const { return windowId == 0 || windowId == windowId_; }
+  bool handleInput(const SDL_Event& event);
+  // A finger's id is its touch device's own: two devices may both have a finger 0.
+  using TouchFinger = std::pair<SDL_TouchID, SDL_FingerID>;
+  bool handleFinger(SDL_EventType type, TouchFinger finger, CGPoint location);
+
+  std::uint32_t windowId_;
+  bool mouseDown_ = false;
+  bool fieldFocused_ = false;
+  std::map<TouchFinger, int> fingerIds_;  // SDL's touch fingers down, by the ids the toolkit sees
+  int nextFingerId_ = 1;                  // 0 is the mouse
+};
+
 class TAVREL_EXPORT SdlHost final : public UIHost {
  public:
   // Shows the toolkit in `window`, drawn through the game's `renderer`; neither is owned and
@@ -44,12 +79,8 @@ class TAVREL_EXPORT SdlHost final : public UIHost {
   // frame and before SDL_RenderPresent().
   void composite();
 
-  // Forwards one event: the left mouse button and SDL touch fingers as fingers, text input
-  // and Return, keypad Enter and Backspace as keyboard input for a focused field. Returns true
-  // when the library took the event, the game should then ignore it: input that reached a
-  // page or an alert, any input while one covers the game, keys while a field has the focus.
-  // Text input is switched off when the host is made, then on exactly while a field of the
-  // library has the focus (SDL_StartTextInput / SDL_StopTextInput).
+  // Keeps its texture through render resets, and forwards the rest to an SdlInput of the
+  // window: true when the library took the event and the game should ignore it.
   bool handleEvent(const SDL_Event& event);
 
   // Whether the renderer takes the toolkit's premultiplied pixels as they are (a blend mode of
@@ -60,27 +91,16 @@ class TAVREL_EXPORT SdlHost final : public UIHost {
   void presentFrame(const UIFrame& frame) override;
 
  private:
-  // Events of another window of the game are not ours; 0 is SDL's "no window focused".
-  bool forThisWindow(std::uint32_t windowId) const { return windowId == 0 || windowId == windowId_; }
-  bool handleInput(const SDL_Event& event);
-  // A finger's id is its touch device's own: two devices may both have a finger 0.
-  using TouchFinger = std::pair<SDL_TouchID, SDL_FingerID>;
-  bool handleFinger(SDL_EventType type, TouchFinger finger, CGPoint location);
   bool makeTexture(int width, int height);
   void upload(const UIFrame& frame, PixelRect rect);
-  void syncTextInput();
 
   SDL_Renderer* renderer_;
-  std::uint32_t windowId_;
+  SdlInput input_;
   CGSize screenSize_;
   double scale_;
   SDL_Texture* texture_ = nullptr;
   SDL_BlendMode blendMode_ = SDL_BLENDMODE_BLEND;
   bool uploadWholeFrame_ = true;
-  bool mouseDown_ = false;
-  bool fieldFocused_ = false;
-  std::map<TouchFinger, int> fingerIds_;  // SDL's touch fingers down, by the ids the toolkit sees
-  int nextFingerId_ = 1;                  // 0 is the mouse
 };
 
 // A window for a session that has no game of its own (tavrel run --window): the window, its

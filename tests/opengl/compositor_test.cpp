@@ -1,0 +1,295 @@
+// OpenGLHost on real OpenGL (Mesa's llvmpipe through EGL, no window), on an OpenGL 3.3 core and
+// an OpenGL ES 3.0 context: the picture is the toolkit's frame blended over the game's pixels,
+// only damage goes up, and the game's GL state is as the game left it.
+
+#include <tavrel_sdk/opengl_host.hpp>
+#include <tavrel_sdk/tavrel_opengl.h>
+#include <tavrel_sdk/ui.hpp>
+
+#include "support/blend_check.hpp"
+#include "support/egl_context.hpp"
+#include "support/sandbox.hpp"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace tavrel {
+namespace {
+
+using testing::EglContext;
+
+class OpenGLHostTest : public testing::SimulatedSession, public ::testing::WithParamInterface<EglContext::Kind> {
+ protected:
+  void SetUp() override {
+    SimulatedSession::SetUp();
+    std::string why;
+    context_ = EglContext::make(GetParam(), 200, 100, &why);
+    if (!context_) GTEST_SKIP() << "no OpenGL here: " << why;
+    host_ = std::make_shared<OpenGLHost>(eglGetProcAddress, CGSizeMake(200, 100), 200, 100);
+    UIHost::install(host_);
+    screen_ = std::make_shared<UIWindow>();
+    screen_->setRootViewController(std::make_shared<UIViewController>());
+    screen_->makeKeyAndVisible();
+  }
+  void TearDown() override {
+    screen_.reset();
+    UIHost::install(std::make_shared<HeadlessHost>(CGSizeMake(200, 100), 1.0));
+    if (host_) host_->releaseGL();
+    host_.reset();
+    context_.reset();
+    SimulatedSession::TearDown();
+  }
+
+  std::shared_ptr<UIView> addView(CGRect frame, std::shared_ptr<UIColor> color) {
+    auto view = std::make_shared<UIView>(frame);
+    view->setBackgroundColor(std::move(color));
+    screen_->rootViewController()->view()->addSubview(view);
+    return view;
+  }
+
+  // The game's frame: four colours in bands, so a picture upside down or shifted shows.
+  void drawGame() {
+    glDisable(GL_SCISSOR_TEST);
+    glClearColor(0.0f, 0.0f, 0.8f, 1.0f);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glEnable(GL_SCISSOR_TEST);
+    const int w = context_->width();
+    const int h = context_->height();
+    glScissor(0, 0, w / 2, h / 3);  // bottom left
+    glClearColor(0.9f, 0.6f, 0.1f, 1.0f);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glScissor(w / 2, h / 2, w / 2, h / 2);  // top right
+    glClearColor(0.2f, 0.7f, 0.3f, 1.0f);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glDisable(GL_SCISSOR_TEST);
+  }
+
+  // Draws the game, composites, and says where the picture differs from what it should be.
+  std::string compositeAndCompare() {
+    drawGame();
+    const std::vector<std::uint32_t> game = context_->read();
+    host_->composite();
+    const std::vector<std::uint32_t> shown = context_->read();
+    const UIFrame& frame = host_->renderFrame();  // nothing changed: the frame just composited
+    if (frame.width != context_->width() || frame.height != context_->height()) return "the frame has another size";
+    return testing::blendMismatches(frame.pixels, frame.stride / 4, game.data(), shown.data(), frame.width,
+                                    frame.width, frame.height);
+  }
+
+  std::unique_ptr<EglContext> context_;
+  std::shared_ptr<OpenGLHost> host_;
+  std::shared_ptr<UIWindow> screen_;
+};
+
+TEST_P(OpenGLHostTest, showsTheFrameOverTheGameAndUploadsOnlyWhatChanged) {
+  EXPECT_EQ(host_->isES(), GetParam() == EglContext::Kind::ES30);
+  addView(CGRectMake(0, 0, 60, 100), UIColor::colorWithRed(1, 1, 1, 0.5));
+  auto block = addView(CGRectMake(60, 10, 30, 30), UIColor::colorWithRed(1, 0, 0, 1));
+  auto label = std::make_shared<UILabel>(CGRectMake(100, 40, 100, 30));
+  label->setText("Tavrel 12:34");
+  label->setTextColor(UIColor::colorWithRed(1, 1, 1, 0.8));
+  screen_->rootViewController()->view()->addSubview(label);
+
+  EXPECT_EQ(compositeAndCompare(), "");
+  EXPECT_EQ(host_->bytesUploaded(), 200u * 100 * 4);  // the first frame whole
+
+  // One block moves: exactly the damaged rectangles go up (rendered here, before the composite,
+  // as a PNG written meanwhile would render them).
+  block->setFrame(CGRectMake(70, 50, 30, 30));
+  const std::uint64_t before = host_->bytesUploaded();
+  std::uint64_t damaged = 0;
+  for (const PixelRect& r : host_->renderFrame().damage) damaged += static_cast<std::uint64_t>(r.width) * r.height * 4;
+  EXPECT_EQ(compositeAndCompare(), "");
+  EXPECT_EQ(host_->bytesUploaded() - before, damaged);
+  EXPECT_LT(damaged, 200u * 100 * 4 / 4);
+
+  // Nothing changed: nothing goes up, and the picture is drawn all the same.
+  const std::uint64_t uploads = host_->uploads();
+  const std::uint64_t bytes = host_->bytesUploaded();
+  EXPECT_EQ(compositeAndCompare(), "");
+  EXPECT_EQ(host_->uploads(), uploads);
+  EXPECT_EQ(host_->bytesUploaded(), bytes);
+}
+
+TEST_P(OpenGLHostTest, coversAHiDPIFramebufferAndFollowsAResize) {
+  addView(CGRectMake(10, 10, 50, 30), UIColor::colorWithRed(0, 1, 0, 0.6));
+  auto label = std::make_shared<UILabel>(CGRectMake(100, 60, 100, 30));
+  label->setText("Ag");
+  screen_->rootViewController()->view()->addSubview(label);
+  host_->resize(CGSizeMake(100, 50), 200, 100);  // points, pixels at twice the size
+  EXPECT_EQ(host_->screenScale(), 2.0);
+  EXPECT_EQ(compositeAndCompare(), "");
+
+  context_->resize(300, 160);
+  host_->resize(CGSizeMake(150, 80), 300, 160);
+  EXPECT_EQ(compositeAndCompare(), "");
+  EXPECT_EQ(host_->renderFrame().width, 300);
+}
+
+// Everything a game may have set that the compositor touches, read back the way a game would.
+struct GLState {
+  std::map<GLenum, std::vector<GLint>> integers;
+  std::map<GLenum, GLboolean> enables;
+};
+
+// The enumerants whose values differ, in hex; empty when none does.
+std::string changed(const GLState& before, const GLState& after) {
+  std::ostringstream names;
+  names << std::hex;
+  for (const auto& [name, value] : before.integers) {
+    if (after.integers.at(name) != value) names << "0x" << name << " ";
+  }
+  for (const auto& [name, on] : before.enables) {
+    if (after.enables.at(name) != on) names << "0x" << name << " ";
+  }
+  return names.str();
+}
+
+GLState readState(bool es) {
+  GLState state;
+  std::vector<std::pair<GLenum, int>> integers = {
+      {GL_ACTIVE_TEXTURE, 1}, {GL_CURRENT_PROGRAM, 1}, {GL_VERTEX_ARRAY_BINDING, 1}, {GL_ARRAY_BUFFER_BINDING, 1},
+      {GL_ELEMENT_ARRAY_BUFFER_BINDING, 1}, {GL_PIXEL_UNPACK_BUFFER_BINDING, 1}, {GL_DRAW_FRAMEBUFFER_BINDING, 1},
+      {GL_READ_FRAMEBUFFER_BINDING, 1}, {GL_VIEWPORT, 4}, {GL_SCISSOR_BOX, 4}, {GL_COLOR_WRITEMASK, 4},
+      {GL_BLEND_SRC_RGB, 1}, {GL_BLEND_DST_RGB, 1}, {GL_BLEND_SRC_ALPHA, 1}, {GL_BLEND_DST_ALPHA, 1},
+      {GL_BLEND_EQUATION_RGB, 1}, {GL_BLEND_EQUATION_ALPHA, 1}, {GL_UNPACK_ROW_LENGTH, 1}, {GL_UNPACK_SKIP_ROWS, 1},
+      {GL_UNPACK_SKIP_PIXELS, 1}, {GL_UNPACK_ALIGNMENT, 1}, {GL_UNPACK_IMAGE_HEIGHT, 1}, {GL_UNPACK_SKIP_IMAGES, 1}};
+  if (!es) integers.insert(integers.end(), {{GL_POLYGON_MODE, 2}, {GL_UNPACK_SWAP_BYTES, 1}, {GL_UNPACK_LSB_FIRST, 1}});
+  for (const auto& [name, count] : integers) {
+    std::vector<GLint> value(static_cast<std::size_t>(count));
+    glGetIntegerv(name, value.data());
+    state.integers[name] = value;
+  }
+  // Each texture unit's 2D texture and sampler.
+  const GLint active = state.integers[GL_ACTIVE_TEXTURE][0];
+  for (GLenum unit : {GL_TEXTURE0, GL_TEXTURE3}) {
+    glActiveTexture(unit);
+    GLint texture = 0;
+    GLint sampler = 0;
+    glGetIntegerv(GL_TEXTURE_BINDING_2D, &texture);
+    glGetIntegerv(GL_SAMPLER_BINDING, &sampler);
+    state.integers[unit] = {texture, sampler};
+  }
+  glActiveTexture(static_cast<GLenum>(active));
+  std::vector<GLenum> enables = {GL_BLEND, GL_CULL_FACE, GL_DEPTH_TEST, GL_STENCIL_TEST, GL_SCISSOR_TEST,
+                                 GL_RASTERIZER_DISCARD, GL_SAMPLE_ALPHA_TO_COVERAGE, GL_POLYGON_OFFSET_FILL};
+  if (!es) enables.insert(enables.end(), {GL_FRAMEBUFFER_SRGB, GL_COLOR_LOGIC_OP});
+  for (GLenum name : enables) state.enables[name] = glIsEnabled(name);
+  return state;
+}
+
+TEST_P(OpenGLHostTest, leavesEveryPieceOfTheGamesStateAsItFoundIt) {
+  const bool es = GetParam() == EglContext::Kind::ES30;
+  auto block = addView(CGRectMake(20, 20, 40, 40), UIColor::colorWithRed(1, 0, 1, 0.7));
+  // A game mid-frame: its own objects bound and odd settings everywhere.
+  std::array<GLuint, 3> textures{};
+  glGenTextures(3, textures.data());
+  std::array<GLuint, 3> buffers{};
+  glGenBuffers(3, buffers.data());
+  GLuint vertexArray = 0;
+  glGenVertexArrays(1, &vertexArray);
+  GLuint sampler = 0;
+  glGenSamplers(1, &sampler);
+  glSamplerParameteri(sampler, GL_TEXTURE_MIN_FILTER, GL_NEAREST_MIPMAP_NEAREST);  // would leave our texture black
+  glActiveTexture(GL_TEXTURE0);
+  glBindTexture(GL_TEXTURE_2D, textures[0]);
+  glBindSampler(0, sampler);
+  glActiveTexture(GL_TEXTURE3);
+  glBindTexture(GL_TEXTURE_2D, textures[1]);
+  glBindVertexArray(vertexArray);
+  glBindBuffer(GL_ARRAY_BUFFER, buffers[0]);
+  glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, buffers[1]);
+  glBindBuffer(GL_PIXEL_UNPACK_BUFFER, buffers[2]);
+  glBufferData(GL_PIXEL_UNPACK_BUFFER, 64, nullptr, GL_STREAM_DRAW);
+  const char* vertex = es ? "#version 300 es\nvoid main() { gl_Position = vec4(0.0); }"
+                          : "#version 330 core\nvoid main() { gl_Position = vec4(0.0); }";
+  const char* fragment = es ? "#version 300 es\nprecision mediump float;\nout vec4 c;\nvoid main() { c = vec4(1.0); }"
+                            : "#version 330 core\nout vec4 c;\nvoid main() { c = vec4(1.0); }";
+  const GLuint program = glCreateProgram();
+  for (auto [kind, text] : {std::pair{GL_VERTEX_SHADER, vertex}, std::pair{GL_FRAGMENT_SHADER, fragment}}) {
+    const GLuint shader = glCreateShader(kind);
+    glShaderSource(shader, 1, &text, nullptr);
+    glCompileShader(shader);
+    glAttachShader(program, shader);
+    glDeleteShader(shader);
+  }
+  glLinkProgram(program);
+  glUseProgram(program);
+  glPixelStorei(GL_UNPACK_ROW_LENGTH, 7);
+  glPixelStorei(GL_UNPACK_SKIP_ROWS, 3);
+  glPixelStorei(GL_UNPACK_SKIP_PIXELS, 2);
+  glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+  glPixelStorei(GL_UNPACK_IMAGE_HEIGHT, 5);
+  glPixelStorei(GL_UNPACK_SKIP_IMAGES, 1);
+  if (!es) {
+    glPixelStorei(GL_UNPACK_SWAP_BYTES, GL_TRUE);
+    glPolygonMode(GL_FRONT_AND_BACK, GL_LINE);
+    glEnable(GL_FRAMEBUFFER_SRGB);
+    glEnable(GL_COLOR_LOGIC_OP);
+  }
+  glViewport(5, 6, 70, 80);
+  glScissor(1, 2, 3, 4);
+  glColorMask(GL_TRUE, GL_FALSE, GL_TRUE, GL_FALSE);
+  glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE, GL_ZERO, GL_DST_COLOR);
+  glBlendEquationSeparate(GL_FUNC_SUBTRACT, GL_MAX);
+  for (GLenum name : {GL_CULL_FACE, GL_DEPTH_TEST, GL_STENCIL_TEST, GL_POLYGON_OFFSET_FILL, GL_SAMPLE_ALPHA_TO_COVERAGE}) {
+    glEnable(name);
+  }
+  glDisable(GL_BLEND);
+  const GLState before = readState(es);
+
+  // The first frame whole, then a damaged rectangle, then nothing: three ways through.
+  for (int frame = 0; frame < 3; ++frame) {
+    if (frame == 1) block->setFrame(CGRectMake(100, 30, 40, 40));
+    host_->composite();
+    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR)) << "frame " << frame;
+    EXPECT_EQ(changed(before, readState(es)), "") << "frame " << frame;
+  }
+
+  // And the picture came out right through all of it (with the game's settings the draw needs
+  // undone, as the game would for its own next frame).
+  glUseProgram(0);
+  glBindVertexArray(0);
+  glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
+  glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+  if (!es) {
+    glPixelStorei(GL_UNPACK_SWAP_BYTES, GL_FALSE);
+    glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
+    glDisable(GL_COLOR_LOGIC_OP);
+  }
+  glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+  glViewport(0, 0, 200, 100);
+  EXPECT_EQ(compositeAndCompare(), "");
+  glDeleteProgram(program);
+  glDeleteSamplers(1, &sampler);
+  glDeleteVertexArrays(1, &vertexArray);
+  glDeleteBuffers(3, buffers.data());
+  glDeleteTextures(3, textures.data());
+}
+
+TEST_P(OpenGLHostTest, fromCTakesOpenGLHostsOnlyAndComposites) {
+  tavrel_host* host = nullptr;
+  ASSERT_EQ(tavrel_opengl_host_new(eglGetProcAddress, 200, 100, 200, 100, &host), TAVREL_OK);
+  EXPECT_EQ(tavrel_opengl_resize(host, 100, 50, 200, 100), TAVREL_OK);
+  EXPECT_EQ(tavrel_opengl_composite(host), TAVREL_OK);
+  EXPECT_EQ(tavrel_opengl_release_gl(host), TAVREL_OK);
+  EXPECT_EQ(tavrel_opengl_resize(host, 0, 50, 200, 100), TAVREL_ERROR_OUT_OF_RANGE);
+  tavrel_host_free(host);
+  tavrel_host* other = nullptr;
+  ASSERT_EQ(tavrel_host_new(200, 100, 1, nullptr, nullptr, &other), TAVREL_OK);
+  EXPECT_EQ(tavrel_opengl_composite(other), TAVREL_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(tavrel_opengl_composite(nullptr), TAVREL_ERROR_NULL_ARGUMENT);
+  tavrel_host_free(other);
+}
+
+INSTANTIATE_TEST_SUITE_P(Contexts, OpenGLHostTest, ::testing::Values(EglContext::Kind::Core33, EglContext::Kind::ES30),
+                         [](const auto& info) { return info.param == EglContext::Kind::ES30 ? "ES30" : "Core33"; });
+
+}  // namespace
+}  // namespace tavrel

@@ -24,6 +24,7 @@
 namespace tavrel {
 namespace {
 
+using testing::blendMismatches;
 using testing::OffscreenGame;
 
 struct Case {

@@ -81,6 +81,11 @@ TEST(VulkanWindow, aRefusedPlayerLogsInAndTheOverlayFollowsTheSwapchain) {
   ASSERT_TRUE(waitUntil([&] { return readFile(dir + "/game.log").find("the session may go on") != std::string::npos; }))
       << readFile(dir + "/game.log") << readFile(dir + "/serve.log");
 
+  ASSERT_TRUE(waitUntil([&] {
+    tree = readTree(session.treeFile);
+    return tree.is_object() && presentedPage(tree).is_null();
+  }));  // the page has slid away
+
   // A finger held on the scene: its mark, the watermark and the scene's ground.
   ASSERT_TRUE(run("xdotool mousemove --window " + window->id + " " + at(280, 300) + " mousedown 1 mousemove --window " +
                       window->id + " " + at(300, 320),

@@ -18,3 +18,6 @@ install(FILES ${PROJECT_BINARY_DIR}/tavrel_sdkConfig.cmake ${PROJECT_BINARY_DIR}
 
 configure_file(${CMAKE_CURRENT_LIST_DIR}/tavrel_sdk.pc.in ${PROJECT_BINARY_DIR}/tavrel_sdk.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tavrel_sdk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# A game in C: the same library, without the C++ standard flag a C compiler refuses.
+configure_file(${CMAKE_CURRENT_LIST_DIR}/tavrel_sdk_c.pc.in ${PROJECT_BINARY_DIR}/tavrel_sdk_c.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/tavrel_sdk_c.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

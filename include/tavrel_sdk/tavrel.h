@@ -8,8 +8,9 @@
  *
  * Conventions
  * - Status: a function that can be misused returns a tavrel_status: TAVREL_OK (0), or a
- *   negative code, and then it has changed nothing and has logged one line that names the
- *   function and the problem (to stderr and to a tavrel_set_log_callback() callback).
+ *   negative code, and then it has logged one line that names the function and the problem
+ *   (to stderr and to a tavrel_set_log_callback() callback); a refusal (any code but
+ *   TAVREL_ERROR_FAILED) has changed nothing.
  *   tavrel_status_text() turns a code into text. No C++ exception ever leaves a function.
  * - Strings in: NUL-terminated UTF-8, copied before the call returns; the caller keeps
  *   ownership. A string that is not valid UTF-8 is refused with TAVREL_ERROR_INVALID_UTF8.
@@ -90,7 +91,8 @@ typedef enum tavrel_status {
   /* A number or size out of its range: a count of 0, a screen size or scale, a time. */
   TAVREL_ERROR_OUT_OF_RANGE = -3,
   /* An argument of the right type that cannot be used: Info dictionary text that is not a
-     JSON object; for a host library's own functions, a host of another kind. */
+     JSON object, an input event whose first word is not its length less one; for a host
+     library's own functions, a host of another kind. */
   TAVREL_ERROR_INVALID_ARGUMENT = -4,
   /* A main-thread function called on another thread. */
   TAVREL_ERROR_WRONG_THREAD = -5,
@@ -99,7 +101,9 @@ typedef enum tavrel_status {
   /* A call after the moment it was meant for (a host installed once a screen is shown). */
   TAVREL_ERROR_TOO_LATE = -7,
   /* A right call whose work failed (a file that could not be written, memory). */
-  TAVREL_ERROR_FAILED = -8
+  TAVREL_ERROR_FAILED = -8,
+  /* Not a status: makes the type as wide as an int, so codes added later fit any caller. */
+  TAVREL_STATUS_MAX_ENUM = 0x7fffffff
 } tavrel_status;
 
 /* Any thread. A static English text for the code, e.g. "null argument"; "unknown status" for
@@ -121,7 +125,7 @@ TAVREL_C_API extern const unsigned char tavrel_sdkVersionString[];
 TAVREL_C_API tavrel_status tavrel_set_documents_directory(const char *path);
 
 /* Any thread. The game's Info dictionary as JSON text, a JSON object; the login page reads
-   its CFBundleURLTypes[0].CFBundleURLSchemes[0] as the game's URL scheme.
+   the game's URL scheme from its CFBundleURLTypes.
    TAVREL_ERROR_INVALID_ARGUMENT for text that is not a JSON object. */
 TAVREL_C_API tavrel_status tavrel_set_info_dictionary_json(const char *json);
 
@@ -150,11 +154,12 @@ TAVREL_C_API tavrel_status tavrel_run_main_loop_for(double seconds);
    for the game. The overlay lies over it; the login page and alerts are presented from it. */
 typedef struct tavrel_screen tavrel_screen;
 
-/* Main thread. Makes the screen at the installed host's size and shows it. *out receives one
-   reference; keep it while the game runs. */
+/* Main thread. Makes the screen at the installed host's size and shows it: the key window
+   and the application's window, whose root controller a NULL screen stands for below. *out
+   receives one reference; keep it while the game runs. */
 TAVREL_C_API tavrel_status tavrel_screen_new(tavrel_screen **out);
-/* Main thread. Releases the caller's reference; the library keeps the controller the overlay
-   and pages use. NULL is ignored. */
+/* Main thread. Releases the caller's reference; the application keeps its window, and the
+   library the controller the overlay and pages use. NULL is ignored. */
 TAVREL_C_API void tavrel_screen_free(tavrel_screen *screen);
 
 /* ---- The game's calls ------------------------------------------------------------------- */
@@ -179,7 +184,7 @@ TAVREL_C_API int tavrel_get_user_id(char *buffer, size_t size);
 TAVREL_C_API tavrel_status tavrel_process_url_request(const char *url);
 
 /* Main thread. The screen whose root controller presents the login page and alerts; NULL
-   takes the application's (the key window's) root controller. */
+   takes the application's window's (the last screen made). */
 TAVREL_C_API tavrel_status tavrel_set_view_controller(tavrel_screen *screen);
 /* Main thread. Makes the one overlay over the screen (NULL: as tavrel_set_view_controller);
    a second call changes nothing. */
@@ -213,7 +218,7 @@ TAVREL_C_API tavrel_status tavrel_is_login_page_visible(bool *visible);
 TAVREL_C_API tavrel_status tavrel_emit_game_event(const char *data, const char *name);
 /* Any thread. Appends one record to the input event file, through the rate limit (at most 5
    records in a run). words[0] is the number of words after it; count (>= 1) is the length of
-   the array. */
+   the array, so words[0] must be count - 1 (TAVREL_ERROR_INVALID_ARGUMENT otherwise). */
 TAVREL_C_API tavrel_status tavrel_emit_input_event(const int32_t *words, size_t count);
 
 /* Any thread. Ends the process with status 255 at once. */

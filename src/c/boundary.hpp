@@ -53,6 +53,17 @@ auto guarded(const char* function, Body&& body) noexcept -> decltype(body(std::d
   }
 }
 
+// Deletes a handle of views on the main thread; on another thread it is kept, and logged.
+template <class Handle>
+void release(const char* function, Handle* handle) noexcept {
+  guarded(function, [&](const Call& call) {
+    if (!handle) return TAVREL_OK;
+    if (const tavrel_status status = call.onMainThread()) return status;
+    delete handle;
+    return TAVREL_OK;
+  });
+}
+
 // snprintf's convention: the whole length, the text cut to size - 1 bytes and terminated.
 int copyOut(const Call& call, std::string_view text, char* buffer, std::size_t size);
 

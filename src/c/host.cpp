@@ -131,14 +131,7 @@ tavrel_status tavrel_host_current(tavrel_host** out) {
   });
 }
 
-void tavrel_host_free(tavrel_host* host) {
-  guarded("tavrel_host_free", [&](const Call& call) {
-    if (!host) return TAVREL_OK;
-    if (const tavrel_status status = call.onMainThread()) return status;  // kept: freed off the main thread
-    delete host;
-    return TAVREL_OK;
-  });
-}
+void tavrel_host_free(tavrel_host* host) { tavrel::c::release("tavrel_host_free", host); }
 
 tavrel_status tavrel_install_host(tavrel_host* host) {
   return onHost("tavrel_install_host", host, [&](const Call& call, UIHost&) {

@@ -6,6 +6,7 @@
 
 #include "c/boundary.hpp"
 #include "platform/json.hpp"
+#include "recording/event_log.hpp"
 
 #include <cmath>
 #include <cstdlib>
@@ -57,6 +58,7 @@ const char* tavrel_status_text(tavrel_status status) {
     case TAVREL_ERROR_NOT_READY: return "not ready";
     case TAVREL_ERROR_TOO_LATE: return "too late";
     case TAVREL_ERROR_FAILED: return "failed";
+    case TAVREL_STATUS_MAX_ENUM: break;
   }
   return "unknown status";
 }
@@ -129,19 +131,16 @@ tavrel_status tavrel_screen_new(tavrel_screen** out) {
     auto window = std::make_shared<tavrel::UIWindow>();
     window->setRootViewController(std::make_shared<tavrel::UIViewController>());
     window->makeKeyAndVisible();
+    // The application's window too, as a game's main window is: a NULL controller finds it.
+    auto& application = tavrel::UIApplication::sharedApplication();
+    if (!application.delegate()) application.setDelegate(std::make_shared<tavrel::UIApplicationDelegate>());
+    application.delegate()->setWindow(window);
     *out = new tavrel_screen{std::move(window)};
     return TAVREL_OK;
   });
 }
 
-void tavrel_screen_free(tavrel_screen* screen) {
-  guarded("tavrel_screen_free", [&](const Call& call) {
-    if (!screen) return TAVREL_OK;
-    if (const tavrel_status status = call.onMainThread()) return status;  // kept: freed off the main thread
-    delete screen;
-    return TAVREL_OK;
-  });
-}
+void tavrel_screen_free(tavrel_screen* screen) { tavrel::c::release("tavrel_screen_free", screen); }
 
 // --- The game's calls ------------------------------------------------------------------------
 
@@ -271,10 +270,7 @@ tavrel_status tavrel_emit_input_event(const int32_t* words, size_t count) {
     if (static_cast<size_t>(words[0]) != count - 1 || words[0] < 0) {
       return call.fail(TAVREL_ERROR_INVALID_ARGUMENT, "words[0] must be count - 1, the number of words after it");
     }
-    // Reused per thread: most calls are dropped by the rate limit, and should cost no allocation.
-    thread_local std::vector<std::int32_t> event;
-    event.assign(words, words + count);
-    sdk().emitInputEvent(event);
+    tavrel::recording::emitInputEvent(std::span<const std::int32_t>(words, count));
     return TAVREL_OK;
   });
 }

@@ -19,7 +19,9 @@ Timer::~Timer() = default;
 namespace {
 
 std::mutex installMutex;
-std::shared_ptr<Platform> installedPlatform;
+// Never destroyed, not even by the static destructors at exit: the upload thread and the
+// URL session's queues run until the process ends and may still reach the platform then.
+std::shared_ptr<Platform>& installedPlatform = *new std::shared_ptr<Platform>;
 // Read without the lock on every library call; the shared_ptr above keeps it alive.
 std::atomic<Platform*> currentPlatform{nullptr};
 

@@ -87,7 +87,7 @@ std::int32_t readWord(std::string_view bytes, std::size_t at) {
   return static_cast<std::int32_t>(bits);
 }
 
-std::string inputEventRecord(std::int32_t time, const std::vector<std::int32_t>& event) {
+std::string inputEventRecord(std::int32_t time, std::span<const std::int32_t> event) {
   std::string record;
   if (event.empty()) return record;
   record.reserve(4 * (event.size() + 1));

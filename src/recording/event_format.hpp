@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,7 +35,7 @@ TAVREL_EXPORT std::string gameEventLine(const std::optional<std::string>& data,
 
 // One input record: the time word, event[0] + 1, then the rest of the event, each as a
 // little-endian word. Empty for an empty event.
-TAVREL_EXPORT std::string inputEventRecord(std::int32_t time, const std::vector<std::int32_t>& event);
+TAVREL_EXPORT std::string inputEventRecord(std::int32_t time, std::span<const std::int32_t> event);
 
 // Appends `value` as 4 little-endian bytes.
 TAVREL_EXPORT void appendWord(std::string& out, std::int32_t value);

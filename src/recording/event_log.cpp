@@ -96,7 +96,9 @@ bool acceptedByRateLimit(std::int64_t nowMs) {
 
 }  // namespace
 
-void TavrelSDK::emitInputEvent(const std::vector<std::int32_t>& event) {
+void TavrelSDK::emitInputEvent(const std::vector<std::int32_t>& event) { recording::emitInputEvent(event); }
+
+void recording::emitInputEvent(std::span<const std::int32_t> event) {
   // No record can be framed without a count word; such a call leaves everything as it was.
   if (event.empty()) return;
   EventLog& log = inputEventLog();

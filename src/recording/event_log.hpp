@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -45,6 +46,10 @@ void startNewFile(EventLog& log);
 // open, seek, write and close; sets the log's changed flag. Logs "Failed to open file" when the
 // file cannot be opened.
 void append(EventLog& log, std::string_view record);
+
+// TavrelSDK::emitInputEvent over any run of words in memory: the C interface's arrays go in
+// without a copy.
+void emitInputEvent(std::span<const std::int32_t> event);
 
 // "%@" of a text: the text, or "(null)" when absent.
 std::string describe(const std::optional<std::string>& text);

@@ -8,16 +8,14 @@
 #include <ftw.h>
 #include <pthread.h>
 #include <signal.h>
-#include <spawn.h>
 #include <stdatomic.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
-
-extern char **environ;
 
 #define REFUSED_TOKEN "TOKENPREFIX-0123456789ab" "REFUSED-0123456789abcdef"
 
@@ -33,73 +31,54 @@ static bool check(bool ok, const char *what, int line) {
   return ok;
 }
 
-/* ---- The log, as the game's callback sees it --------------------------------------------- */
+/* ---- The log: the last line, as the game's callback sees it ---------------------------------- */
 
 static pthread_mutex_t log_mutex = PTHREAD_MUTEX_INITIALIZER;
-static char log_text[1 << 16];
-static size_t log_length;
+static char last_line[1024];
 
 static void on_log(const char *line, void *user_data) {
   (void)user_data;
   pthread_mutex_lock(&log_mutex);
-  const size_t n = strlen(line);
-  if (log_length + n + 2 < sizeof log_text) {
-    memcpy(log_text + log_length, line, n);
-    log_length += n;
-    log_text[log_length++] = '\n';
-    log_text[log_length] = '\0';
-  }
+  snprintf(last_line, sizeof last_line, "%s", line);
   pthread_mutex_unlock(&log_mutex);
 }
 
-/* The status, and one line logged since the mark that holds text. */
-static void expect_refusal(tavrel_status status, tavrel_status expected, size_t mark, const char *text,
-                           int line) {
+/* The status, and a last log line that starts with `line`. */
+#define EXPECT_REFUSAL(call, expected, line) expect_refusal((call), (expected), (line), __LINE__)
+
+static void expect_refusal(tavrel_status status, tavrel_status expected, const char *line, int at) {
   pthread_mutex_lock(&log_mutex);
-  const bool logged = strstr(log_text + mark, text) != NULL;
-  pthread_mutex_unlock(&log_mutex);
+  const bool logged = strncmp(last_line, line, strlen(line)) == 0;
   if (status != expected || !logged) {
-    fprintf(stderr, "c_interface_test.c:%d: status %d (%s), wanted %d (%s); log line \"%s\" %s\n", line,
-            (int)status, tavrel_status_text(status), (int)expected, tavrel_status_text(expected), text,
-            logged ? "found" : "missing");
+    fprintf(stderr, "c_interface_test.c:%d: status %s, wanted %s; last log line \"%s\"\n", at,
+            tavrel_status_text(status), tavrel_status_text(expected), last_line);
     ++failures;
   }
-}
-
-static size_t log_mark(void) {
-  pthread_mutex_lock(&log_mutex);
-  const size_t mark = log_length;
   pthread_mutex_unlock(&log_mutex);
-  return mark;
 }
-
-#define EXPECT_REFUSAL(call, expected, text)          \
-  do {                                                \
-    const size_t mark_ = log_mark();                  \
-    const tavrel_status status_ = (call);             \
-    expect_refusal(status_, expected, mark_, text, __LINE__); \
-  } while (0)
 
 /* ---- The mock service, a child process ---------------------------------------------------- */
 
-static pid_t service;
+static pid_t service = -1;
 static char base_url[1024];
 static char ca_file[1024];
 
+/* Started before the library makes any thread; it ends with this process, however that ends. */
 static bool start_service(const char *tool, const char *uploads) {
   int out[2];
   if (pipe(out) != 0) return false;
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-  posix_spawn_file_actions_addclose(&actions, out[0]);
-  posix_spawn_file_actions_addclose(&actions, out[1]);
-  char *argv[] = {(char *)tool, "serve", "--refuse-token", REFUSED_TOKEN, "--user", "ann:secret",
-                  "--uploads", (char *)uploads, "--scheme", "cgame", NULL};
-  const int spawned = posix_spawn(&service, tool, &actions, NULL, argv, environ);
-  posix_spawn_file_actions_destroy(&actions);
+  service = fork();
+  if (service == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    dup2(out[1], STDOUT_FILENO);
+    close(out[0]);
+    close(out[1]);
+    execl(tool, tool, "serve", "--refuse-token", REFUSED_TOKEN, "--user", "ann:secret", "--uploads", uploads,
+          "--scheme", "cgame", (char *)NULL);
+    _exit(127);
+  }
   close(out[1]);
-  if (spawned != 0) {
+  if (service < 0) {
     close(out[0]);
     return false;
   }
@@ -135,33 +114,20 @@ static bool page_visible(void) {
   return visible;
 }
 
-/* Runs the main loop until *flag (read through the function) is what is wanted, up to 10 s. */
-static bool run_until(bool (*condition)(void *), void *argument) {
-  const double deadline = now_seconds() + 10.0;
-  while (!condition(argument)) {
-    if (now_seconds() > deadline) return false;
-    tavrel_run_main_loop_for(0.02);
-  }
-  return true;
-}
+/* The main loop, until the condition holds or 10 s have passed. */
+#define RUN_UNTIL(condition) \
+  for (const double deadline_ = now_seconds() + 10.0; !(condition) && now_seconds() < deadline_;) \
+  tavrel_run_main_loop_for(0.02)
 
-static bool page_is(void *wanted) { return page_visible() == *(bool *)wanted; }
-
-struct gate {
-  pthread_t main_thread;
-  atomic_int calls;
-  atomic_bool on_main_thread;
-  atomic_bool ok;
-};
+static pthread_t main_thread;
+static atomic_int validated_calls;
+static atomic_bool validated_on_main_thread;
 
 static void on_validated(bool ok, void *user_data) {
-  struct gate *gate = user_data;
-  atomic_store(&gate->on_main_thread, pthread_equal(pthread_self(), gate->main_thread) != 0);
-  atomic_store(&gate->ok, ok);
-  atomic_fetch_add(&gate->calls, 1);
+  CHECK(ok && user_data == &validated_calls);
+  atomic_store(&validated_on_main_thread, pthread_equal(pthread_self(), main_thread) != 0);
+  atomic_fetch_add(&validated_calls, 1);
 }
-
-static bool called(void *gate) { return atomic_load(&((struct gate *)gate)->calls) > 0; }
 
 struct frames {
   int count;
@@ -172,14 +138,6 @@ static void on_frame(const tavrel_frame *frame, void *user_data) {
   struct frames *frames = user_data;
   ++frames->count;
   frames->last_damage_count = frame->damage_count;
-}
-
-static size_t read_file(const char *path, unsigned char *buffer, size_t size) {
-  FILE *file = fopen(path, "rb");
-  if (!file) return 0;
-  const size_t n = fread(buffer, 1, size, file);
-  fclose(file);
-  return n;
 }
 
 static int32_t word_at(const unsigned char *bytes) {
@@ -222,11 +180,9 @@ static void refusals_before_the_screen(void) {
 
   tavrel_status off_main = TAVREL_OK;
   pthread_t thread;
-  const size_t mark = log_mark();
   pthread_create(&thread, NULL, call_off_main_thread, &off_main);
   pthread_join(thread, NULL);
-  expect_refusal(off_main, TAVREL_ERROR_WRONG_THREAD, mark, "tavrel_is_login_page_visible: main thread only",
-                 __LINE__);
+  EXPECT_REFUSAL(off_main, TAVREL_ERROR_WRONG_THREAD, "tavrel_is_login_page_visible: main thread only");
 
   CHECK(strcmp(tavrel_status_text(TAVREL_OK), "ok") == 0);
   CHECK(strcmp(tavrel_status_text((tavrel_status)42), "unknown status") == 0);
@@ -260,20 +216,7 @@ static void fingers_on_the_game(tavrel_host *host, const struct frames *frames) 
   CHECK(tavrel_host_fingers_moved(host, moved, 2, &taken) == TAVREL_OK && !taken);
   CHECK(tavrel_host_render_frame(host, &frame) == TAVREL_OK && frame.damage_count > 0);
   CHECK(frames->last_damage_count == frame.damage_count);
-  long area = 0;
-  for (size_t i = 0; i < frame.damage_count; ++i) {
-    const tavrel_rect *r = &frame.damage[i];
-    area += (long)r->width * r->height;
-    bool near_a_finger = false;
-    for (int f = 0; f < 2; ++f) {
-      near_a_finger = near_a_finger || (r->x > down[f].x - 40 && r->x + r->width < moved[f].x + 40 &&
-                                        r->y > down[f].y - 40 && r->y + r->height < moved[f].y + 60) ||
-                      (r->x > moved[f].x - 40 && r->x + r->width < down[f].x + 40 &&
-                       r->y > moved[f].y - 40 && r->y + r->height < down[f].y + 60);
-    }
-    CHECK(near_a_finger);
-  }
-  CHECK(area < 390 * 844 / 20);
+  for (size_t i = 0; i < frame.damage_count; ++i) CHECK(frame.damage[i].width < 80 && frame.damage[i].height < 80);
   for (int f = 0; f < 2; ++f) {
     bool covered = false;
     for (size_t i = 0; i < frame.damage_count; ++i) covered = covered || inside(&frame.damage[i], moved[f].x, moved[f].y);
@@ -284,15 +227,13 @@ static void fingers_on_the_game(tavrel_host *host, const struct frames *frames) 
 
 /* A refused token, the page, the player's fingers and keys, the login, the completion. */
 static void the_gate(tavrel_host *host) {
-  static struct gate gate;
-  gate.main_thread = pthread_self();
-  CHECK(tavrel_validate(on_validated, &gate) == TAVREL_OK);
-  bool up = true;
-  CHECK(run_until(page_is, &up));
+  main_thread = pthread_self();
+  CHECK(tavrel_validate(on_validated, &validated_calls) == TAVREL_OK);
+  RUN_UNTIL(page_visible());
   tavrel_run_main_loop_for(0.5); /* the page slides in */
   bool covered = false;
   CHECK(tavrel_host_is_covered(host, &covered) == TAVREL_OK && covered);
-  CHECK(atomic_load(&gate.calls) == 0);
+  CHECK(atomic_load(&validated_calls) == 0);
 
   const tavrel_finger corner = {7, 5.0, 5.0};
   bool taken = false;
@@ -312,13 +253,9 @@ static void the_gate(tavrel_host *host) {
   tavrel_free(tree);
 
   CHECK(tavrel_host_tap_element(host, "Login", &tapped) == TAVREL_OK && tapped);
-  CHECK(run_until(called, &gate));
-  up = false;
-  CHECK(run_until(page_is, &up));
+  RUN_UNTIL(atomic_load(&validated_calls) > 0 && !page_visible());
   tavrel_run_main_loop_for(0.1);
-  CHECK(atomic_load(&gate.calls) == 1);
-  CHECK(atomic_load(&gate.ok));
-  CHECK(atomic_load(&gate.on_main_thread));
+  CHECK(atomic_load(&validated_calls) == 1 && atomic_load(&validated_on_main_thread));
   CHECK(tavrel_host_is_covered(host, &covered) == TAVREL_OK && !covered);
 }
 
@@ -330,10 +267,11 @@ static void event_files(const char *documents) {
   for (struct dirent *entry; (entry = readdir(dir));) {
     if (!strstr(entry->d_name, ".evt")) continue;
     char path[1024];
-    unsigned char bytes[4096];
+    unsigned char bytes[4096] = {0};
     snprintf(path, sizeof path, "%s/%s", documents, entry->d_name);
-    const size_t n = read_file(path, bytes, sizeof bytes - 1);
-    bytes[n] = 0;
+    FILE *file = fopen(path, "rb");
+    const size_t n = file ? fread(bytes, 1, sizeof bytes - 1, file) : 0;
+    if (file) fclose(file);
     if (n > 6 && memcmp(bytes, "GEV\n1\n", 6) == 0) {
       game_file = true;
       CHECK(strstr((const char *)bytes, "{\"a\": \"level-1\", \"e\": \"start\", \"t\": ") != NULL);

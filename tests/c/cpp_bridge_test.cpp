@@ -1,16 +1,11 @@
-// tavrel.h in a C++ translation unit: a host written in C++ handed to C callers, and a C
-// completion on the URL session's thread.
+// tavrel.h in a C++ translation unit: a host written in C++ handed to C callers.
 #include <tavrel_sdk/tavrel.h>
 #include <tavrel_sdk/ui.hpp>
 #include <tavrel_sdk/version.hpp>
 
-#include "endpoint/https_server.hpp"
 #include "support/sandbox.hpp"
 
 #include <gtest/gtest.h>
-
-#include <atomic>
-#include <thread>
 
 namespace tavrel {
 namespace {
@@ -62,37 +57,6 @@ TEST_F(CInterface, AHostWrittenInCxxServesEveryHostCallAndComesBackAsItself) {
   EXPECT_EQ(hostFromC(current), compositor);
   tavrel_host_free(current);
   EXPECT_NE(tavrel_sdkVersionNumber, 0.0);
-}
-
-TEST_F(CInterface, AValidTokenCallsTheCompletionOnceWithItsUserDataOnTheSessionsThread) {
-  const std::string token = "TOKENPREFIX-0123456789ab" "USERID-0123456789abcdefg";
-  endpoint::HttpsServer server;
-  server.addRoute("GET", "/m/launch/project/validate",
-                  [](const endpoint::RecordedRequest&) { return endpoint::Reply{.status = 200, .body = R"({"valid":true})"}; });
-  server.start();
-  ASSERT_EQ(tavrel_set_trusted_certificates_file(server.caFile().c_str()), TAVREL_OK);
-  ASSERT_EQ(tavrel_set_service_base_url_for_testing(server.baseUrl().c_str()), TAVREL_OK);
-  ASSERT_EQ(tavrel_set_auth_token(token.c_str()), TAVREL_OK);
-
-  struct Seen {
-    std::atomic<int> calls{0};
-    std::atomic<bool> ok{false};
-    std::atomic<bool> onMain{true};
-    std::thread::id main = std::this_thread::get_id();
-  } seen;
-  ASSERT_EQ(tavrel_validate(
-                [](bool ok, void* data) {
-                  auto* s = static_cast<Seen*>(data);
-                  s->ok = ok;
-                  s->onMain = std::this_thread::get_id() == s->main;
-                  ++s->calls;
-                },
-                &seen),
-            TAVREL_OK);
-  sim().runUntilIdle();
-  EXPECT_EQ(seen.calls, 1);
-  EXPECT_TRUE(seen.ok);
-  EXPECT_FALSE(seen.onMain) << "after a valid token, on the URL session's queue";
 }
 
 }  // namespace

@@ -1,0 +1,47 @@
+#!/usr/bin/env python3
+"""Runs examples/python/login_page.py against the built library and reads its output back: the
+PNG's size, and the page in the picture and in the view tree.
+
+python_example_test.py EXAMPLE LIBRARY
+"""
+import json
+import os
+import struct
+import subprocess
+import sys
+import tempfile
+
+
+def main():
+    if os.environ.get("TAVREL_SANITIZE"):
+        print("SKIPPED: a sanitizer-built library cannot be loaded into an uninstrumented Python")
+        return 77
+    example, library = sys.argv[1:3]
+    with tempfile.TemporaryDirectory() as out:
+        png_path, tree_path = os.path.join(out, "login.png"), os.path.join(out, "login.json")
+        subprocess.run([sys.executable, example, "--library", library, "-o", png_path, "--tree", tree_path,
+                        "--size", "320x480", "--scale", "1.5"], check=True, timeout=60)
+        with open(png_path, "rb") as f:
+            png = f.read()
+        with open(tree_path, encoding="utf-8") as f:
+            tree = json.load(f)
+
+    faults = []
+    if png[:8] != b"\x89PNG\r\n\x1a\n" or png[12:16] != b"IHDR":
+        faults.append("not a PNG")
+    elif struct.unpack(">II", png[16:24]) != (480, 720):
+        faults.append(f"{struct.unpack('>II', png[16:24])}, wanted 480 x 720 (320 x 480 points at 1.5)")
+    # An empty transparent frame packs into a few kilobytes; the page's picture does not.
+    if len(png) < 100_000:
+        faults.append(f"{len(png)} bytes: no page drawn")
+    page = tree["rootViewController"]["presentedViewController"] or {}
+    if page.get("class") != "LoginViewController" or '"Login"' not in json.dumps(page):
+        faults.append("no login page with its Login button in the view tree")
+    for fault in faults:
+        print(fault)
+    print(f"{len(png)} bytes, {len(faults)} faults")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -74,8 +74,26 @@ class Damage {
   bool empty() const { return rects_.empty(); }
   const std::vector<PixelRect>& rects() const { return rects_; }
 
-  // Merges overlapping rectangles, then the pairs that waste least until few are left.
+  // Merges overlapping rectangles, then the pairs that waste least until few are left. None
+  // overlap afterwards: a host may copy each once (a Vulkan copy's regions must not overlap).
   void simplify() {
+    mergeOverlapping();
+    while (rects_.size() > kMaxDamageRects) {
+      std::size_t bestI = 0, bestJ = 1;
+      long long bestWaste = std::numeric_limits<long long>::max();
+      for (std::size_t i = 0; i < rects_.size(); ++i) {
+        for (std::size_t j = i + 1; j < rects_.size(); ++j) {
+          const long long waste = area(unite(rects_[i], rects_[j])) - area(rects_[i]) - area(rects_[j]);
+          if (waste < bestWaste) bestWaste = waste, bestI = i, bestJ = j;
+        }
+      }
+      mergeInto(bestI, bestJ);
+      mergeOverlapping();  // the pair's union may reach a third
+    }
+  }
+
+ private:
+  void mergeOverlapping() {
     for (bool merged = true; merged;) {
       merged = false;
       for (std::size_t i = 0; i < rects_.size() && !merged; ++i) {
@@ -87,20 +105,7 @@ class Damage {
         }
       }
     }
-    while (rects_.size() > kMaxDamageRects) {
-      std::size_t bestI = 0, bestJ = 1;
-      long long bestWaste = std::numeric_limits<long long>::max();
-      for (std::size_t i = 0; i < rects_.size(); ++i) {
-        for (std::size_t j = i + 1; j < rects_.size(); ++j) {
-          const long long waste = area(unite(rects_[i], rects_[j])) - area(rects_[i]) - area(rects_[j]);
-          if (waste < bestWaste) bestWaste = waste, bestI = i, bestJ = j;
-        }
-      }
-      mergeInto(bestI, bestJ);
-    }
   }
-
- private:
   // Whole pixels covering the rectangle, one more on each side for antialiased edges.
   PixelRect toPixels(CGRect points) const {
     if (points.isEmpty()) return {};

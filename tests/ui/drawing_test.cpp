@@ -227,6 +227,22 @@ TEST_F(DrawingTest, OnlyWhatChangedIsDrawnAgain) {
     EXPECT_LE(caret.height, 2 * kLabelFontSize * 1.3);
   }
 
+  // Rectangles never overlap, even when merging the closest pair to keep few reaches a third:
+  // a host's copy of them (Vulkan's) must not write a pixel twice.
+  for (CGRect rect : {CGRectMake(0, 0, 50, 1), CGRectMake(0, 5, 50, 1), CGRectMake(45, 2, 50, 1),
+                      CGRectMake(200, 300, 50, 50), CGRectMake(100, 600, 50, 50)}) {
+    addView(root(), rect, UIColor::colorWithRed(1, 0, 0, 1));
+  }
+  const std::vector<PixelRect> merged = host().renderFrame().damage;
+  for (std::size_t i = 0; i < merged.size(); ++i) {
+    for (std::size_t j = i + 1; j < merged.size(); ++j) {
+      const PixelRect& a = merged[i];
+      const PixelRect& b = merged[j];
+      EXPECT_FALSE(a.x < b.x + b.width && b.x < a.x + a.width && a.y < b.y + b.height && b.y < a.y + a.height)
+          << i << " and " << j;
+    }
+  }
+
   // What was drawn in parts equals a frame drawn whole.
   const UIFrame& last = host().renderFrame();
   std::vector<std::uint32_t> partial(last.pixels, last.pixels + last.height * last.stride / 4);

@@ -37,7 +37,8 @@ struct UIFrame {
   int height = 0;
   int stride = 0;  // in bytes
   double scale = 1.0;
-  // What was drawn again for this frame, in pixels; the whole frame for the first one.
+  // What was drawn again for this frame, in pixels, as rectangles that do not overlap; the
+  // whole frame for the first one.
   std::vector<PixelRect> damage;
 };
 

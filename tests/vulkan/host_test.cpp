@@ -1,0 +1,249 @@
+// VulkanHost in a game's frames on a real Vulkan device (lavapipe without a GPU), under the
+// validation layer with synchronization checks: every frame read back equals the toolkit's own
+// frame blended over the game's scene, through watermark ticks, a finger, the login page coming
+// and going and a resize, with frames in flight overlapping. Some read-backs are kept as PNGs in
+// the build tree (tests/vulkan/frames/) to be looked at.
+
+#include <tavrel_sdk/tavrel_vulkan.h>
+#include <tavrel_sdk/ui.hpp>
+#include <tavrel_sdk/vulkan_host.hpp>
+
+#include "support/blend_check.hpp"
+#include "support/sandbox.hpp"
+#include "vulkan/offscreen_game.hpp"
+
+#include <cairo.h>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tavrel {
+namespace {
+
+using testing::blendMismatches;
+using testing::OffscreenGame;
+
+struct Case {
+  std::uint32_t framesInFlight;
+  bool dynamicRendering;
+  bool throughC;  // tavrel_vulkan.h's functions rather than VulkanHost's
+};
+
+class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithParamInterface<Case> {
+ protected:
+  static void SetUpTestSuite() {
+    // The loader unloads the driver and the layer with the instance, and a leak checker could
+    // then not name them in the leaks they leave behind (tests/lsan.supp).
+    for (const char* library : {"libvulkan_lvp.so", "libVkLayer_khronos_validation.so"}) {
+      dlopen(library, RTLD_NOW | RTLD_NODELETE);
+    }
+  }
+  void SetUp() override {
+    SimulatedSession::SetUp();
+    std::string whyNot;
+    game_ = OffscreenGame::create({{640, 480}, GetParam().framesInFlight, GetParam().dynamicRendering, true}, &whyNot);
+    if (!game_) GTEST_SKIP() << whyNot;
+    VulkanHostInfo info = game_->hostInfo();
+    info.windowSize = CGSizeMake(320, 240);  // HiDPI: two pixels a point
+    if (GetParam().throughC) {
+      tavrel_vulkan_info c{};
+      c.instance = info.instance;
+      c.physical_device = info.physicalDevice;
+      c.device = info.device;
+      c.queue_family = info.queueFamily;
+      c.queue = info.queue;
+      c.render_pass = info.renderPass;
+      c.color_format = info.colorFormat;
+      c.frames_in_flight = info.framesInFlight;
+      c.get_instance_proc_addr = info.getInstanceProcAddr;
+      c.framebuffer_width = info.extent.width;
+      c.framebuffer_height = info.extent.height;
+      c.window_width = 320;
+      c.window_height = 240;
+      ASSERT_EQ(tavrel_vulkan_host_new(&c, &handle_), TAVREL_OK);
+      ASSERT_EQ(tavrel_install_host(handle_), TAVREL_OK);
+      host_ = std::dynamic_pointer_cast<VulkanHost>(hostFromC(handle_));
+    } else {
+      host_ = std::make_shared<VulkanHost>(info);
+      UIHost::install(host_);
+    }
+    screen_ = std::make_shared<UIWindow>();
+    screen_->setRootViewController(std::make_shared<UIViewController>());
+    screen_->makeKeyAndVisible();
+    sdk().initialiseOverlay(screen_->rootViewController(), std::string(24, 'T') + "VULKAN-PLAYER-0000000001");
+    sdk().showWatermark();
+    sdk().showTouches();
+    expected_.resize(GetParam().framesInFlight);
+  }
+
+  void TearDown() override {
+    if (game_) {
+      checkAll();
+      UIHost::install(std::make_shared<HeadlessHost>(CGSizeMake(320, 240), 2.0));
+      if (handle_ != nullptr) {
+        EXPECT_EQ(tavrel_vulkan_shutdown(handle_), TAVREL_OK);
+        tavrel_host_free(handle_);
+      }
+      host_->shutdown();
+      host_.reset();
+      game_->release();
+      for (const std::string& message : game_->takeMessages()) ADD_FAILURE() << "validation: " << message;
+    }
+    screen_.reset();
+    SimulatedSession::TearDown();
+  }
+
+  // One frame of the game with the overlay. What the toolkit drew for it is kept, to check the
+  // read-back against once the frame in flight comes round again.
+  void frame(const std::string& snapshot = "") {
+    const std::uint32_t next = frames_ % GetParam().framesInFlight;
+    check(next);
+    const std::uint32_t index = game_->frame(
+        [&](VkCommandBuffer c, std::uint32_t i) {
+          if (handle_ == nullptr) return host_->recordUpload(c, i);
+          EXPECT_EQ(tavrel_vulkan_record_upload(handle_, c, i), TAVREL_OK);
+        },
+        [&](VkCommandBuffer c) {
+          if (handle_ == nullptr) return host_->recordDraw(c);
+          EXPECT_EQ(tavrel_vulkan_record_draw(handle_, c), TAVREL_OK);
+        });
+    ASSERT_EQ(index, next);
+    const UIFrame& drawn = host_->renderFrame();  // nothing changed since the upload: its pixels
+    ASSERT_TRUE(drawn.damage.empty());
+    Expected& expected = expected_[index];
+    expected = {true, frames_, snapshot, drawn.width, drawn.height, {}};
+    for (int y = 0; y < drawn.height; ++y) {
+      const auto* row = reinterpret_cast<const std::uint32_t*>(reinterpret_cast<const unsigned char*>(drawn.pixels) +
+                                                               static_cast<std::size_t>(y) * drawn.stride);
+      expected.pixels.insert(expected.pixels.end(), row, row + drawn.width);
+    }
+    for (const std::string& message : game_->takeMessages()) ADD_FAILURE() << "validation: " << message;
+    ++frames_;
+  }
+  void frames(int count, double secondsBetween, const std::string& snapshot = "") {
+    for (int i = 0; i < count; ++i) {
+      sim().advance(secondsBetween);
+      frame(i + 1 == count ? snapshot : "");
+    }
+  }
+
+  // The read-back of a frame in flight against the toolkit's frame over the game's scene.
+  void check(std::uint32_t index) {
+    Expected& expected = expected_[index];
+    if (!expected.waiting) return;
+    expected.waiting = false;
+    const VkExtent2D extent = game_->extent();
+    ASSERT_EQ(expected.width, static_cast<int>(extent.width));
+    ASSERT_EQ(expected.height, static_cast<int>(extent.height));
+    const std::uint32_t* got = game_->readBack(index);
+    std::vector<std::uint32_t> scene;
+    for (int y = 0; y < expected.height; ++y) {
+      for (int x = 0; x < expected.width; ++x) scene.push_back(game_->scenePixel(x, y));
+    }
+    EXPECT_EQ(blendMismatches(expected.pixels.data(), expected.width, scene.data(), got, expected.width, expected.width,
+                              expected.height),
+              "")
+        << "frame " << expected.number << " in flight " << index;
+    if (!expected.snapshot.empty()) writePng(expected.snapshot, got, expected.width, expected.height);
+  }
+  void checkAll() {
+    for (std::uint32_t i = 0; i < expected_.size(); ++i) check(i);
+  }
+
+  void writePng(const std::string& name, const std::uint32_t* pixels, int width, int height) {
+    const std::filesystem::path folder = TAVREL_VULKAN_TEST_OUT;
+    std::filesystem::create_directories(folder);
+    const std::string file = (folder / (name + "-" + std::to_string(GetParam().framesInFlight) + ".png")).string();
+    cairo_surface_t* surface = cairo_image_surface_create_for_data(
+        const_cast<unsigned char*>(reinterpret_cast<const unsigned char*>(pixels)), CAIRO_FORMAT_ARGB32, width, height,
+        width * 4);
+    EXPECT_EQ(cairo_surface_write_to_png(surface, file.c_str()), CAIRO_STATUS_SUCCESS) << file;
+    cairo_surface_destroy(surface);
+  }
+
+  struct Expected {
+    bool waiting = false;
+    int number = 0;
+    std::string snapshot;
+    int width = 0;
+    int height = 0;
+    std::vector<std::uint32_t> pixels;
+  };
+  std::unique_ptr<OffscreenGame> game_;
+  std::shared_ptr<VulkanHost> host_;
+  tavrel_host* handle_ = nullptr;  // through C
+  std::shared_ptr<UIWindow> screen_;
+  std::vector<Expected> expected_;
+  int frames_ = 0;
+};
+
+TEST_P(VulkanHostTest, composesTheToolkitOverTheGameFrameAfterFrameCopyingOnlyWhatChanged) {
+  frame();
+  frames(3, 1.0 / 15, "watermark");
+
+  const std::uint64_t before = host_->bytesUploaded();
+  frame();  // nothing changed: drawn again from the texture, nothing copied
+  EXPECT_EQ(host_->bytesUploaded(), before);
+  sim().advance(1.0 / 15);
+  frame();
+  const std::uint64_t tick = host_->bytesUploaded() - before;
+  EXPECT_GT(tick, 0u);
+  EXPECT_LT(tick, 640u * 480u * 4u / 4u) << "a watermark tick copies what it changed, not the frame";
+
+  host_->fingersDown({{1, CGPointMake(40, 100)}});
+  frame();
+  for (int step = 1; step <= 3; ++step) {
+    host_->fingersMoved({{1, CGPointMake(40 + 30 * step, 100 - 10 * step)}});
+    frame(step == 3 ? "finger" : "");
+  }
+  host_->fingersUp({{1, CGPointMake(130, 70)}});
+  frame();
+
+  sdk().showLoginPage([](bool) {});
+  frames(12, 1.0 / 30, "login");
+  EXPECT_TRUE(host_->isCovered());
+  sdk().dismissLoginPage();
+  frames(12, 1.0 / 30, "after-login");
+  EXPECT_FALSE(host_->isCovered());
+
+  // The swapchain made again at another size: one call, then the whole frame again.
+  checkAll();
+  game_->resize({480, 600});
+  if (handle_ != nullptr) {
+    EXPECT_EQ(tavrel_vulkan_resize(handle_, 240, 300, 480, 600), TAVREL_OK);
+  } else {
+    host_->resize(CGSizeMake(240, 300), {480, 600});
+  }
+  EXPECT_DOUBLE_EQ(host_->screenSize().width, 240.0);
+  frames(3, 1.0 / 15, "resized");
+}
+
+using VulkanHostFromCTest = VulkanHostTest;
+
+TEST_P(VulkanHostFromCTest, refusesWhatItCannotUse) {
+  tavrel_vulkan_info empty{};
+  tavrel_host* made = nullptr;
+  EXPECT_EQ(tavrel_vulkan_host_new(&empty, &made), TAVREL_ERROR_NULL_ARGUMENT);
+  EXPECT_EQ(made, nullptr);
+  const auto commands = reinterpret_cast<VkCommandBuffer>(&made);  // never used: refused first
+  EXPECT_EQ(tavrel_vulkan_record_upload(handle_, commands, GetParam().framesInFlight), TAVREL_ERROR_OUT_OF_RANGE);
+  tavrel_host* headless = nullptr;
+  ASSERT_EQ(tavrel_host_new(320, 240, 1, nullptr, nullptr, &headless), TAVREL_OK);
+  EXPECT_EQ(tavrel_vulkan_record_draw(headless, commands), TAVREL_ERROR_INVALID_ARGUMENT);
+  tavrel_host_free(headless);
+}
+
+const auto caseName = [](const auto& info) {
+  return std::to_string(info.param.framesInFlight) + "InFlight" +
+         (info.param.dynamicRendering ? "DynamicRendering" : "RenderPass") + (info.param.throughC ? "FromC" : "");
+};
+INSTANTIATE_TEST_SUITE_P(FramesInFlight, VulkanHostFromCTest, ::testing::Values(Case{2, false, true}), caseName);
+INSTANTIATE_TEST_SUITE_P(FramesInFlight, VulkanHostTest,
+                         ::testing::Values(Case{2, false, false}, Case{3, true, true}), caseName);
+
+}  // namespace
+}  // namespace tavrel

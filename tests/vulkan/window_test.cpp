@@ -28,10 +28,8 @@ TEST(VulkanWindow, aRefusedPlayerLogsInAndTheOverlayFollowsTheSwapchain) {
   const std::string shots = TAVREL_VULKAN_WINDOW_OUT;
   std::filesystem::create_directories(shots);
 
-  auto x = startXServer(dir + "/xvfb.log");
-  if (!x) GTEST_SKIP() << "no X server could be started (Xvfb, from scripts/setup): " << readFile(dir + "/xvfb.log");
-  setenv("DISPLAY", x->display.c_str(), 1);  // for the game, xdotool and import
   const ExampleSession session = startExampleSession("vulkan_game", dir);
+  if (session.noDisplay) GTEST_SKIP() << session.error;
   ASSERT_EQ(session.error, "");
   const std::string& log = session.log;
   // The validation layer in the game, by the loader's own switches: warnings and errors to a file.
@@ -43,17 +41,10 @@ TEST(VulkanWindow, aRefusedPlayerLogsInAndTheOverlayFollowsTheSwapchain) {
   setenv("VK_LAYER_SETTINGS_PATH", dir.c_str(), 1);
   Background game({session.game, kRefusedToken, session.launchUrl}, dir + "/game.log");
 
+  const auto page = waitForLoginPage(session.treeFile);
+  ASSERT_TRUE(page) << readFile(dir + "/game.log") << readFile(session.treeFile);
+  const Box& login = page->login;
   json tree;
-  ASSERT_TRUE(waitUntil([&] {
-    tree = readTree(session.treeFile);
-    const json& page = presentedPage(tree);
-    return page.is_object() && page["view"].is_object() && page["view"]["frame"][1] == 0;
-  })) << readFile(dir + "/game.log");
-  const json page = presentedPage(tree)["view"];
-  const auto username = find(page, fieldWithPlaceholder("Tavrel username"));
-  const auto password = find(page, fieldWithPlaceholder("Password"));
-  const auto login = find(page, isLoginButton);
-  ASSERT_TRUE(username && password && login) << page.dump(1);
   auto window = findWindow("vulkan_game");
   ASSERT_TRUE(window);
   Shot shot{nullptr, *window};
@@ -64,27 +55,17 @@ TEST(VulkanWindow, aRefusedPlayerLogsInAndTheOverlayFollowsTheSwapchain) {
 
   // The page over the game: its Login button, none of the scene's ground.
   EXPECT_TRUE(shows("page.png", [&] {
-    return shot.count(isLoginOrange, login->midY(), login->midY() + 1, login->x + 4, login->x + 5) == 1 &&
+    return shot.count(isLoginOrange, login.midY(), login.midY() + 1, login.x + 4, login.x + 5) == 1 &&
            shot.count(isGround, 0, window->height) == 0;
   }));
 
   const auto at = [&](int px, int py) { return std::to_string(px) + " " + std::to_string(py); };
-  const auto click = [&](const Box& box) {
-    return run("xdotool mousemove --window " + window->id + " " + at(box.midX(), box.midY()) + " click 1", log);
-  };
-  const std::string type = "xdotool type --delay 40 ";
-  ASSERT_TRUE(run("xdotool windowfocus --sync " + window->id, log)) << readFile(log);
-  ASSERT_TRUE(click(*username) && run(type + "ann", log) && click(*password) && run(type + "secret-pw", log) &&
-              click(*login))
-      << readFile(log);
+  ASSERT_TRUE(typeLogin(*window, *page, log) && click(*window, login, log)) << readFile(log);
   // The service knows only ann:secret-pw, so the typing arrived.
   ASSERT_TRUE(waitUntil([&] { return readFile(dir + "/game.log").find("the session may go on") != std::string::npos; }))
       << readFile(dir + "/game.log") << readFile(dir + "/serve.log");
 
-  ASSERT_TRUE(waitUntil([&] {
-    tree = readTree(session.treeFile);
-    return tree.is_object() && presentedPage(tree).is_null();
-  }));  // the page has slid away
+  ASSERT_TRUE(waitForPageGone(session.treeFile));  // the page has slid away
 
   // A finger held on the scene: its mark, the watermark and the scene's ground.
   ASSERT_TRUE(run("xdotool mousemove --window " + window->id + " " + at(280, 300) + " mousedown 1 mousemove --window " +

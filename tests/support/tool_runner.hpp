@@ -2,6 +2,7 @@
 
 // Runs the built tavrel tool (its path comes in the environment variable TAVREL_TOOL).
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -18,5 +19,9 @@ std::string toolPath();
 
 // Runs the tool with these arguments (no shell involved) and waits for it.
 ToolRun runTool(const std::vector<std::string>& arguments);
+
+// Runs a program the same way; one still running after `limit` is killed (status -1).
+ToolRun runProgram(const std::string& program, const std::vector<std::string>& arguments,
+                   std::chrono::milliseconds limit = std::chrono::minutes(5));
 
 }  // namespace tavrel::testing

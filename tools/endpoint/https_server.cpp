@@ -267,7 +267,17 @@ void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& re
     }
   }
   res.status = reply.status;
-  if (!reply.body.empty() || !reply.contentType.empty()) {
+  if (reply.repeat > 1) {
+    res.set_chunked_content_provider(
+        reply.contentType, [piece = reply.body, left = reply.repeat](std::size_t, httplib::DataSink& sink) mutable {
+          if (left == 0 || piece.empty()) {
+            sink.done();
+            return true;
+          }
+          --left;
+          return sink.write(piece.data(), piece.size());
+        });
+  } else if (!reply.body.empty() || !reply.contentType.empty()) {
     res.set_content(reply.body, reply.contentType.empty() ? "text/plain" : reply.contentType);
   }
   request.status = reply.status;

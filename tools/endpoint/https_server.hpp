@@ -45,6 +45,9 @@ struct Reply {
   std::string contentType = "application/json";
   // Held back this long before it is sent; stop() cuts the wait short.
   std::chrono::milliseconds delay{0};
+  // Above 1: the body is sent this many times over, chunked (no Content-Length), streamed
+  // without the whole ever being held, so a reply of any size costs the server no memory.
+  std::size_t repeat = 1;
 };
 
 // A custom route's handler; it runs on a server thread, concurrently with other requests.

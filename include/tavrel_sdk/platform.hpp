@@ -32,6 +32,8 @@ using Completion = std::function<void(bool)>;
 // A request that moves no data, either way, for this long fails with a time-out error, as the
 // platform's shared session's requests do. Measured on the platform's clock.
 inline constexpr std::chrono::seconds kUrlRequestTimeout{60};
+// Redirects a request follows before it fails, as the platform's shared session does.
+inline constexpr int kMaxRedirects = 16;
 
 struct UrlRequest {
   std::string url;
@@ -40,7 +42,7 @@ struct UrlRequest {
   std::string body;
   // A reply body longer than this fails the request as soon as it crosses the limit, with
   // nothing of it kept. Absent: no limit.
-  std::optional<std::size_t> maxResponseBytes;
+  std::optional<std::size_t> maxResponseBytes{};
   // False: the reply body is read and dropped (UrlResponse::data stays empty); the status stands.
   bool keepsResponseBody = true;
 };
@@ -113,9 +115,13 @@ class TAVREL_EXPORT Platform : public std::enable_shared_from_this<Platform> {
   // The shared session: requests run concurrently; each handler runs exactly once, on the
   // session's serial background queue. Connections to a host are kept open and reused; a
   // request that meets one the server has closed is sent once more on a fresh connection, and
-  // nothing else is retried. A request fails after kUrlRequestTimeout without data, and when
-  // its reply crosses maxResponseBytes. No cache; TLS is verified. Once the process has begun
-  // to exit, no handler runs.
+  // nothing else is retried. Redirects (301, 302, 303, 307, 308) are followed, up to
+  // kMaxRedirects, and the handler gets the last reply: 307 and 308 keep the method and body,
+  // 303 turns into a GET, 301 and 302 turn a POST into a GET and keep any other method. A
+  // redirect from https to anything else fails the request, and "Authorization" goes only to
+  // the origin the request was made for. A request fails after kUrlRequestTimeout without data,
+  // and when its reply crosses maxResponseBytes. No cache; TLS is verified. Once the process has
+  // begun to exit, no handler runs.
   void dataTask(UrlRequest request, DataTaskHandler handler);
 
   // --- Random numbers ----------------------------------------------------------------------

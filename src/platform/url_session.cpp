@@ -63,6 +63,7 @@ struct Task {
   Platform* platform = nullptr;
   bool resent = false;  // once, after a reused connection turned out dead
   bool tooLarge = false;
+  int redirects = 0;
   double lastActivity = 0;  // on the platform's network clock
   curl_off_t bytesMoved = 0;
   UrlResponse response;
@@ -165,6 +166,60 @@ std::optional<std::string> configure(Task& task) {
   return std::nullopt;
 }
 
+bool isRedirect(long status) {
+  return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+struct Origin {
+  std::string scheme, host, port;
+  bool operator==(const Origin&) const = default;
+};
+
+std::optional<Origin> originOf(const std::string& url) {
+  std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), curl_url_cleanup);
+  if (!parsed || curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK) return std::nullopt;
+  const auto part = [&](CURLUPart which, unsigned flags) -> std::optional<std::string> {
+    char* text = nullptr;
+    if (curl_url_get(parsed.get(), which, &text, flags) != CURLUE_OK) return std::nullopt;
+    std::string value(text);
+    curl_free(text);
+    std::transform(value.begin(), value.end(), value.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? c + 32 : c; });
+    return value;
+  };
+  auto scheme = part(CURLUPART_SCHEME, 0);
+  auto host = part(CURLUPART_HOST, 0);
+  auto port = part(CURLUPART_PORT, CURLU_DEFAULT_PORT);
+  if (!scheme || !host || !port) return std::nullopt;
+  return Origin{*std::move(scheme), *std::move(host), *std::move(port)};
+}
+
+void removeHeader(UrlRequest& request, std::string_view name) {
+  std::erase_if(request.headers, [&](const auto& header) { return equalsIgnoringCase(header.first, name); });
+}
+
+// The request the next hop sends, or why there is none. Followed here rather than by libcurl:
+// libcurl 7.88 sends a custom method (an upload's PUT) on every hop, so a 303 would go out as a
+// PUT without its body, and it cannot be asked to check each hop before it goes.
+std::optional<std::string> redirect(UrlRequest& request, long status, const std::string& location) {
+  const std::optional<Origin> from = originOf(request.url);
+  const std::optional<Origin> to = originOf(location);
+  if (!from || !to || (to->scheme != "https" && to->scheme != "http")) {
+    return "redirected to an unusable URL";
+  }
+  if (from->scheme == "https" && to->scheme != "https") return "redirect from https to " + to->scheme + " refused";
+  // 301 and 302 change only a POST, as browsers do: a PUT turned into a GET would drop an upload
+  // and read the page it lands on as its success.
+  const bool becomesGet = status == 303 ? request.method != "HEAD" : (status == 301 || status == 302) && request.method == "POST";
+  if (becomesGet) {
+    request.method = "GET";
+    request.body.clear();
+    removeHeader(request, "Content-Type");
+  }
+  if (*from != *to) removeHeader(request, "Authorization");  // the player's token stays with its origin
+  request.url = location;
+  return std::nullopt;
+}
+
 // Whether the transfer failed only because the connection it reused had been closed by the
 // server: nothing came back on it, and no connection was made for it. libcurl resends such a
 // request itself, but only over other kept connections, which may all have gone the same way.
@@ -221,6 +276,7 @@ struct UrlSession::Impl {
   // I/O thread may wait before the next one is due.
   int failSilentRequests();
   void resend(std::unique_ptr<Task> task);
+  void follow(std::unique_ptr<Task> task, long status, const char* location);
   void finish(std::unique_ptr<Task> task, std::optional<std::string> error);
 };
 
@@ -314,6 +370,11 @@ void UrlSession::Impl::collectFinished() {
     }
     long status = 0;
     curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+    char* location = nullptr;
+    if (isRedirect(status) && curl_easy_getinfo(easy, CURLINFO_REDIRECT_URL, &location) == CURLE_OK && location) {
+      follow(std::move(task), status, location);
+      continue;
+    }
     task->response.statusCode = status;
     finish(std::move(task), std::nullopt);
   }
@@ -339,7 +400,9 @@ int UrlSession::Impl::failSilentRequests() {
                                          std::to_string(kUrlRequestTimeout.count()) + " s");
   }
   if (nextDue < 0) return kLongestPollMilliseconds;
-  if (nextDue != wakeRequestedAt) {
+  // A wake-up that comes early only makes the thread look again, so one is asked for only when
+  // none is pending before the next due time.
+  if (wakeRequestedAt <= now || nextDue < wakeRequestedAt) {
     wakeRequestedAt = nextDue;
     platform.wakeNetworkAt(nextDue, [waker = waker] { waker->wake(); });
   }
@@ -360,6 +423,22 @@ void UrlSession::Impl::resend(std::unique_ptr<Task> task) {
     return finish(std::move(task), std::string(curl_multi_strerror(rc)));
   }
   running.emplace(easy, std::move(task));
+}
+
+void UrlSession::Impl::follow(std::unique_ptr<Task> task, long status, const char* location) {
+  if (++task->redirects > kMaxRedirects) {
+    return finish(std::move(task), "more than " + std::to_string(kMaxRedirects) + " redirects");
+  }
+  if (auto refused = redirect(task->request, status, location)) return finish(std::move(task), std::move(refused));
+  // A fresh transfer: the old one's connection goes back to the session's pool for this hop.
+  task->easy.reset();
+  task->headers.reset();
+  task->response = UrlResponse{};
+  task->resent = false;
+  task->tooLarge = false;
+  task->bytesMoved = 0;
+  task->errorBuffer[0] = '\0';
+  start(std::move(task));
 }
 
 void UrlSession::Impl::finish(std::unique_ptr<Task> task, std::optional<std::string> error) {

@@ -240,6 +240,65 @@ class KeptConnectionsTest : public UrlSessionTest {
   }()};
 };
 
+// Each hop's method, body and Authorization header, as the page it lands on saw them.
+class RedirectsTest : public KeptConnectionsTest {
+ protected:
+  void SetUp() override {
+    KeptConnectionsTest::SetUp();
+    for (const char* method : {"GET", "POST", "PUT"}) {
+      kept_.addRoute(method, "/landing", [](const RecordedRequest& r) {
+        return Reply{200, r.method + " " + r.body + " auth=" + r.header("Authorization").value_or("-")};
+      });
+      for (int status : {301, 302, 303, 307, 308}) redirect(method, "/r" + std::to_string(status), status, "/landing");
+    }
+  }
+  void redirect(const std::string& method, const std::string& path, int status, const std::string& location) {
+    kept_.addRoute(method, path, [status, location](auto&) {
+      return Reply{.status = status, .body = "moved", .contentType = "text/plain", .headers = {{"Location", location}}};
+    });
+  }
+  UrlResponse send(const std::string& method, const std::string& path) {
+    if (method == "GET") return fetch(request(kept_.url(path), method, {{"Authorization", "t"}}, ""));
+    return fetch(request(kept_.url(path), method, {{"Authorization", "t"}, {"Content-Type", "text/plain"}}, "body"));
+  }
+};
+
+TEST_F(RedirectsTest, EachStatusKeepsOrChangesTheMethodOnTheSameConnection) {
+  const std::tuple<std::string, int, std::string> cases[] = {
+      {"GET", 301, "GET  auth=t"},       {"GET", 308, "GET  auth=t"},       {"POST", 301, "GET  auth=t"},
+      {"POST", 302, "GET  auth=t"},      {"POST", 303, "GET  auth=t"},      {"POST", 307, "POST body auth=t"},
+      {"POST", 308, "POST body auth=t"}, {"PUT", 301, "PUT body auth=t"},   {"PUT", 302, "PUT body auth=t"},
+      {"PUT", 303, "GET  auth=t"},       {"PUT", 307, "PUT body auth=t"},   {"PUT", 308, "PUT body auth=t"},
+  };
+  for (const auto& [method, status, landed] : cases) {
+    const UrlResponse response = send(method, "/r" + std::to_string(status));
+    EXPECT_EQ(std::tie(response.statusCode, response.data), std::tuple(200, landed)) << method << " " << status;
+  }
+  const auto seen = kept_.requests();
+  EXPECT_EQ(seen.size(), 2 * std::size(cases));
+  for (const auto& r : seen) EXPECT_EQ(r.header("Content-Type").has_value(), r.method != "GET") << r.method;
+  EXPECT_EQ(connectionsSeen(), std::set<std::uint64_t>{1}) << "a redirect is no reason for a new connection";
+}
+
+TEST_F(RedirectsTest, TheTokenStaysWithItsOriginAndNoHopLeavesHttpsOrGoesOnForEver) {
+  const std::string port = std::to_string(kept_.port());
+  redirect("GET", "/to-localhost", 302, "https://localhost:" + port + "/landing");
+  redirect("GET", "/to-localhost-and-back", 302, "https://localhost:" + port + "/back");
+  redirect("GET", "/back", 302, "https://127.0.0.1:" + port + "/landing");
+  redirect("GET", "/to-http", 302, "http://127.0.0.1:" + port + "/landing");
+  redirect("GET", "/loop", 307, "/loop");
+  kept_.addRoute("GET", "/nowhere", [](auto&) { return Reply{302, "no Location"}; });
+
+  EXPECT_EQ(send("GET", "/to-localhost").data, "GET  auth=-") << "another host name is another host";
+  EXPECT_EQ(send("GET", "/to-localhost-and-back").data, "GET  auth=-") << "dropped for good";
+  EXPECT_EQ(send("GET", "/to-http").error, "redirect from https to http refused");
+  kept_.clearRequests();
+  EXPECT_EQ(send("GET", "/loop").error, "more than 16 redirects");
+  EXPECT_EQ(kept_.requestCount(), 17u);
+  const UrlResponse unmoved = send("GET", "/nowhere");
+  EXPECT_EQ(std::tie(unmoved.statusCode, unmoved.data), std::tuple(302, "no Location"));
+}
+
 TEST_F(KeptConnectionsTest, RequestsToAHostShareOneConnectionVerifiedAgainstTheSameCertificates) {
   kept_.addRoute("GET", "/m/launch/project/validate", [](auto&) { return Reply{200, R"({"valid":true})"}; });
   kept_.addRoute("POST", "/m/launch/project/auth/ios", [](auto&) { return Reply{200, R"({"authed":true})"}; });

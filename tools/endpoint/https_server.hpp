@@ -45,6 +45,7 @@ struct Reply {
   std::string contentType = "application/json";
   // Held back this long before it is sent; stop() cuts the wait short.
   std::chrono::milliseconds delay{0};
+  HeaderList headers{};  // sent as they are, beside Content-Type and Content-Length
   // Above 1: the body is sent this many times over, chunked (no Content-Length), streamed
   // without the whole ever being held, so a reply of any size costs the server no memory.
   std::size_t repeat = 1;
@@ -110,6 +111,11 @@ class HttpsServer {
   void delayReplies(std::chrono::milliseconds delay, int count = kEveryRequest);
   // Closes the connection without a reply, after reading the request.
   void dropConnections(int count = kEveryRequest);
+  // Every request for a path outside kMovedPrefix is answered `status` (a redirect) with
+  // Location kMovedPrefix + its target, and one under kMovedPrefix is served as the path
+  // without it, routes and uploads alike. 0 turns it off; resetControls() does not.
+  void redirectRequests(int status);
+  static constexpr std::string_view kMovedPrefix = "/moved";
   void resetControls();
 
   // The server closes every connection accepted so far, as an idle time-out would, at the

@@ -53,6 +53,9 @@ struct EasyDeleter {
 // the uploads'), a handful of requests at a time.
 constexpr long kIdleConnections = 16;
 
+// A body that grows past this with a limit set has room made for the whole limit at once.
+constexpr std::size_t kSmallBody = 64 * 1024;
+
 // The I/O thread's longest wait: libcurl's own timers and wake-ups cut it short.
 constexpr int kLongestPollMilliseconds = 5000;
 
@@ -93,7 +96,13 @@ std::size_t appendBody(char* data, std::size_t size, std::size_t count, void* co
     task.tooLarge = true;
     return 0;  // libcurl stops the transfer here: nothing more is read
   }
-  task.response.data.append(data, bytes);
+  std::string& body = task.response.data;
+  if (task.request.maxResponseBytes && body.size() + bytes > body.capacity() && body.size() + bytes > kSmallBody) {
+    // The limit at once, not doubling past it with the old buffer still held: a body near the
+    // limit then costs what it holds (pages untouched stay unmapped), not twice as much.
+    body.reserve(*task.request.maxResponseBytes);
+  }
+  body.append(data, bytes);
   return bytes;
 }
 

@@ -59,11 +59,7 @@ class Serve {
 };
 
 // A request the library would never send.
-UrlResponse send(std::string url, std::string method, std::string body) {
-  UrlRequest request;
-  request.url = std::move(url);
-  request.method = std::move(method);
-  request.body = std::move(body);
+UrlResponse send(UrlRequest request) {
   std::promise<UrlResponse> reply;
   Platform::current().dataTask(std::move(request), [&reply](UrlResponse r) { reply.set_value(std::move(r)); });
   return reply.get_future().get();
@@ -94,14 +90,14 @@ TEST_F(ServeTest, AnswersTheLibraryEndToEnd) {
   EXPECT_EQ((std::array{loggedIn("alice", "pa:ss"), loggedIn("alice", "pa:sS"), loggedIn("alice", "pa:ss", ""),
                         loggedIn("bob", "pw")}),
             (std::array{true, false, false, false}));
-  EXPECT_EQ(send(upload, "PUT", "GEV\n1\n").statusCode, 500);
-  EXPECT_EQ(send(upload, "PUT", "GEV\n1\n").statusCode, 200);
+  EXPECT_EQ(send({upload, "PUT", {}, "GEV\n1\n"}).statusCode, 500);
+  EXPECT_EQ(send({upload, "PUT", {}, "GEV\n1\n"}).statusCode, 200);
   const std::string path = upload.substr(base.size());
   EXPECT_EQ(readFile(uploads.path() + "/" + endpoint::HttpsServer::uploadFileName(path)), "GEV\n1\n");
   // Bodies other than the library's: refused, not a crash.
   for (const char* body : {"", "[]", R"({"username":"alice","password":"pa:ss"})",
                            R"({"username":"alice","password":1,"urlScheme":"g"})"}) {
-    const auto reply = send(base + std::string(kLoginPath), "POST", body);
+    const auto reply = send({base + std::string(kLoginPath), "POST", {}, body});
     EXPECT_EQ(std::tie(reply.statusCode, reply.data), std::tuple(400, R"({"authed":false})")) << body;
   }
 

@@ -27,16 +27,7 @@ using namespace std::chrono_literals;
 constexpr auto kPatience = 20s;
 constexpr auto kReady = std::future_status::ready;
 
-UrlRequest request(std::string url, std::string method, std::vector<std::pair<std::string, std::string>> headers,
-                   std::string body) {
-  UrlRequest made;
-  made.url = std::move(url);
-  made.method = std::move(method);
-  made.headers = std::move(headers);
-  made.body = std::move(body);
-  return made;
-}
-UrlRequest get(std::string url) { return request(std::move(url), "GET", {}, ""); }
+UrlRequest get(std::string url) { return {std::move(url), "GET", {}, ""}; }
 
 // Handlers and routes hold their state by shared_ptr: after a failed assertion they may still
 // run on other threads while the test unwinds.
@@ -70,14 +61,14 @@ TEST_F(UrlSessionTest, SendsExactlyWhatTheRequestNamesAndPassesTheReplyThrough) 
   const std::string binary("GEV\n1\n\0\x01\xff tail", 14);
   // No header of curl's own beyond these: no Accept, no Expect on uploads.
   const std::tuple<UrlRequest, std::set<std::string>, long, std::string> cases[] = {
-      {request(server_.url("/m/launch/project/validate"), "GET", {{"Authorization", "token-1"}}, ""),
+      {{server_.url("/m/launch/project/validate"), "GET", {{"Authorization", "token-1"}}, ""},
        {"Host", "Authorization"}, 401, R"({"valid":false})"},
-      {request(server_.url("/m/launch/project/auth/ios"), "POST",
-        {{"Accept", "application/json"}, {"Content-Type", "application/json"}}, R"({"username":"u"})"),
+      {{server_.url("/m/launch/project/auth/ios"), "POST",
+        {{"Accept", "application/json"}, {"Content-Type", "application/json"}}, R"({"username":"u"})"},
        {"Host", "Accept", "Content-Type", "Content-Length"}, 201, R"(echo:{"username":"u"})"},
-      {request(server_.url("/up/game.evt?sig=a%2Fb"), "PUT", {{"Content-Type", "application/octet-stream"}}, binary),
+      {{server_.url("/up/game.evt?sig=a%2Fb"), "PUT", {{"Content-Type", "application/octet-stream"}}, binary},
        {"Host", "Content-Type", "Content-Length"}, 200, ""},
-      {request(server_.url("/up/empty.evt"), "PUT", {}, ""), {"Host", "Content-Length"}, 200, ""},
+      {{server_.url("/up/empty.evt"), "PUT", {}, ""}, {"Host", "Content-Length"}, 200, ""},
   };
   for (const auto& [request, headers, status, data] : cases) {
     SCOPED_TRACE(request.method + " " + request.url);
@@ -107,11 +98,11 @@ TEST_F(UrlSessionTest, NoHttpReplyGivesAnErrorAndNothingElse) {
 
   server_.dropConnections(1);  // the first request to reach it: no other one should
   const UrlRequest cases[] = {
-      request(server_.url("/up/a.evt"), "PUT", {}, "body"),
+      {server_.url("/up/a.evt"), "PUT", {}, "body"},
       get(refusedUrl), get(untrusted.url("/m/launch/project/validate")), get(""), get("::not a url::"),
       get("https://127.0.0.1:99999/x"), get("file:///etc/passwd"), get(server_.url("/a") + std::string(1, '\0') + "b"),
-      request(server_.url("/a"), "GET", {{"Authorization", "t\r\nX-Evil: 1"}}, ""),
-      request(server_.url("/a"), "GET /b", {}, ""),
+      {server_.url("/a"), "GET", {{"Authorization", "t\r\nX-Evil: 1"}}, ""},
+      {server_.url("/a"), "GET /b", {}, ""},
   };
   for (const UrlRequest& request : cases) {
     SCOPED_TRACE(request.method + " " + request.url);
@@ -158,7 +149,7 @@ TEST_F(UrlSessionTest, TenRequestsRunAtOnceAndEachCompletesOnce) {
     return Reply{open.wait_for(kPatience) == kReady ? 200 : 504, r.body};
   });
   std::vector<std::future<UrlResponse>> results;
-  for (int i = 0; i < kRequests; ++i) results.push_back(start(request(server_.url("/barrier"), "PUT", {}, std::to_string(i))));
+  for (int i = 0; i < kRequests; ++i) results.push_back(start({server_.url("/barrier"), "PUT", {}, std::to_string(i)}));
   for (int i = 0; i < kRequests; ++i) {
     const UrlResponse response = await(std::move(results[i]));
     EXPECT_EQ(std::tie(response.statusCode, response.data), std::tuple(200, std::to_string(i)));
@@ -169,14 +160,14 @@ TEST_F(UrlSessionTest, CompletionsRunInOrderOnOneQueueThatDoesNotHoldUpTransfers
   auto release = std::make_shared<std::promise<void>>();
   auto first = std::make_shared<std::promise<std::thread::id>>();
   auto second = std::make_shared<std::promise<std::thread::id>>();
-  platform_->dataTask(request(server_.url("/first"), "PUT", {}, "1"),
+  platform_->dataTask({server_.url("/first"), "PUT", {}, "1"},
                       [first, released = release->get_future().share()](UrlResponse) {
                         first->set_value(std::this_thread::get_id());
                         released.wait_for(kPatience);  // as the upload retry's sleep on the completion thread
                       });
   auto firstThread = first->get_future();
   ASSERT_EQ(firstThread.wait_for(kPatience), kReady);
-  platform_->dataTask(request(server_.url("/second"), "PUT", {}, "2"),
+  platform_->dataTask({server_.url("/second"), "PUT", {}, "2"},
                       [second](UrlResponse) { second->set_value(std::this_thread::get_id()); });
   auto secondThread = second->get_future();
   // The second transfer goes out while the first completion is still blocked, but its completion
@@ -210,7 +201,7 @@ TEST_F(UrlSessionTest, ASimulationRunUntilIdleWaitsForTheRequestInFlight) {
   auto sim = SimPlatform::create();
   sim->setTrustedCertificatesFile(server_.caFile());
   std::optional<UrlResponse> received;
-  sim->dataTask(request(server_.url("/up/game.evt"), "PUT", {}, "GEV\n1\n"), [&](UrlResponse r) { received = std::move(r); });
+  sim->dataTask({server_.url("/up/game.evt"), "PUT", {}, "GEV\n1\n"}, [&](UrlResponse r) { received = std::move(r); });
   sim->runUntilIdle();
   ASSERT_TRUE(received.has_value());
   EXPECT_FALSE(received->error) << *received->error;
@@ -226,7 +217,7 @@ class KeptConnectionsTest : public UrlSessionTest {
     kept_.start();
     platform_->setTrustedCertificatesFile(kept_.caFile());
   }
-  UrlResponse put(const std::string& path) { return fetch(request(kept_.url(path), "PUT", {}, path)); }
+  UrlResponse put(const std::string& path) { return fetch({kept_.url(path), "PUT", {}, path}); }
   std::set<std::uint64_t> connectionsSeen() {
     std::set<std::uint64_t> seen;
     for (const auto& request : kept_.requests()) seen.insert(request.connection);
@@ -258,8 +249,8 @@ class RedirectsTest : public KeptConnectionsTest {
     });
   }
   UrlResponse send(const std::string& method, const std::string& path) {
-    if (method == "GET") return fetch(request(kept_.url(path), method, {{"Authorization", "t"}}, ""));
-    return fetch(request(kept_.url(path), method, {{"Authorization", "t"}, {"Content-Type", "text/plain"}}, "body"));
+    if (method == "GET") return fetch({kept_.url(path), method, {{"Authorization", "t"}}, ""});
+    return fetch({kept_.url(path), method, {{"Authorization", "t"}, {"Content-Type", "text/plain"}}, "body"});
   }
 };
 
@@ -303,9 +294,9 @@ TEST_F(KeptConnectionsTest, RequestsToAHostShareOneConnectionVerifiedAgainstTheS
   kept_.addRoute("GET", "/m/launch/project/validate", [](auto&) { return Reply{200, R"({"valid":true})"}; });
   kept_.addRoute("POST", "/m/launch/project/auth/ios", [](auto&) { return Reply{200, R"({"authed":true})"}; });
   const UrlRequest requests[] = {
-      request(kept_.url("/m/launch/project/validate"), "GET", {{"Authorization", "t"}}, ""),
-      request(kept_.url("/m/launch/project/auth/ios"), "POST", {{"Content-Type", "application/json"}}, "{}"),
-      request(kept_.url("/up/game.evt"), "PUT", {}, "GEV\n1\n"),
+      {kept_.url("/m/launch/project/validate"), "GET", {{"Authorization", "t"}}, ""},
+      {kept_.url("/m/launch/project/auth/ios"), "POST", {{"Content-Type", "application/json"}}, "{}"},
+      {kept_.url("/up/game.evt"), "PUT", {}, "GEV\n1\n"},
   };
   for (const UrlRequest& request : requests) EXPECT_EQ(fetch(request).statusCode, 200) << request.url;
   EXPECT_EQ(kept_.connectionsAccepted(), 1u);
@@ -356,7 +347,7 @@ TEST_F(KeptConnectionsTest, TenRequestsAtOnceKeepTenConnectionsThatOutliveTheSer
   });
   for (int round = 0; round < 2; ++round) {
     std::vector<std::future<UrlResponse>> results;
-    for (int i = 0; i < kRequests; ++i) results.push_back(start(request(kept_.url("/barrier"), "PUT", {}, std::to_string(i))));
+    for (int i = 0; i < kRequests; ++i) results.push_back(start({kept_.url("/barrier"), "PUT", {}, std::to_string(i)}));
     for (int i = 0; i < kRequests; ++i) {
       const UrlResponse response = await(std::move(results[i]));
       EXPECT_EQ(std::tie(response.statusCode, response.data), std::tuple(200, std::to_string(i)));

@@ -368,8 +368,8 @@ void UrlSession::Impl::collectFinished() {
       continue;
     }
     if (task->tooLarge || result == CURLE_FILESIZE_EXCEEDED) {
-      finish(std::move(task), "the reply is larger than " + std::to_string(*task->request.maxResponseBytes) +
-                                  " bytes");
+      std::string text = "the reply is larger than " + std::to_string(*task->request.maxResponseBytes) + " bytes";
+      finish(std::move(task), std::move(text));
       continue;
     }
     if (result != CURLE_OK) {

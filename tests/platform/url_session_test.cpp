@@ -117,10 +117,10 @@ TEST_F(UrlSessionTest, NoHttpReplyGivesAnErrorAndNothingElse) {
 TEST_F(UrlSessionTest, ABodyOverTheLimitFailsAndADroppedBodyKeepsTheStatus) {
   constexpr std::size_t kLimit = 1024 * 1024;
   const std::string piece(64 * 1024, 'x');
-  server_.addRoute("GET", "/announced", [&](auto&) { return Reply{200, std::string(kLimit + 1, 'x')}; });
-  server_.addRoute("GET", "/exact", [&](auto&) { return Reply{200, std::string(kLimit, 'x')}; });
+  server_.addRoute("GET", "/announced", [](auto&) { return Reply{200, std::string(kLimit + 1, 'x')}; });
+  server_.addRoute("GET", "/exact", [](auto&) { return Reply{200, std::string(kLimit, 'x')}; });
   // Chunked, with no length announced: refused as it crosses the limit, not at the end.
-  server_.addRoute("GET", "/streamed", [&](auto&) { return Reply{.status = 201, .body = piece, .repeat = 64}; });
+  server_.addRoute("GET", "/streamed", [piece](auto&) { return Reply{.status = 201, .body = piece, .repeat = 64}; });
   const auto limited = [&](const std::string& path, bool keep = true) {
     UrlRequest bounded = get(server_.url(path));
     bounded.maxResponseBytes = kLimit;

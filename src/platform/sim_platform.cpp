@@ -62,7 +62,7 @@ struct SimPlatform::State {
   std::deque<std::function<void()>> mainQueue;
   std::map<std::pair<double, std::uint64_t>, Event> agenda;
   int busy = 0;  // seam threads awake + active queues + requests in flight
-  int requests = 0;  // requests in flight, counted in `busy` too
+  int requests = 0;                                    // requests in flight, counted in `busy` too
   std::chrono::steady_clock::time_point networkMoved;  // real time of the last sign of life
   std::shared_ptr<NetworkWake> networkWake;
   bool shuttingDown = false;
@@ -381,7 +381,9 @@ void SimPlatform::networkActivityProgressed() {
   state_->networkMoved = std::chrono::steady_clock::now();
 }
 
-double SimPlatform::networkClock() { return elapsed(); }
+double SimPlatform::networkClock() {
+  return elapsed();
+}
 
 void SimPlatform::wakeNetworkAt(double time, std::function<void()> wake) {
   auto event = std::make_shared<State::NetworkWake>(State::NetworkWake{std::move(wake)});

@@ -9,8 +9,8 @@
 #include <cmath>
 #include <cstring>
 #include <mutex>
-#include <stdexcept>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -105,7 +105,6 @@ std::size_t appendBody(char* data, std::size_t size, std::size_t count, void* co
   body.append(data, bytes);
   return bytes;
 }
-
 
 // The transfer's options; an error text when the request cannot be sent as it stands.
 std::optional<std::string> configure(Task& task) {
@@ -218,7 +217,8 @@ std::optional<std::string> redirect(UrlRequest& request, long status, const std:
   if (from->scheme == "https" && to->scheme != "https") return "redirect from https to " + to->scheme + " refused";
   // 301 and 302 change only a POST, as browsers do: a PUT turned into a GET would drop an upload
   // and read the page it lands on as its success.
-  const bool becomesGet = status == 303 ? request.method != "HEAD" : (status == 301 || status == 302) && request.method == "POST";
+  const bool becomesGet =
+      status == 303 ? request.method != "HEAD" : (status == 301 || status == 302) && request.method == "POST";
   if (becomesGet) {
     request.method = "GET";
     request.body.clear();
@@ -341,8 +341,7 @@ void UrlSession::Impl::start(std::unique_ptr<Task> task) {
 }
 
 // Data moving either way keeps a request alive: a slow upload is not a silent server.
-int UrlSession::Impl::noteProgress(void* context, curl_off_t, curl_off_t downloaded, curl_off_t,
-                                   curl_off_t uploaded) {
+int UrlSession::Impl::noteProgress(void* context, curl_off_t, curl_off_t downloaded, curl_off_t, curl_off_t uploaded) {
   auto& task = *static_cast<Task*>(context);
   if (downloaded + uploaded != task.bytesMoved) {
     task.bytesMoved = downloaded + uploaded;
@@ -405,8 +404,8 @@ int UrlSession::Impl::failSilentRequests() {
   for (CURL* easy : silent) {
     auto node = running.extract(easy);
     curl_multi_remove_handle(multi, easy);
-    finish(std::move(node.mapped()), "the request timed out: no data for " +
-                                         std::to_string(kUrlRequestTimeout.count()) + " s");
+    finish(std::move(node.mapped()),
+           "the request timed out: no data for " + std::to_string(kUrlRequestTimeout.count()) + " s");
   }
   if (nextDue < 0) return kLongestPollMilliseconds;
   // A wake-up that comes early only makes the thread look again, so one is asked for only when
@@ -415,8 +414,8 @@ int UrlSession::Impl::failSilentRequests() {
     wakeRequestedAt = nextDue;
     platform.wakeNetworkAt(nextDue, [waker = waker] { waker->wake(); });
   }
-  return static_cast<int>(std::clamp(std::ceil((nextDue - now) * 1000.0), 0.0,
-                                     static_cast<double>(kLongestPollMilliseconds)));
+  return static_cast<int>(
+      std::clamp(std::ceil((nextDue - now) * 1000.0), 0.0, static_cast<double>(kLongestPollMilliseconds)));
 }
 
 void UrlSession::Impl::resend(std::unique_ptr<Task> task) {
@@ -493,7 +492,9 @@ void UrlSession::stop(bool abandon) {
   impl_->io.join();
 }
 
-void UrlSession::abandonForExit() { stop(true); }
+void UrlSession::abandonForExit() {
+  stop(true);
+}
 
 UrlSession::~UrlSession() {
   stop(false);

@@ -235,7 +235,9 @@ void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& re
       if (request.path.rfind(moved, 0) == 0) {
         request.path.erase(0, kMovedPrefix.size());
       } else {
-        redirected = Reply{.status = redirectStatus, .body = {}, .contentType = {},
+        redirected = Reply{.status = redirectStatus,
+                           .body = {},
+                           .contentType = {},
                            .headers = {{"Location", std::string(kMovedPrefix) + req.target}}};
       }
     }

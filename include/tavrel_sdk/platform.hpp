@@ -13,6 +13,7 @@
 #include <tavrel_sdk/export.hpp>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -28,17 +29,29 @@ namespace tavrel {
 // Called with true on success; empty for "no completion".
 using Completion = std::function<void(bool)>;
 
+// A request that moves no data, either way, for this long fails with a time-out error, as the
+// platform's shared session's requests do. Measured on the platform's clock.
+inline constexpr std::chrono::seconds kUrlRequestTimeout{60};
+// Redirects a request follows before it fails, as the platform's shared session does.
+inline constexpr int kMaxRedirects = 16;
+
 struct UrlRequest {
   std::string url;
   std::string method = "GET";
   std::vector<std::pair<std::string, std::string>> headers;
   std::string body;
+  // A reply body longer than this fails the request as soon as it crosses the limit, with
+  // nothing of it kept. Absent: no limit.
+  std::optional<std::size_t> maxResponseBytes{};
+  // False: the reply body is read and dropped (UrlResponse::data stays empty); the status stands.
+  bool keepsResponseBody = true;
 };
 
 struct UrlResponse {
   std::string data;
   long statusCode = 0;
-  // Present when no HTTP reply came back (connection refused or dropped, TLS failure, bad URL).
+  // Present when no HTTP reply came back (connection refused or dropped, TLS failure, bad URL,
+  // time-out, a body over the request's limit).
   std::optional<std::string> error;
 };
 
@@ -102,7 +115,13 @@ class TAVREL_EXPORT Platform : public std::enable_shared_from_this<Platform> {
   // The shared session: requests run concurrently; each handler runs exactly once, on the
   // session's serial background queue. Connections to a host are kept open and reused; a
   // request that meets one the server has closed is sent once more on a fresh connection, and
-  // nothing else is retried. No time-out or cache; TLS is verified.
+  // nothing else is retried. Redirects (301, 302, 303, 307, 308) are followed, up to
+  // kMaxRedirects, and the handler gets the last reply: 307 and 308 keep the method and body,
+  // 303 turns into a GET, 301 and 302 turn a POST into a GET and keep any other method. A
+  // redirect from https to anything else fails the request, and "Authorization" goes only to
+  // the origin the request was made for. A request fails after kUrlRequestTimeout without data,
+  // and when its reply crosses maxResponseBytes. No cache; TLS is verified. Once the process has
+  // begun to exit, no handler runs.
   void dataTask(UrlRequest request, DataTaskHandler handler);
 
   // --- Random numbers ----------------------------------------------------------------------
@@ -151,6 +170,19 @@ class TAVREL_EXPORT Platform : public std::enable_shared_from_this<Platform> {
   virtual void networkActivityEnded() {}
   // Stops the URL session: derived destructors call it while their parts still exist.
   void shutDownUrlSession();
+  // The process is ending (exit() on any thread, or a return from main): called once for the
+  // installed platform, on the exiting thread, before the library's objects are destroyed. The
+  // URL session stops without running another handler; an override also brings the platform's
+  // own threads to rest, and calls this.
+  virtual void prepareForExit();
+  // The clock of the URL session's time-out: monotonic seconds from any origin.
+  virtual double networkClock();
+  // For a platform whose clock does not run in real time: wake the URL session (call `wake`,
+  // from any thread) when networkClock() reaches `time`. Replaces the previous wake-up. A real
+  // clock needs nothing: the session's own wait ends in time.
+  virtual void wakeNetworkAt(double /*time*/, std::function<void()> /*wake*/) {}
+  // Data moved for a request in flight.
+  virtual void networkActivityProgressed() {}
   // Sees every log message before the sink and stderr do.
   virtual void onLog(std::string_view /*message*/) {}
   // The line written to stderr for a log message, without its line feed.
@@ -158,6 +190,8 @@ class TAVREL_EXPORT Platform : public std::enable_shared_from_this<Platform> {
 
  private:
   friend class UrlSession;
+  static void registerExitHandlerOnce();  // called under the installation's lock
+  static void prepareInstalledPlatformForExit();
   std::shared_ptr<UrlSession> urlSession();  // null after shutDownUrlSession()
 
   std::mutex settingsMutex_;

@@ -18,6 +18,7 @@ bool replyKeyIsTrue(const UrlResponse& response, const char* key) {
 }
 
 void send(UrlRequest request, const char* key, Completion callback) {
+  request.maxResponseBytes = kMaxServiceReplyBytes;
   Platform::current().dataTask(
       std::move(request), [key, callback = std::move(callback)](UrlResponse response) {
         const bool result = replyKeyIsTrue(response, key);

@@ -7,6 +7,7 @@
 #include <tavrel_sdk/export.hpp>
 #include <tavrel_sdk/platform.hpp>
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,12 +18,15 @@ namespace tavrel {
 inline constexpr std::string_view kServiceBaseUrl = "https://api.tavrel.com";
 inline constexpr std::string_view kValidatePath = "/m/launch/project/validate";
 inline constexpr std::string_view kLoginPath = "/m/launch/project/auth/ios";
+// A reply is one small JSON object: a body beyond this is no answer, and reads as false.
+inline constexpr std::size_t kMaxServiceReplyBytes = 1024 * 1024;
 
 // Thread safety: both operations may be called from any thread, any number at once; each
 // request is independent of the others. The callback runs exactly once, later, on the URL
 // session's background queue (never inside the call), with true only when the reply's body is
 // a JSON object whose key ("valid" or "authed") reads true; a transport failure, an unreadable
-// body or a missing key all give false. The HTTP status is not read.
+// body, a body over kMaxServiceReplyBytes, a missing key and a request that timed out
+// (kUrlRequestTimeout without data) all give false. The HTTP status is not read.
 class TAVREL_EXPORT Validation {
  public:
   Validation() = delete;

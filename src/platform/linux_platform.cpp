@@ -22,7 +22,77 @@ std::chrono::nanoseconds toDuration(double seconds) {
   return std::chrono::nanoseconds(static_cast<std::int64_t>(seconds * 1e9));
 }
 
-void runDetached(const std::function<void()>& body) {
+// How long an exiting process waits for the platform's threads to finish what they are running.
+constexpr std::chrono::seconds kExitGrace{2};
+
+// The platform's own threads (main loop, serial queues, detached threads) as the process ends.
+// Each counts itself running while it runs a block or a thread body and is not asleep. Once the
+// process exits, the exiting thread waits (kExitGrace at most) until no other one is running,
+// and from then on no other thread starts a block or wakes from a sleep: it rests until the
+// process is gone, so nothing runs into the objects that exit() destroys.
+class ExitGate {
+ public:
+  // A block or a thread body runs on this thread between the two.
+  void enter() {
+    std::unique_lock lock(mutex_);
+    restIfExiting(lock);
+    ++running_;
+    ++depth;
+  }
+  void leave() {
+    std::lock_guard lock(mutex_);
+    --running_;
+    --depth;
+    changed_.notify_all();
+  }
+
+  void sleep(Clock::duration length) {
+    const auto until = Clock::now() + length;
+    std::unique_lock lock(mutex_);
+    const bool counted = depth > 0;
+    if (counted) {
+      --running_;
+      changed_.notify_all();
+    }
+    changed_.wait_until(lock, until, [&] { return exiting_ && !isExitingThread(); });
+    restIfExiting(lock);
+    if (counted) ++running_;
+  }
+
+  void quiesce() {
+    std::unique_lock lock(mutex_);
+    exiting_ = true;
+    exitingThread_ = std::this_thread::get_id();
+    changed_.notify_all();
+    changed_.wait_for(lock, kExitGrace, [&] { return running_ <= depth; });
+  }
+
+ private:
+  bool isExitingThread() const { return std::this_thread::get_id() == exitingThread_; }
+  void restIfExiting(std::unique_lock<std::mutex>& lock) {
+    if (exiting_ && !isExitingThread()) {
+      changed_.notify_all();
+      changed_.wait(lock, [] { return false; });
+    }
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int running_ = 0;
+  bool exiting_ = false;
+  std::thread::id exitingThread_;
+  static thread_local int depth;  // blocks and bodies this thread is inside
+};
+
+thread_local int ExitGate::depth = 0;
+
+// Runs a block or a thread body counted by the gate; ThreadCancelled ends it quietly.
+void runCounted(ExitGate& gate, const std::function<void()>& body) {
+  gate.enter();
+  struct Leave {
+    ExitGate& gate;
+    ~Leave() { gate.leave(); }
+  } leave{gate};
   try {
     body();
   } catch (const ThreadCancelled&) {
@@ -31,7 +101,8 @@ void runDetached(const std::function<void()>& body) {
 
 class LinuxSerialQueue final : public DispatchQueue {
  public:
-  LinuxSerialQueue() : state_(std::make_shared<State>()) {
+  explicit LinuxSerialQueue(std::shared_ptr<ExitGate> gate) : state_(std::make_shared<State>()) {
+    state_->gate = std::move(gate);
     std::thread([state = state_] { run(*state); }).detach();
   }
   ~LinuxSerialQueue() override {
@@ -48,6 +119,7 @@ class LinuxSerialQueue final : public DispatchQueue {
 
  private:
   struct State {
+    std::shared_ptr<ExitGate> gate;
     std::mutex mutex;
     std::condition_variable wake;
     std::deque<std::function<void()>> blocks;
@@ -63,7 +135,7 @@ class LinuxSerialQueue final : public DispatchQueue {
       auto block = std::move(state.blocks.front());
       state.blocks.pop_front();
       lock.unlock();
-      runDetached(block);
+      runCounted(*state.gate, block);
       lock.lock();
     }
   }
@@ -75,6 +147,11 @@ class LinuxPlatform final : public Platform {
  public:
   ~LinuxPlatform() override { shutDownUrlSession(); }
 
+  void prepareForExit() override {
+    Platform::prepareForExit();
+    gate_->quiesce();
+  }
+
   double timeIntervalSince1970() override {
     timespec ts{};
     clock_gettime(CLOCK_REALTIME, &ts);
@@ -82,7 +159,7 @@ class LinuxPlatform final : public Platform {
   }
 
   void sleepForTimeInterval(double seconds) override {
-    if (seconds > 0) std::this_thread::sleep_for(toDuration(seconds));
+    gate_->sleep(std::chrono::duration_cast<Clock::duration>(toDuration(std::max(seconds, 0.0))));
   }
 
   void dispatchAsyncMain(std::function<void()> block) override {
@@ -107,7 +184,7 @@ class LinuxPlatform final : public Platform {
         auto block = std::move(mainQueue_.front());
         mainQueue_.pop_front();
         lock.unlock();
-        block();
+        runCounted(*gate_, block);
         lock.lock();
       }
       const auto now = Clock::now();
@@ -120,7 +197,7 @@ class LinuxPlatform final : public Platform {
           while (due <= now) due += timer->interval;
           timers_.emplace(std::make_pair(due, nextSequence_++), timer);
           lock.unlock();
-          timer->fire();
+          runCounted(*gate_, timer->fire);
           lock.lock();
         }
         continue;
@@ -133,11 +210,11 @@ class LinuxPlatform final : public Platform {
   }
 
   void detachThread(std::function<void()> body) override {
-    std::thread([body = std::move(body)] { runDetached(body); }).detach();
+    std::thread([gate = gate_, body = std::move(body)] { runCounted(*gate, body); }).detach();
   }
 
   std::shared_ptr<DispatchQueue> makeSerialQueue(std::string) override {
-    return std::make_shared<LinuxSerialQueue>();
+    return std::make_shared<LinuxSerialQueue>(gate_);
   }
 
   std::uint32_t arc4random() override { return ::arc4random(); }
@@ -160,6 +237,7 @@ class LinuxPlatform final : public Platform {
     bool invalidated = false;  // guarded by platform.mutex_
   };
 
+  std::shared_ptr<ExitGate> gate_ = std::make_shared<ExitGate>();
   std::mutex mutex_;
   std::condition_variable wake_;
   std::deque<std::function<void()>> mainQueue_;

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 
@@ -19,11 +20,36 @@ Timer::~Timer() = default;
 namespace {
 
 std::mutex installMutex;
-// Never destroyed, not even by the static destructors at exit: the upload thread and the
-// URL session's queues run until the process ends and may still reach the platform then.
+// Never destroyed: the library's threads (the URL session's, its queue, the upload worker, the
+// main loop) run until the process ends, and an exit() on one thread would otherwise pull the
+// platform from under the others.
 std::shared_ptr<Platform>& installedPlatform = *new std::shared_ptr<Platform>;
 // Read without the lock on every library call; the shared_ptr above keeps it alive.
 std::atomic<Platform*> currentPlatform{nullptr};
+
+}  // namespace
+
+// Runs as the process ends (exit() on any thread, or a return from main), before the library's
+// own objects are destroyed and before OpenSSL's exit handler: libcurl's set-up, which
+// registers that handler, comes first, and exit handlers run in the reverse order.
+void Platform::prepareInstalledPlatformForExit() {
+  std::shared_ptr<Platform> platform;
+  {
+    std::lock_guard lock(installMutex);
+    platform = installedPlatform;
+  }
+  if (platform) platform->prepareForExit();
+}
+
+void Platform::registerExitHandlerOnce() {
+  static bool registered = false;
+  if (registered) return;
+  registered = true;
+  UrlSession::initialiseProcessWide();
+  std::atexit(prepareInstalledPlatformForExit);
+}
+
+namespace {
 
 std::string defaultDocumentsDirectory() {
   if (const char* explicitDir = std::getenv("TAVREL_DOCUMENTS"); explicitDir && *explicitDir) {
@@ -50,6 +76,7 @@ Platform& Platform::current() {
     return *platform;
   }
   std::lock_guard lock(installMutex);
+  registerExitHandlerOnce();
   if (!installedPlatform) {
     installedPlatform = makeLinux();
     currentPlatform.store(installedPlatform.get(), std::memory_order_release);
@@ -61,6 +88,7 @@ void Platform::install(std::shared_ptr<Platform> platform) {
   std::shared_ptr<Platform> previous;
   {
     std::lock_guard lock(installMutex);
+    registerExitHandlerOnce();
     previous = std::move(installedPlatform);
     installedPlatform = std::move(platform);
     currentPlatform.store(installedPlatform.get(), std::memory_order_release);
@@ -94,6 +122,20 @@ void Platform::shutDownUrlSession() {
     session = std::move(urlSession_);
   }
   session.reset();
+}
+
+void Platform::prepareForExit() {
+  std::shared_ptr<UrlSession> session;
+  {
+    std::lock_guard lock(urlSessionMutex_);
+    urlSessionShutDown_ = true;
+    session = urlSession_;  // kept: destroying it would run the handlers of what was in flight
+  }
+  if (session) session->abandonForExit();
+}
+
+double Platform::networkClock() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 void Platform::log(std::string_view message) {

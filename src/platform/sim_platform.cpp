@@ -41,7 +41,12 @@ struct SimPlatform::State {
     bool released = false;  // the DispatchQueue handle is gone: drain, then end
   };
 
-  using Event = std::variant<std::shared_ptr<SimTimer>, std::shared_ptr<Sleeper>>;
+  // The URL session's wake-up at a virtual time; only the latest one counts.
+  struct NetworkWake {
+    std::function<void()> wake;
+  };
+
+  using Event = std::variant<std::shared_ptr<SimTimer>, std::shared_ptr<Sleeper>, std::shared_ptr<NetworkWake>>;
 
   explicit State(const Options& o) : options(o) {
     std::seed_seq seed{static_cast<std::uint32_t>(o.seed), static_cast<std::uint32_t>(o.seed >> 32)};
@@ -57,6 +62,9 @@ struct SimPlatform::State {
   std::deque<std::function<void()>> mainQueue;
   std::map<std::pair<double, std::uint64_t>, Event> agenda;
   int busy = 0;  // seam threads awake + active queues + requests in flight
+  int requests = 0;                                    // requests in flight, counted in `busy` too
+  std::chrono::steady_clock::time_point networkMoved;  // real time of the last sign of life
+  std::shared_ptr<NetworkWake> networkWake;
   bool shuttingDown = false;
   std::vector<std::thread> threads;
   std::optional<std::thread::id> mainThread;
@@ -77,9 +85,18 @@ struct SimPlatform::State {
         block();
         lock.lock();
       }
-      const bool settled = changed.wait_for(lock, kSettleWatchdog, [&] {
-        return busy == 0 || !mainQueue.empty() || shuttingDown;
-      });
+      using std::chrono::steady_clock;
+      // Only silent requests left: they wait for the virtual clock, not the other way round.
+      const auto silentSince = [&] { return networkMoved + options.silentNetworkAfter; };
+      const auto done = [&] {
+        return busy == 0 || !mainQueue.empty() || shuttingDown ||
+               (busy == requests && steady_clock::now() >= silentSince());
+      };
+      const auto watchdog = steady_clock::now() + kSettleWatchdog;
+      while (!done() && steady_clock::now() < watchdog) {
+        changed.wait_until(lock, busy == requests ? std::min(watchdog, silentSince()) : watchdog);
+      }
+      const bool settled = done();
       if (!settled) {
         throw std::runtime_error("SimPlatform: the system did not settle within 120 s of real time (" +
                                  std::to_string(busy) + " activities still running)");
@@ -169,6 +186,14 @@ void SimPlatform::advance(double seconds) {
       state_->schedule(node.key().first + fired->interval, fired);
       lock.unlock();
       fired->fire();
+      lock.lock();
+    } else if (auto* wake = std::get_if<std::shared_ptr<State::NetworkWake>>(&node.mapped())) {
+      if (*wake != state_->networkWake) continue;
+      auto fired = *wake;
+      // The session reacts in real time: wait for it as for a request that moved.
+      state_->networkMoved = std::chrono::steady_clock::now();
+      lock.unlock();
+      fired->wake();
       lock.lock();
     } else {
       auto& sleeper = std::get<std::shared_ptr<State::Sleeper>>(node.mapped());
@@ -340,12 +365,31 @@ void SimPlatform::exit(int status) {
 void SimPlatform::networkActivityBegan() {
   std::lock_guard lock(state_->mutex);
   ++state_->busy;
+  ++state_->requests;
+  state_->networkMoved = std::chrono::steady_clock::now();
 }
 
 void SimPlatform::networkActivityEnded() {
   std::lock_guard lock(state_->mutex);
   --state_->busy;
+  --state_->requests;
   state_->changed.notify_all();
+}
+
+void SimPlatform::networkActivityProgressed() {
+  std::lock_guard lock(state_->mutex);
+  state_->networkMoved = std::chrono::steady_clock::now();
+}
+
+double SimPlatform::networkClock() {
+  return elapsed();
+}
+
+void SimPlatform::wakeNetworkAt(double time, std::function<void()> wake) {
+  auto event = std::make_shared<State::NetworkWake>(State::NetworkWake{std::move(wake)});
+  std::lock_guard lock(state_->mutex);
+  state_->networkWake = event;
+  state_->schedule(std::max(time, state_->monotonic), std::move(event));
 }
 
 void SimPlatform::onLog(std::string_view message) {

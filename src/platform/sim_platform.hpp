@@ -6,7 +6,9 @@
 // advance() moves time from one due wake-up to the next, in time order (ties in the order they
 // were scheduled), and at each step waits until the system is quiescent: the main queue drained,
 // every seam thread asleep or idle, no request in flight. Real sockets stay real: a request in
-// flight is waited for in real time, not faked.
+// flight is waited for in real time, not faked, until it has moved no data for
+// Options::silentNetworkAfter of real time. A silent request then no longer holds time still,
+// so that its time-out can come in virtual time; data moving on it makes it count again.
 //
 // The thread that calls advance() or runMainLoopFor() is the main thread: main-queue blocks and
 // timers run on it. Random numbers come from a seeded generator, or from a script of values.
@@ -14,6 +16,7 @@
 
 #include <tavrel_sdk/platform.hpp>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -35,6 +38,8 @@ class TAVREL_EXPORT SimPlatform final : public Platform {
     double startTime = 1773061533.0;
     std::uint64_t seed = 1;
     bool logToStderr = false;
+    // Longer than any reply a test holds back on purpose.
+    std::chrono::milliseconds silentNetworkAfter{2000};
   };
 
   static std::shared_ptr<SimPlatform> create(Options options);
@@ -78,6 +83,9 @@ class TAVREL_EXPORT SimPlatform final : public Platform {
  protected:
   void networkActivityBegan() override;
   void networkActivityEnded() override;
+  void networkActivityProgressed() override;
+  double networkClock() override;
+  void wakeNetworkAt(double time, std::function<void()> wake) override;
   void onLog(std::string_view message) override;
 
  public:

@@ -5,10 +5,12 @@
 #include <curl/curl.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cmath>
 #include <cstring>
 #include <mutex>
-#include <stdexcept>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -18,11 +20,6 @@
 
 namespace tavrel {
 namespace {
-
-void initialiseCurlOnce() {
-  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
-  (void)result;  // a failure shows again, and is reported, on every transfer
-}
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
   return a.size() == b.size() &&
@@ -56,11 +53,22 @@ struct EasyDeleter {
 // the uploads'), a handful of requests at a time.
 constexpr long kIdleConnections = 16;
 
+// A body that grows past this with a limit set has room made for the whole limit at once.
+constexpr std::size_t kSmallBody = 64 * 1024;
+
+// The I/O thread's longest wait: libcurl's own timers and wake-ups cut it short.
+constexpr int kLongestPollMilliseconds = 5000;
+
 struct Task {
   UrlRequest request;
   DataTaskHandler handler;
   std::string caFile;
+  Platform* platform = nullptr;
   bool resent = false;  // once, after a reused connection turned out dead
+  bool tooLarge = false;
+  int redirects = 0;
+  double lastActivity = 0;  // on the platform's network clock
+  curl_off_t bytesMoved = 0;
   UrlResponse response;
   std::unique_ptr<CURL, EasyDeleter> easy;
   std::unique_ptr<curl_slist, SlistDeleter> headers;
@@ -80,9 +88,22 @@ struct Task {
   }
 };
 
-std::size_t appendBody(char* data, std::size_t size, std::size_t count, void* task) {
-  static_cast<Task*>(task)->response.data.append(data, size * count);
-  return size * count;
+std::size_t appendBody(char* data, std::size_t size, std::size_t count, void* context) {
+  auto& task = *static_cast<Task*>(context);
+  const std::size_t bytes = size * count;
+  if (!task.request.keepsResponseBody) return bytes;
+  if (task.request.maxResponseBytes && task.response.data.size() + bytes > *task.request.maxResponseBytes) {
+    task.tooLarge = true;
+    return 0;  // libcurl stops the transfer here: nothing more is read
+  }
+  std::string& body = task.response.data;
+  if (task.request.maxResponseBytes && body.size() + bytes > body.capacity() && body.size() + bytes > kSmallBody) {
+    // The limit at once, not doubling past it with the old buffer still held: a body near the
+    // limit then costs what it holds (pages untouched stay unmapped), not twice as much.
+    body.reserve(*task.request.maxResponseBytes);
+  }
+  body.append(data, bytes);
+  return bytes;
 }
 
 // The transfer's options; an error text when the request cannot be sent as it stands.
@@ -119,6 +140,10 @@ std::optional<std::string> configure(Task& task) {
   set(CURLOPT_PRIVATE, static_cast<void*>(&task));
   set(CURLOPT_WRITEFUNCTION, appendBody);
   set(CURLOPT_WRITEDATA, static_cast<void*>(&task));
+  if (request.maxResponseBytes && request.keepsResponseBody) {
+    // Refused before the body when the reply announces its length.
+    set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(*request.maxResponseBytes));
+  }
   set(CURLOPT_HTTPHEADER, task.headers.get());
   set(CURLOPT_SSL_VERIFYPEER, 1L);
   set(CURLOPT_SSL_VERIFYHOST, 2L);
@@ -149,6 +174,61 @@ std::optional<std::string> configure(Task& task) {
   return std::nullopt;
 }
 
+bool isRedirect(long status) {
+  return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+struct Origin {
+  std::string scheme, host, port;
+  bool operator==(const Origin&) const = default;
+};
+
+std::optional<Origin> originOf(const std::string& url) {
+  std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), curl_url_cleanup);
+  if (!parsed || curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK) return std::nullopt;
+  const auto part = [&](CURLUPart which, unsigned flags) -> std::optional<std::string> {
+    char* text = nullptr;
+    if (curl_url_get(parsed.get(), which, &text, flags) != CURLUE_OK) return std::nullopt;
+    std::string value(text);
+    curl_free(text);
+    std::transform(value.begin(), value.end(), value.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? c + 32 : c; });
+    return value;
+  };
+  auto scheme = part(CURLUPART_SCHEME, 0);
+  auto host = part(CURLUPART_HOST, 0);
+  auto port = part(CURLUPART_PORT, CURLU_DEFAULT_PORT);
+  if (!scheme || !host || !port) return std::nullopt;
+  return Origin{*std::move(scheme), *std::move(host), *std::move(port)};
+}
+
+void removeHeader(UrlRequest& request, std::string_view name) {
+  std::erase_if(request.headers, [&](const auto& header) { return equalsIgnoringCase(header.first, name); });
+}
+
+// The request the next hop sends, or why there is none. Followed here rather than by libcurl:
+// libcurl 7.88 sends a custom method (an upload's PUT) on every hop, so a 303 would go out as a
+// PUT without its body, and it cannot be asked to check each hop before it goes.
+std::optional<std::string> redirect(UrlRequest& request, long status, const std::string& location) {
+  const std::optional<Origin> from = originOf(request.url);
+  const std::optional<Origin> to = originOf(location);
+  if (!from || !to || (to->scheme != "https" && to->scheme != "http")) {
+    return "redirected to an unusable URL";
+  }
+  if (from->scheme == "https" && to->scheme != "https") return "redirect from https to " + to->scheme + " refused";
+  // 301 and 302 change only a POST, as browsers do: a PUT turned into a GET would drop an upload
+  // and read the page it lands on as its success.
+  const bool becomesGet =
+      status == 303 ? request.method != "HEAD" : (status == 301 || status == 302) && request.method == "POST";
+  if (becomesGet) {
+    request.method = "GET";
+    request.body.clear();
+    removeHeader(request, "Content-Type");
+  }
+  if (*from != *to) removeHeader(request, "Authorization");  // the player's token stays with its origin
+  request.url = location;
+  return std::nullopt;
+}
+
 // Whether the transfer failed only because the connection it reused had been closed by the
 // server: nothing came back on it, and no connection was made for it. libcurl resends such a
 // request itself, but only over other kept connections, which may all have gone the same way.
@@ -165,6 +245,18 @@ bool metDeadConnection(CURL* easy, CURLcode result) {
   return connectsMade == 0 && headerBytes == 0 && bodyBytes == 0;
 }
 
+// Wakes the I/O thread from any thread, for as long as the session lives: a platform may keep
+// the wake-up it was handed after the session has gone.
+struct Waker {
+  std::mutex mutex;
+  CURLM* multi = nullptr;  // guarded by mutex; null once the session is gone
+
+  void wake() {
+    std::lock_guard lock(mutex);
+    if (multi != nullptr) curl_multi_wakeup(multi);
+  }
+};
+
 }  // namespace
 
 struct UrlSession::Impl {
@@ -173,19 +265,27 @@ struct UrlSession::Impl {
   Platform& platform;
   std::shared_ptr<DispatchQueue> completions;
   CURLM* multi = nullptr;
+  std::shared_ptr<Waker> waker = std::make_shared<Waker>();
   std::thread io;
 
   std::mutex mutex;
   std::vector<std::unique_ptr<Task>> submitted;  // guarded by mutex
   bool stopping = false;                         // guarded by mutex
+  bool abandoning = false;                       // guarded by mutex: stop without completing
 
   // Owned by the I/O thread.
   std::unordered_map<CURL*, std::unique_ptr<Task>> running;
+  double wakeRequestedAt = -1;
 
   void run();
   void start(std::unique_ptr<Task> task);
+  static int noteProgress(void* task, curl_off_t, curl_off_t downloaded, curl_off_t, curl_off_t uploaded);
   void collectFinished();
+  // Fails the requests that have moved no data for kUrlRequestTimeout; returns how long the
+  // I/O thread may wait before the next one is due.
+  int failSilentRequests();
   void resend(std::unique_ptr<Task> task);
+  void follow(std::unique_ptr<Task> task, long status, const char* location);
   void finish(std::unique_ptr<Task> task, std::optional<std::string> error);
 };
 
@@ -203,9 +303,14 @@ void UrlSession::Impl::run() {
     curl_multi_perform(multi, &active);
     collectFinished();
     // Returns early for libcurl's own timers and for curl_multi_wakeup() from dataTask().
-    curl_multi_poll(multi, nullptr, 0, 5000, nullptr);
+    curl_multi_poll(multi, nullptr, 0, failSilentRequests(), nullptr);
   }
 
+  {
+    std::lock_guard lock(mutex);
+    // The process is ending: no handler may run, and nothing is torn down under a transfer.
+    if (abandoning) return;
+  }
   for (auto& [easy, task] : running) curl_multi_remove_handle(multi, easy);
   std::vector<std::unique_ptr<Task>> cancelled;
   for (auto& entry : running) cancelled.push_back(std::move(entry.second));
@@ -219,14 +324,31 @@ void UrlSession::Impl::run() {
 }
 
 void UrlSession::Impl::start(std::unique_ptr<Task> task) {
+  task->lastActivity = platform.networkClock();
   task->easy.reset(curl_easy_init());
   if (!task->easy) return finish(std::move(task), "cannot make a transfer");
   if (auto error = configure(*task)) return finish(std::move(task), std::move(error));
   CURL* easy = task->easy.get();
+  if (curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L) != CURLE_OK ||
+      curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, noteProgress) != CURLE_OK ||
+      curl_easy_setopt(easy, CURLOPT_XFERINFODATA, static_cast<void*>(task.get())) != CURLE_OK) {
+    return finish(std::move(task), "cannot watch the transfer's progress");
+  }
   if (CURLMcode rc = curl_multi_add_handle(multi, easy); rc != CURLM_OK) {
     return finish(std::move(task), std::string(curl_multi_strerror(rc)));
   }
   running.emplace(easy, std::move(task));
+}
+
+// Data moving either way keeps a request alive: a slow upload is not a silent server.
+int UrlSession::Impl::noteProgress(void* context, curl_off_t, curl_off_t downloaded, curl_off_t, curl_off_t uploaded) {
+  auto& task = *static_cast<Task*>(context);
+  if (downloaded + uploaded != task.bytesMoved) {
+    task.bytesMoved = downloaded + uploaded;
+    task.lastActivity = task.platform->networkClock();
+    task.platform->networkActivityProgressed();
+  }
+  return 0;
 }
 
 void UrlSession::Impl::collectFinished() {
@@ -244,6 +366,11 @@ void UrlSession::Impl::collectFinished() {
       resend(std::move(task));
       continue;
     }
+    if (task->tooLarge || result == CURLE_FILESIZE_EXCEEDED) {
+      std::string text = "the reply is larger than " + std::to_string(*task->request.maxResponseBytes) + " bytes";
+      finish(std::move(task), std::move(text));
+      continue;
+    }
     if (result != CURLE_OK) {
       std::string text = task->errorBuffer[0] != '\0' ? task->errorBuffer : curl_easy_strerror(result);
       finish(std::move(task), "curl error " + std::to_string(result) + ": " + text);
@@ -251,14 +378,51 @@ void UrlSession::Impl::collectFinished() {
     }
     long status = 0;
     curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+    char* location = nullptr;
+    if (isRedirect(status) && curl_easy_getinfo(easy, CURLINFO_REDIRECT_URL, &location) == CURLE_OK && location) {
+      follow(std::move(task), status, location);
+      continue;
+    }
     task->response.statusCode = status;
     finish(std::move(task), std::nullopt);
   }
 }
 
+int UrlSession::Impl::failSilentRequests() {
+  constexpr double timeout = std::chrono::duration<double>(kUrlRequestTimeout).count();
+  const double now = platform.networkClock();
+  std::vector<CURL*> silent;
+  double nextDue = -1;
+  for (const auto& [easy, task] : running) {
+    const double due = task->lastActivity + timeout;
+    if (due <= now) {
+      silent.push_back(easy);
+    } else if (nextDue < 0 || due < nextDue) {
+      nextDue = due;
+    }
+  }
+  for (CURL* easy : silent) {
+    auto node = running.extract(easy);
+    curl_multi_remove_handle(multi, easy);
+    finish(std::move(node.mapped()),
+           "the request timed out: no data for " + std::to_string(kUrlRequestTimeout.count()) + " s");
+  }
+  if (nextDue < 0) return kLongestPollMilliseconds;
+  // A wake-up that comes early only makes the thread look again, so one is asked for only when
+  // none is pending before the next due time.
+  if (wakeRequestedAt <= now || nextDue < wakeRequestedAt) {
+    wakeRequestedAt = nextDue;
+    platform.wakeNetworkAt(nextDue, [waker = waker] { waker->wake(); });
+  }
+  return static_cast<int>(
+      std::clamp(std::ceil((nextDue - now) * 1000.0), 0.0, static_cast<double>(kLongestPollMilliseconds)));
+}
+
 void UrlSession::Impl::resend(std::unique_ptr<Task> task) {
   task->resent = true;
   task->errorBuffer[0] = '\0';
+  task->lastActivity = platform.networkClock();
+  task->bytesMoved = 0;
   CURL* easy = task->easy.get();
   if (curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L) != CURLE_OK) {
     return finish(std::move(task), "cannot resend on a new connection");
@@ -267,6 +431,22 @@ void UrlSession::Impl::resend(std::unique_ptr<Task> task) {
     return finish(std::move(task), std::string(curl_multi_strerror(rc)));
   }
   running.emplace(easy, std::move(task));
+}
+
+void UrlSession::Impl::follow(std::unique_ptr<Task> task, long status, const char* location) {
+  if (++task->redirects > kMaxRedirects) {
+    return finish(std::move(task), "more than " + std::to_string(kMaxRedirects) + " redirects");
+  }
+  if (auto refused = redirect(task->request, status, location)) return finish(std::move(task), std::move(refused));
+  // A fresh transfer: the old one's connection goes back to the session's pool for this hop.
+  task->easy.reset();
+  task->headers.reset();
+  task->response = UrlResponse{};
+  task->resent = false;
+  task->tooLarge = false;
+  task->bytesMoved = 0;
+  task->errorBuffer[0] = '\0';
+  start(std::move(task));
 }
 
 void UrlSession::Impl::finish(std::unique_ptr<Task> task, std::optional<std::string> error) {
@@ -285,23 +465,43 @@ void UrlSession::Impl::finish(std::unique_ptr<Task> task, std::optional<std::str
   platform.networkActivityEnded();
 }
 
+void UrlSession::initialiseProcessWide() {
+  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+  (void)result;  // a failure shows again, and is reported, on every transfer
+}
+
 UrlSession::UrlSession(Platform& platform) : impl_(std::make_unique<Impl>(platform)) {
-  initialiseCurlOnce();
+  initialiseProcessWide();
   impl_->completions = platform.makeSerialQueue("tavrel.url-session.completions");
   impl_->multi = curl_multi_init();
   if (impl_->multi == nullptr) throw std::runtime_error("curl_multi_init failed");
+  impl_->waker->multi = impl_->multi;
   // Kept whatever the number of transfers under way: by default the cache shrinks with it.
   curl_multi_setopt(impl_->multi, CURLMOPT_MAXCONNECTS, kIdleConnections);
   impl_->io = std::thread([impl = impl_.get()] { impl->run(); });
 }
 
-UrlSession::~UrlSession() {
+void UrlSession::stop(bool abandon) {
   {
     std::lock_guard lock(impl_->mutex);
+    if (impl_->stopping) return;
     impl_->stopping = true;
+    impl_->abandoning = abandon;
   }
   curl_multi_wakeup(impl_->multi);
   impl_->io.join();
+}
+
+void UrlSession::abandonForExit() {
+  stop(true);
+}
+
+UrlSession::~UrlSession() {
+  stop(false);
+  {
+    std::lock_guard lock(impl_->waker->mutex);
+    impl_->waker->multi = nullptr;
+  }
   curl_multi_cleanup(impl_->multi);
 }
 
@@ -310,6 +510,7 @@ void UrlSession::dataTask(UrlRequest request, DataTaskHandler handler) {
   task->request = std::move(request);
   task->handler = std::move(handler);
   task->caFile = impl_->platform.trustedCertificatesFile();
+  task->platform = &impl_->platform;
   impl_->platform.networkActivityBegan();
   {
     std::lock_guard lock(impl_->mutex);

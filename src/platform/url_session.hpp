@@ -8,8 +8,19 @@
 // only what HTTP itself needs (Host, Content-Length). libcurl's own Accept, Expect and
 // Content-Type are suppressed. TLS is verified, against platform.trustedCertificatesFile()
 // alone when it names one (its contents as each request starts), else against the system's
-// store. There is no time-out or cache, and redirects are not followed. Only http and https
-// URLs are fetched.
+// store. A request that moves no data, either way, for kUrlRequestTimeout on the platform's clock
+// fails with a time-out error (on the simulation the time passes virtually). A reply body longer
+// than the request's maxResponseBytes fails the request as soon as it crosses the limit; one
+// the request does not keep is read and dropped. There is no cache. Only http and https URLs
+// are fetched.
+//
+// Redirects are followed here, each hop a request of its own on the kept connections (a
+// redirect is not a resend, and gets one of its own should it meet a dead connection), up to
+// kMaxRedirects: 307 and 308 send the same method and body again, 303 turns into a GET without
+// a body, 301 and 302 turn a POST into one and keep any other method. A hop from https to
+// anything else fails the request, and the request's "Authorization" header is dropped for
+// good at the first hop to another origin (scheme, host and port). The handler gets the last
+// reply; a 3xx without a Location is such a reply.
 //
 // Connections are kept open after a reply (up to 16 idle ones) and reused by later requests to
 // the same host and port that trust the same certificates. A kept connection may have been
@@ -40,7 +51,17 @@ class TAVREL_EXPORT UrlSession {
   // it are such errors; nothing is sent for them.
   void dataTask(UrlRequest request, DataTaskHandler handler);
 
+  // For a process that is ending: stops the I/O thread and returns once it has, leaving every
+  // transfer where it is and running no handler (nothing may run into objects being destroyed).
+  // Requests made later complete with an error, on a queue the platform no longer runs.
+  void abandonForExit();
+
+  // libcurl's process-wide set-up (and so OpenSSL's, with its own exit handler); idempotent.
+  static void initialiseProcessWide();
+
  private:
+  void stop(bool abandon);
+
   struct Impl;
   std::unique_ptr<Impl> impl_;
 };

@@ -51,6 +51,7 @@ void TavrelSDK::uploadFileToUrl(const std::optional<std::string>& fileName, cons
   request.method = "PUT";
   request.headers = {{"Content-Type", "application/octet-stream"}};
   request.body = std::move(file.data);
+  request.keepsResponseBody = false;  // only the status counts
   // The attempt keeps the name and URL it began with, whatever a later set-up stores.
   platform.dataTask(std::move(request), [fileName, url, retries, callback](UrlResponse response) {
     Platform& platform = Platform::current();

@@ -114,6 +114,30 @@ TEST_F(UrlSessionTest, NoHttpReplyGivesAnErrorAndNothingElse) {
   EXPECT_EQ(untrusted.requestCount(), 0u);
 }
 
+TEST_F(UrlSessionTest, ABodyOverTheLimitFailsAndADroppedBodyKeepsTheStatus) {
+  constexpr std::size_t kLimit = 1024 * 1024;
+  const std::string piece(64 * 1024, 'x');
+  server_.addRoute("GET", "/announced", [](auto&) { return Reply{200, std::string(kLimit + 1, 'x')}; });
+  server_.addRoute("GET", "/exact", [](auto&) { return Reply{200, std::string(kLimit, 'x')}; });
+  // Chunked, with no length announced: refused as it crosses the limit, not at the end.
+  server_.addRoute("GET", "/streamed", [piece](auto&) { return Reply{.status = 201, .body = piece, .repeat = 64}; });
+  const auto limited = [&](const std::string& path, bool keep = true) {
+    UrlRequest bounded = get(server_.url(path));
+    bounded.maxResponseBytes = kLimit;
+    bounded.keepsResponseBody = keep;
+    return fetch(bounded);
+  };
+  for (const std::string path : {"/announced", "/streamed"}) {
+    const UrlResponse response = limited(path);
+    EXPECT_EQ(response.error, "the reply is larger than 1048576 bytes") << path;
+    EXPECT_EQ(std::tie(response.statusCode, response.data), std::tuple(0, "")) << path;
+  }
+  EXPECT_EQ(limited("/exact").data.size(), kLimit);
+  const UrlResponse dropped = limited("/streamed", false);
+  EXPECT_FALSE(dropped.error);
+  EXPECT_EQ(std::tie(dropped.statusCode, dropped.data), std::tuple(201, ""));
+}
+
 TEST_F(UrlSessionTest, TenRequestsRunAtOnceAndEachCompletesOnce) {
   // The route holds every request until all ten have arrived: a session that ran them one after
   // another would leave the first waiting (and then answered 504).
@@ -206,6 +230,65 @@ class KeptConnectionsTest : public UrlSessionTest {
     return options;
   }()};
 };
+
+// Each hop's method, body and Authorization header, as the page it lands on saw them.
+class RedirectsTest : public KeptConnectionsTest {
+ protected:
+  void SetUp() override {
+    KeptConnectionsTest::SetUp();
+    for (const char* method : {"GET", "POST", "PUT"}) {
+      kept_.addRoute(method, "/landing", [](const RecordedRequest& r) {
+        return Reply{200, r.method + " " + r.body + " auth=" + r.header("Authorization").value_or("-")};
+      });
+      for (int status : {301, 302, 303, 307, 308}) redirect(method, "/r" + std::to_string(status), status, "/landing");
+    }
+  }
+  void redirect(const std::string& method, const std::string& path, int status, const std::string& location) {
+    kept_.addRoute(method, path, [status, location](auto&) {
+      return Reply{.status = status, .body = "moved", .contentType = "text/plain", .headers = {{"Location", location}}};
+    });
+  }
+  UrlResponse send(const std::string& method, const std::string& path) {
+    if (method == "GET") return fetch({kept_.url(path), method, {{"Authorization", "t"}}, ""});
+    return fetch({kept_.url(path), method, {{"Authorization", "t"}, {"Content-Type", "text/plain"}}, "body"});
+  }
+};
+
+TEST_F(RedirectsTest, EachStatusKeepsOrChangesTheMethodOnTheSameConnection) {
+  const std::tuple<std::string, int, std::string> cases[] = {
+      {"GET", 301, "GET  auth=t"},       {"GET", 308, "GET  auth=t"},       {"POST", 301, "GET  auth=t"},
+      {"POST", 302, "GET  auth=t"},      {"POST", 303, "GET  auth=t"},      {"POST", 307, "POST body auth=t"},
+      {"POST", 308, "POST body auth=t"}, {"PUT", 301, "PUT body auth=t"},   {"PUT", 302, "PUT body auth=t"},
+      {"PUT", 303, "GET  auth=t"},       {"PUT", 307, "PUT body auth=t"},   {"PUT", 308, "PUT body auth=t"},
+  };
+  for (const auto& [method, status, landed] : cases) {
+    const UrlResponse response = send(method, "/r" + std::to_string(status));
+    EXPECT_EQ(std::tie(response.statusCode, response.data), std::tuple(200, landed)) << method << " " << status;
+  }
+  const auto seen = kept_.requests();
+  EXPECT_EQ(seen.size(), 2 * std::size(cases));
+  for (const auto& r : seen) EXPECT_EQ(r.header("Content-Type").has_value(), r.method != "GET") << r.method;
+  EXPECT_EQ(connectionsSeen(), std::set<std::uint64_t>{1}) << "a redirect is no reason for a new connection";
+}
+
+TEST_F(RedirectsTest, TheTokenStaysWithItsOriginAndNoHopLeavesHttpsOrGoesOnForEver) {
+  const std::string port = std::to_string(kept_.port());
+  redirect("GET", "/to-localhost", 302, "https://localhost:" + port + "/landing");
+  redirect("GET", "/to-localhost-and-back", 302, "https://localhost:" + port + "/back");
+  redirect("GET", "/back", 302, "https://127.0.0.1:" + port + "/landing");
+  redirect("GET", "/to-http", 302, "http://127.0.0.1:" + port + "/landing");
+  redirect("GET", "/loop", 307, "/loop");
+  kept_.addRoute("GET", "/nowhere", [](auto&) { return Reply{302, "no Location"}; });
+
+  EXPECT_EQ(send("GET", "/to-localhost").data, "GET  auth=-") << "another host name is another host";
+  EXPECT_EQ(send("GET", "/to-localhost-and-back").data, "GET  auth=-") << "dropped for good";
+  EXPECT_EQ(send("GET", "/to-http").error, "redirect from https to http refused");
+  kept_.clearRequests();
+  EXPECT_EQ(send("GET", "/loop").error, "more than 16 redirects");
+  EXPECT_EQ(kept_.requestCount(), 17u);
+  const UrlResponse unmoved = send("GET", "/nowhere");
+  EXPECT_EQ(std::tie(unmoved.statusCode, unmoved.data), std::tuple(302, "no Location"));
+}
 
 TEST_F(KeptConnectionsTest, RequestsToAHostShareOneConnectionVerifiedAgainstTheSameCertificates) {
   kept_.addRoute("GET", "/m/launch/project/validate", [](auto&) { return Reply{200, R"({"valid":true})"}; });

@@ -130,5 +130,40 @@ TEST_F(Uploads, NoReplyOrNoUrlFailsTwiceWithAPauseAfterEach) {
   EXPECT_EQ(server_.latestBody("/g.evt"), readFile(gameEventPath()));
 }
 
+TEST_F(Uploads, AnUploadBehindA307ArrivesWholeAtTheFinalUrl) {
+  recordOneEventEach();
+  server_.redirectRequests(307);
+  const auto uploaded = upload(gameName(), gameUrl(), 0);
+  sim().runUntilIdle();
+  EXPECT_EQ(*uploaded, true);
+  const auto seen = server_.requests();
+  ASSERT_EQ(seen.size(), 2u) << "a redirect is not the retry";
+  EXPECT_EQ(std::tie(seen[1].method, seen[1].target), std::tuple("PUT", "/moved/g.evt?sig=a%2Bb&exp=9"));
+  EXPECT_EQ(server_.latestBody("/g.evt"), readFile(gameEventPath()));
+}
+
+class SilentEndpoint : public Uploads {
+ protected:
+  SilentEndpoint() { simOptions.silentNetworkAfter = std::chrono::milliseconds(50); }
+};
+
+TEST_F(SilentEndpoint, EachAttemptTimesOutAfter60SecondsAndCountsAsNoReply) {
+  recordOneEventEach();
+  _hasUpdatedGameEvents = _hasUpdatedInputEvents = false;  // the worker's passes send nothing
+  server_.delayReplies(std::chrono::hours(1));
+  advanceToMs(10000);
+  const auto uploaded = upload(gameName(), gameUrl(), 0);
+  const std::string failed = "SDK > Failed to upload " + gameName() + " to " + gameUrl();
+  sim().advance(59.9);
+  EXPECT_EQ(logs().size(), 0u);
+  sim().advance(0.2);
+  EXPECT_EQ(logs(), std::vector<std::string>(1, failed));
+  sim().advance(61.0);  // the pause, then the retry's own 60 s
+  EXPECT_EQ(logs(), std::vector<std::string>(2, failed));
+  EXPECT_FALSE(uploaded->has_value());
+  sim().advance(1.0);
+  EXPECT_EQ(*uploaded, false);
+}
+
 }  // namespace
 }  // namespace tavrel::testing

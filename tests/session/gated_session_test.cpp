@@ -210,6 +210,60 @@ TEST_F(GatedSession, TheExitAlertIsRefusedWhileALoginPageIsUp) {
   EXPECT_TRUE(warned);
 }
 
+TEST_F(GatedSession, BehindA302TheValidationIsAnsweredAndTheLoginGoesOnAsAGet) {
+  server_.redirectRequests(302);
+  sdk().setAuthToken(kValidToken);
+  std::atomic<int> calls{0};
+  sdk().validate([&](bool ok) { calls += ok ? 1 : 100; });
+  sim().runUntilIdle();
+  EXPECT_EQ(calls, 1);
+  EXPECT_FALSE(pageUp());
+
+  // A POST answered 302 goes on as a GET, as on the platform: the service hears no login.
+  sdk().showLoginPage([&](bool ok) { calls += ok ? 1 : 100; });
+  sim().runUntilIdle();
+  logIn();
+  finishTransitions();
+  auto page = sdk().parentViewController()->presentedViewController();
+  ASSERT_TRUE(page);
+  EXPECT_TRUE(std::dynamic_pointer_cast<UIAlertController>(page->presentedViewController()));
+  const auto seen = server_.requests();
+  ASSERT_EQ(seen.size(), 4u);
+  EXPECT_EQ(seen[1].target, "/moved/m/launch/project/validate");
+  EXPECT_EQ(seen[1].header("Authorization"), kValidToken) << "the same host";
+  EXPECT_EQ(std::tie(seen[3].method, seen[3].target), std::tuple("GET", "/moved/m/launch/project/auth/ios"));
+  EXPECT_EQ(calls, 1);
+}
+
+// A service that takes the request and never answers: the platform's time-out, in virtual time.
+class SilentService : public GatedSession {
+ protected:
+  SilentService() { simOptions.silentNetworkAfter = std::chrono::milliseconds(50); }
+};
+
+TEST_F(SilentService, TheValidationAndTheLoginReadFalseAfterTheTimeOut) {
+  server_.delayReplies(std::chrono::hours(1));
+  sdk().setAuthToken(kValidToken);
+  std::atomic<int> calls{0};
+  sdk().validate([&](bool) { ++calls; });
+  sim().advance(59.5);
+  EXPECT_FALSE(pageUp());
+  sim().advance(1.0);
+  EXPECT_TRUE(pageUp()) << "no answer in 60 s is no";
+
+  logIn();
+  sim().advance(58.0);
+  auto page = sdk().parentViewController()->presentedViewController();
+  ASSERT_TRUE(page);
+  EXPECT_FALSE(page->presentedViewController());
+  sim().advance(2.5);
+  auto alert = std::dynamic_pointer_cast<UIAlertController>(page->presentedViewController());
+  ASSERT_TRUE(alert);
+  EXPECT_EQ(alert->message(), "Invalid username or password!");
+  EXPECT_EQ(calls, 0);
+  EXPECT_EQ(server_.requestCount(), 0u) << "both still held at the server";
+}
+
 TEST_F(GatedSession, TerminateFromAnotherThread) {
   std::thread([&] { sdk().terminate(); }).join();
   EXPECT_EQ(sim().exitStatus(), 255);

@@ -52,7 +52,7 @@ std::string readFile(const std::string& path) {
 }
 
 void SimulatedSession::SetUp() {
-  sim_ = SimPlatform::create();
+  sim_ = SimPlatform::create(simOptions);
   sim_->setDocumentsDirectory(documents_.path());
   Platform::install(sim_);
   resetSessionGlobals();

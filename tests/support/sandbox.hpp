@@ -44,6 +44,9 @@ class SimulatedSession : public ::testing::Test {
   const std::string& documents() const { return documents_.path(); }
   TavrelSDK& sdk() { return TavrelSDK::sharedInstance(); }
 
+  // Set before SetUp() to change how the platform is made.
+  SimPlatform::Options simOptions;
+
  private:
   TemporaryDirectory documents_;
   std::shared_ptr<SimPlatform> sim_;

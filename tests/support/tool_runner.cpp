@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,8 +25,9 @@ ToolRun runTool(const std::vector<std::string>& arguments, const std::vector<std
 }
 
 ToolRun runProgram(const std::string& tool, const std::vector<std::string>& arguments,
-                   const std::vector<std::string>& environment) {
+                   const std::vector<std::string>& environment, std::chrono::milliseconds limit) {
   ToolRun run;
+  const auto deadline = std::chrono::steady_clock::now() + limit;
   std::vector<std::string> argvStrings{tool};
   argvStrings.insert(argvStrings.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
@@ -64,7 +66,12 @@ ToolRun runProgram(const std::string& tool, const std::vector<std::string>& argu
   std::string* sinks[2] = {&run.out, &run.err};
   int open = 2;
   while (open > 0) {
-    if (::poll(fds, 2, -1) < 0) break;
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) {
+      ::kill(pid, SIGKILL);
+      break;
+    }
+    if (::poll(fds, 2, static_cast<int>(left.count())) < 0) break;
     for (int i = 0; i < 2; ++i) {
       if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP))) continue;
       char buffer[4096];
@@ -77,6 +84,9 @@ ToolRun runProgram(const std::string& tool, const std::vector<std::string>& argu
         --open;
       }
     }
+  }
+  for (const pollfd& fd : fds) {
+    if (fd.fd >= 0) ::close(fd.fd);
   }
   int status = 0;
   ::waitpid(pid, &status, 0);

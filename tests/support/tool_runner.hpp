@@ -2,6 +2,7 @@
 
 // Runs the built tavrel tool (its path comes in the environment variable TAVREL_TOOL).
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -20,8 +21,10 @@ std::string toolPath();
 // NAME=VALUE entries set for the tool on top of this process's environment.
 ToolRun runTool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {});
 
-// Runs any program so: `program` is a path, or a name looked up in PATH.
+// Runs any program so: `program` is a path, or a name looked up in PATH. One still running
+// after `limit` is killed (status -1).
 ToolRun runProgram(const std::string& program, const std::vector<std::string>& arguments,
-                   const std::vector<std::string>& environment = {});
+                   const std::vector<std::string>& environment = {},
+                   std::chrono::milliseconds limit = std::chrono::minutes(5));
 
 }  // namespace tavrel::testing

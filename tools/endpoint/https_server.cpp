@@ -104,6 +104,7 @@ struct HttpsServer::Impl {
   std::string statusMethod;  // empty: every method
   Control<std::chrono::milliseconds> delay;
   Control<bool> drop;
+  int redirectStatus = 0;
   std::vector<RecordedRequest> records;
   std::map<std::string, std::string> latestBodies;
   std::uint64_t closedThrough = 0;  // connections numbered up to this one take no more requests
@@ -214,6 +215,7 @@ void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& re
   std::optional<int> statusOverride;
   std::optional<std::chrono::milliseconds> lateBy;
   bool dropIt = false;
+  std::optional<Reply> redirected;
   RouteHandler route;
   {
     std::unique_lock lock(mutex);
@@ -228,7 +230,18 @@ void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& re
     if (statusMethod.empty() || statusMethod == req.method) statusOverride = status.take();
     lateBy = delay.take();
     dropIt = drop.take().has_value();
-    if (auto it = routes.find({req.method, req.path}); it != routes.end()) route = it->second;
+    if (redirectStatus != 0) {
+      const std::string moved = std::string(kMovedPrefix) + "/";
+      if (request.path.rfind(moved, 0) == 0) {
+        request.path.erase(0, kMovedPrefix.size());
+      } else {
+        redirected = Reply{.status = redirectStatus,
+                           .body = {},
+                           .contentType = {},
+                           .headers = {{"Location", std::string(kMovedPrefix) + req.target}}};
+      }
+    }
+    if (auto it = routes.find({req.method, request.path}); it != routes.end()) route = it->second;
     if (lateBy) changed.wait_for(lock, *lateBy, [this] { return stopping; });
   }
 
@@ -242,7 +255,9 @@ void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& re
   }
 
   Reply reply;
-  if (route) {
+  if (redirected) {
+    reply = std::move(*redirected);
+  } else if (route) {
     try {
       reply = route(request);
     } catch (const std::exception& e) {
@@ -259,7 +274,7 @@ void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& re
     changed.wait_for(lock, reply.delay, [this] { return stopping; });
   }
 
-  if (!route && req.method == "PUT" && isSuccess(reply.status)) {
+  if (!redirected && !route && req.method == "PUT" && isSuccess(reply.status)) {
     try {
       store(request);
     } catch (const std::exception& e) {
@@ -267,6 +282,12 @@ void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& re
     }
   }
   res.status = reply.status;
+  for (const auto& [name, value] : reply.headers) res.set_header(name, value);
+  if (reply.repeat > 1 && !reply.stream) {
+    reply.stream = [piece = reply.body, left = reply.repeat](const auto& write) mutable {
+      return left > 0 && !piece.empty() && write(piece) && --left > 0;
+    };
+  }
   if (reply.stream) {
     res.set_chunked_content_provider(reply.contentType, [this, stream = reply.stream](std::size_t, httplib::DataSink& sink) {
       const bool more = stream([&sink](std::string_view data) {
@@ -446,6 +467,11 @@ void HttpsServer::delayReplies(std::chrono::milliseconds delay, int count) {
 void HttpsServer::dropConnections(int count) {
   std::lock_guard lock(impl_->mutex);
   impl_->drop.set(true, count);
+}
+
+void HttpsServer::redirectRequests(int status) {
+  std::lock_guard lock(impl_->mutex);
+  impl_->redirectStatus = status;
 }
 
 void HttpsServer::resetControls() {

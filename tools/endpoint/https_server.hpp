@@ -51,6 +51,10 @@ struct Reply {
   // gone) and returning whether to go on. A stopping server ends the stream between calls, so
   // a call returns within a second or so. The connection holds its worker meanwhile.
   std::function<bool(const std::function<bool(std::string_view)>& write)> stream{};
+  HeaderList headers{};  // sent as they are, beside Content-Type and Content-Length
+  // Above 1: the body is sent this many times over, through `stream` (chunked, no Content-Length),
+  // without the whole ever being held, so a reply of any size costs the server no memory.
+  std::size_t repeat = 1;
 };
 
 // A custom route's handler; it runs on a server thread, concurrently with other requests.
@@ -113,6 +117,11 @@ class HttpsServer {
   void delayReplies(std::chrono::milliseconds delay, int count = kEveryRequest);
   // Closes the connection without a reply, after reading the request.
   void dropConnections(int count = kEveryRequest);
+  // Every request for a path outside kMovedPrefix is answered `status` (a redirect) with
+  // Location kMovedPrefix + its target, and one under kMovedPrefix is served as the path
+  // without it, routes and uploads alike. 0 turns it off; resetControls() does not.
+  void redirectRequests(int status);
+  static constexpr std::string_view kMovedPrefix = "/moved";
   void resetControls();
 
   // The server closes every connection accepted so far, as an idle time-out would, at the

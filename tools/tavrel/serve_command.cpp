@@ -42,6 +42,7 @@ struct Options {
   std::vector<std::string> refusedUsers;
   int slowMilliseconds = 0;
   int failedUploads = 0;
+  int redirectStatus = 0;
   std::string uploads;
   std::string scheme = "game";
 };
@@ -116,6 +117,9 @@ Accounts readAccounts(const Options& options) {
   accounts.service.delay = std::chrono::milliseconds(options.slowMilliseconds);
   if (options.failedUploads < 0) throw UsageError("--fail-uploads: expected a count, 0 or more");
   accounts.service.failedUploads = options.failedUploads;
+  if (options.redirectStatus != 0 && !std::set<int>{301, 302, 303, 307, 308}.count(options.redirectStatus)) {
+    throw UsageError("--redirect: expected 301, 302, 303, 307 or 308");
+  }
   return accounts;
 }
 
@@ -243,6 +247,7 @@ void run(const Options& options, int& exitStatus) {
   const std::string launchUrl = makeLaunchUrl(accounts, options.scheme, server->baseUrl());
   accounts.service.install(*server);
   page->install(*server);
+  if (options.redirectStatus != 0) server->redirectRequests(options.redirectStatus);
 
   output->line("base-url: " + server->baseUrl());
   output->line("ca-file: " + server->caFile());
@@ -291,6 +296,9 @@ void addServeCommand(CLI::App& app, int& exitStatus) {
                       "milliseconds the validate and login routes wait before answering");
   command->add_option("--fail-uploads", options->failedUploads,
                       "answer the first N uploads with status 500");
+  command->add_option("--redirect", options->redirectStatus,
+                      "answer every request first with this redirect status (301, 302, 303, 307 or 308)\n"
+                      "to the same target under /moved, where it is served");
   command->add_option("--uploads", options->uploads,
                       "directory that stores the body of each PUT (default: bodies are discarded)");
   command->add_option("--scheme", options->scheme, "the game's URL scheme for the launch URL")

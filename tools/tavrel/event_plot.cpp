@@ -377,7 +377,11 @@ void drawTimeline(cairo_t* cr, const EventPlot& plot, const EventPlotLayout& lay
     text(cr, t, {std::clamp(x - w / 2, line.minX() - 10, line.maxX() + 10 - w), axisY + 6}, 11, kDimText);
   }
   if (hidden > 0) {
-    const std::string note = "+" + std::to_string(hidden) + (hidden == 1 ? " event" : " events") + " unlabelled where they crowd";
+    // Appended, not concatenated: GCC 12's -Wrestrict misreads "literal" + temporary at -O3.
+    std::string note = "+";
+    note += std::to_string(hidden);
+    note += hidden == 1 ? " event" : " events";
+    note += " unlabelled where they crowd";
     const double w = textWidth(note, 11);
     text(cr, note, {line.maxX() - w, line.minY() - 18}, 11, kDimText);
   }

@@ -142,6 +142,29 @@ typedef void (*tavrel_log_callback)(const char *line, void *user_data);
 TAVREL_C_API void tavrel_set_log_callback(tavrel_log_callback callback, void *user_data);
 TAVREL_C_API void tavrel_set_log_to_stderr(bool enabled);
 
+/* Any thread. The line the last refused or failed call on this thread logged, as
+   "function: problem", into buffer with snprintf's convention ("" when none has failed on this
+   thread; a later success leaves it). For bindings that raise an error carrying the line
+   without a log callback of their own. */
+TAVREL_C_API int tavrel_last_error(char *buffer, size_t size);
+
+/* Where completions and log lines reach the game. */
+typedef enum tavrel_callback_delivery {
+  /* Where they arise: a valid token's completion on the URL session's thread, a log line on
+     the thread that logs it. The default, as for C and C++ games. */
+  TAVREL_DELIVER_WHERE_THEY_ARISE = 0,
+  /* On the main thread, from the game's own loop: a completion, and a log line logged on
+     another thread, are queued and called inside tavrel_run_main_loop_for() (a line logged on
+     the main thread is delivered at once). For runtimes that must never be entered from a
+     thread they do not know (C#, Python, Lua). */
+  TAVREL_DELIVER_ON_MAIN_LOOP = 1,
+  TAVREL_CALLBACK_DELIVERY_MAX_ENUM = 0x7fffffff
+} tavrel_callback_delivery;
+
+/* Any thread. Chooses the delivery for every later call of a completion or the log callback
+   (one already queued stays queued). TAVREL_ERROR_OUT_OF_RANGE for another value. */
+TAVREL_C_API tavrel_status tavrel_set_callback_delivery(tavrel_callback_delivery delivery);
+
 /* Main thread (the call fixes it). Runs the library's main loop for `seconds` (0 to 3600,
    finite): its main-queue work (login page, alerts, replies that lead to views) and timers
    (watermark ticks, the re-login timer) run inside this call. A game calls it once per
@@ -308,6 +331,14 @@ TAVREL_C_API tavrel_status tavrel_install_host(tavrel_host *host);
 /* Main thread. The host's screen in points and its scale; any of the three may be NULL. */
 TAVREL_C_API tavrel_status tavrel_host_screen_size(tavrel_host *host, double *width,
                                                    double *height, double *scale);
+
+/* Main thread. The screen changed size or scale (a window resized, moved to a screen of
+   another scale): the key window, the overlay, the watermark's canvas and any page or alert
+   are laid out again for it, and the next frame is drawn whole. For a host made with
+   tavrel_host_new(); a host library's own resize call does the same for its hosts (for those
+   this returns TAVREL_ERROR_INVALID_ARGUMENT). The ranges of tavrel_host_new(). */
+TAVREL_C_API tavrel_status tavrel_host_resize(tavrel_host *host, double width, double height,
+                                              double scale);
 
 /* Main thread. Draws what changed since the last frame (overlay, page, alerts), hands the
    frame to the host (a tavrel_host_new host calls on_frame) and fills *frame. */

@@ -18,6 +18,8 @@ namespace {
 // the main loop runs, and the game makes its screen before that.
 std::atomic<std::thread::id> mainThread{};
 
+thread_local std::string lastErrorLine;
+
 }  // namespace
 
 tavrel_status Call::fail(tavrel_status status, std::string_view problem) const noexcept {
@@ -25,6 +27,7 @@ tavrel_status Call::fail(tavrel_status status, std::string_view problem) const n
     std::string line = function_;
     line += ": ";
     line += problem;
+    lastErrorLine = line;
     Platform::current().log(line);
   } catch (...) {
     // Out of memory while reporting: the status still says what went wrong.
@@ -68,6 +71,10 @@ tavrel_status Call::onMainThread() const noexcept {
               "main thread only, called on another thread (the main thread is the one that made the "
               "first main-thread call or ran tavrel_run_main_loop_for)");
 }
+
+bool onMainThreadNow() noexcept { return mainThread.load() == std::this_thread::get_id(); }
+
+const std::string& lastError() noexcept { return lastErrorLine; }
 
 int copyOut(const Call& call, std::string_view text, char* buffer, std::size_t size) {
   if (!buffer && size > 0) return call.fail(TAVREL_ERROR_NULL_ARGUMENT, "buffer is NULL with a size above 0");

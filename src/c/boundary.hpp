@@ -40,6 +40,12 @@ class Call {
   const char* function_;
 };
 
+// Whether the caller is the main thread the C interface knows (false before it is fixed).
+bool onMainThreadNow() noexcept;
+
+// The line of the last refusal on this thread ("" before any).
+const std::string& lastError() noexcept;
+
 // Runs body(call) with every exception turned into TAVREL_ERROR_FAILED and its log line.
 template <class Body>
 auto guarded(const char* function, Body&& body) noexcept -> decltype(body(std::declval<const Call&>())) {

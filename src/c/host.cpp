@@ -25,6 +25,11 @@ class CallbackHost final : public UIHost {
       : size_(size), scale_(scale), onFrame_(onFrame), userData_(userData) {}
   tavrel::CGSize screenSize() const override { return size_; }
   double screenScale() const override { return scale_; }
+  void resize(tavrel::CGSize size, double scale) {
+    size_ = size;
+    scale_ = scale;
+    screenChanged();
+  }
 
  protected:
   void presentFrame(const tavrel::UIFrame& frame) override {
@@ -82,6 +87,17 @@ tavrel_status fingers(const char* function, tavrel_host* host, const tavrel_fing
   });
 }
 
+tavrel_status screenInRange(const Call& call, double width, double height, double scale) {
+  const auto inRange = [](double v, double low, double high) { return v >= low && v <= high; };
+  if (!inRange(width, 1, 16384) || !inRange(height, 1, 16384) || !(scale > 0 && scale <= 8) ||
+      width * scale > 32767 || height * scale > 32767) {
+    return call.fail(TAVREL_ERROR_OUT_OF_RANGE,
+                     "width and height must be 1 to 16384 points, scale above 0 and at most 8, "
+                     "the frame at most 32767 pixels a side");
+  }
+  return TAVREL_OK;
+}
+
 // Bytes into memory the caller releases with tavrel_free; text gets a terminating NUL.
 char* handOut(const std::string& bytes) {
   auto* memory = static_cast<char*>(std::malloc(bytes.size() + 1));
@@ -109,15 +125,19 @@ tavrel_status tavrel_host_new(double width, double height, double scale, tavrel_
   return guarded("tavrel_host_new", [&](const Call& call) {
     if (const tavrel_status status = call.notNull(out, "out")) return status;
     if (const tavrel_status status = call.onMainThread()) return status;
-    const auto inRange = [](double v, double low, double high) { return v >= low && v <= high; };
-    if (!inRange(width, 1, 16384) || !inRange(height, 1, 16384) || !(scale > 0 && scale <= 8) ||
-        width * scale > 32767 || height * scale > 32767) {
-      return call.fail(TAVREL_ERROR_OUT_OF_RANGE,
-                       "width and height must be 1 to 16384 points, scale above 0 and at most 8, "
-                       "the frame at most 32767 pixels a side");
-    }
+    if (const tavrel_status status = screenInRange(call, width, height, scale)) return status;
     auto host = std::make_shared<CallbackHost>(tavrel::CGSize{width, height}, scale, on_frame, user_data);
     *out = new tavrel_host{std::move(host), {}};
+    return TAVREL_OK;
+  });
+}
+
+tavrel_status tavrel_host_resize(tavrel_host* host, double width, double height, double scale) {
+  return onHost("tavrel_host_resize", host, [&](const Call& call, UIHost& ui) {
+    auto* own = dynamic_cast<CallbackHost*>(&ui);
+    if (!own) return call.fail(TAVREL_ERROR_INVALID_ARGUMENT, "host was not made by tavrel_host_new: use its library's resize call");
+    if (const tavrel_status status = screenInRange(call, width, height, scale)) return status;
+    own->resize({width, height}, scale);
     return TAVREL_OK;
   });
 }

@@ -8,6 +8,7 @@
 #include "platform/json.hpp"
 #include "recording/event_log.hpp"
 
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -25,9 +26,22 @@ namespace {
 
 TavrelSDK& sdk() { return TavrelSDK::sharedInstance(); }
 
+std::atomic<tavrel_callback_delivery> delivery{TAVREL_DELIVER_WHERE_THEY_ARISE};
+
+// A call into the game: now, or from the main loop when the game asked for that and this is
+// another thread (a runtime such as Mono or LuaJIT cannot be entered from a thread it does not know).
+template <class Fn>
+void deliver(Fn&& call) {
+  if (delivery.load() == TAVREL_DELIVER_ON_MAIN_LOOP && !tavrel::c::onMainThreadNow()) {
+    Platform::current().dispatchAsyncMain(std::forward<Fn>(call));
+  } else {
+    call();
+  }
+}
+
 tavrel::Completion completionFor(tavrel_completion completion, void* userData) {
   if (!completion) return nullptr;
-  return [completion, userData](bool ok) { completion(ok, userData); };
+  return [completion, userData](bool ok) { deliver([completion, userData, ok] { completion(ok, userData); }); };
 }
 
 std::shared_ptr<tavrel::UIViewController> controllerOf(const tavrel_screen* screen) {
@@ -98,8 +112,7 @@ void tavrel_set_log_callback(tavrel_log_callback callback, void* user_data) {
       Platform::current().setLogSink(nullptr);
     } else {
       Platform::current().setLogSink([callback, user_data](std::string_view line) {
-        const std::string terminated(line);
-        callback(terminated.c_str(), user_data);
+        deliver([callback, user_data, terminated = std::string(line)] { callback(terminated.c_str(), user_data); });
       });
     }
     return TAVREL_OK;
@@ -109,6 +122,22 @@ void tavrel_set_log_callback(tavrel_log_callback callback, void* user_data) {
 void tavrel_set_log_to_stderr(bool enabled) {
   guarded("tavrel_set_log_to_stderr", [&](const Call&) {
     Platform::current().setLogToStderr(enabled);
+    return TAVREL_OK;
+  });
+}
+
+int tavrel_last_error(char* buffer, size_t size) {
+  // Copied before the call's own refusal (a bad buffer) could replace it.
+  const std::string line = tavrel::c::lastError();
+  return guarded("tavrel_last_error", [&](const Call& call) { return tavrel::c::copyOut(call, line, buffer, size); });
+}
+
+tavrel_status tavrel_set_callback_delivery(tavrel_callback_delivery mode) {
+  return guarded("tavrel_set_callback_delivery", [&](const Call& call) {
+    if (mode != TAVREL_DELIVER_WHERE_THEY_ARISE && mode != TAVREL_DELIVER_ON_MAIN_LOOP) {
+      return call.fail(TAVREL_ERROR_OUT_OF_RANGE, "delivery must be TAVREL_DELIVER_WHERE_THEY_ARISE or TAVREL_DELIVER_ON_MAIN_LOOP");
+    }
+    delivery.store(mode);
     return TAVREL_OK;
   });
 }

@@ -1,5 +1,7 @@
 #include <tavrel_sdk/ui/host.hpp>
 
+#include <tavrel_sdk/ui/application.hpp>
+
 #include "ui/renderer.hpp"
 
 #include <png.h>
@@ -102,6 +104,11 @@ bool UIHost::writePNG(const std::string& path) {
   if (!file) return false;
   const bool written = std::fwrite(png.data(), 1, png.size(), file) == png.size();
   return std::fclose(file) == 0 && written;
+}
+
+void UIHost::screenChanged() {
+  renderer_->reset();
+  if (auto window = UIApplication::sharedApplication().keyWindow()) window->setFrame({{}, screenSize()});
 }
 
 HeadlessHost::HeadlessHost(CGSize screenSize, double scale) : screenSize_(screenSize), scale_(scale) {}

@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #define REFUSED_TOKEN "TOKENPREFIX-0123456789ab" "REFUSED-0123456789abcdef"
+#define VALID_TOKEN "TOKENPREFIX-0123456789ab" "ACCEPTED-0123456789abcde"
 
 static int failures;
 
@@ -73,7 +74,7 @@ static bool start_service(const char *tool, const char *uploads) {
     dup2(out[1], STDOUT_FILENO);
     close(out[0]);
     close(out[1]);
-    execl(tool, tool, "serve", "--refuse-token", REFUSED_TOKEN, "--user", "ann:secret", "--uploads", uploads,
+    execl(tool, tool, "serve", "--refuse-token", REFUSED_TOKEN, "--token", VALID_TOKEN, "--user", "ann:secret", "--uploads", uploads,
           "--scheme", "cgame", (char *)NULL);
     _exit(127);
   }
@@ -259,6 +260,53 @@ static void the_gate(tavrel_host *host) {
   CHECK(tavrel_host_is_covered(host, &covered) == TAVREL_OK && !covered);
 }
 
+static void *refuse_off_main_thread(void *line) {
+  tavrel_emit_input_event(NULL, 1);
+  tavrel_last_error(line, 128);
+  return NULL;
+}
+
+/* A game whose runtime owns its threads: completions and log lines come from its loop. */
+static void callbacks_from_the_loop(const char *launch) {
+  EXPECT_REFUSAL(tavrel_set_callback_delivery((tavrel_callback_delivery)2), TAVREL_ERROR_OUT_OF_RANGE,
+                 "tavrel_set_callback_delivery: delivery must be");
+  char line[128];
+  CHECK(tavrel_last_error(line, sizeof line) > 0 && strncmp(line, "tavrel_set_callback_delivery: ", 30) == 0);
+  CHECK(tavrel_set_callback_delivery(TAVREL_DELIVER_ON_MAIN_LOOP) == TAVREL_OK);
+
+  /* A valid token's completion arises on the URL session's thread. */
+  char valid[4200];
+  snprintf(valid, sizeof valid, "cgame://validate?launchToken=%s&%s", VALID_TOKEN, strchr(launch, '?') + 1);
+  atomic_store(&validated_on_main_thread, false);
+  CHECK(tavrel_process_url_request(valid) == TAVREL_OK);
+  RUN_UNTIL(atomic_load(&validated_calls) > 1);
+  CHECK(atomic_load(&validated_calls) == 2 && atomic_load(&validated_on_main_thread));
+
+  /* A refusal on another thread: its line waits for the loop, and that thread reads it back. */
+  pthread_t thread;
+  char off_main[128] = "";
+  on_log("", NULL);
+  pthread_create(&thread, NULL, refuse_off_main_thread, off_main);
+  pthread_join(thread, NULL);
+  CHECK(strcmp(off_main, "tavrel_emit_input_event: words is NULL") == 0);
+  pthread_mutex_lock(&log_mutex);
+  CHECK(last_line[0] == '\0');
+  pthread_mutex_unlock(&log_mutex);
+  tavrel_run_main_loop_for(0);
+  EXPECT_REFUSAL(TAVREL_OK, TAVREL_OK, "tavrel_emit_input_event: words is NULL");
+  CHECK(tavrel_set_callback_delivery(TAVREL_DELIVER_WHERE_THEY_ARISE) == TAVREL_OK);
+}
+
+/* A window that changes size: the next frame is whole, at the new size and scale. */
+static void resized(tavrel_host *host, const struct frames *frames) {
+  CHECK(tavrel_host_resize(host, 560, 420, 2.0) == TAVREL_OK);
+  tavrel_frame frame;
+  CHECK(tavrel_host_render_frame(host, &frame) == TAVREL_OK && frame.width == 1120 && frame.height == 840);
+  CHECK(frame.damage_count == 1 && frame.damage[0].width == 1120 && frame.damage[0].height == 840);
+  CHECK(frames->last_damage_count == 1);
+  EXPECT_REFUSAL(tavrel_host_resize(host, 560, 0, 2.0), TAVREL_ERROR_OUT_OF_RANGE, "tavrel_host_resize: width and height");
+}
+
 /* The two event files in the Documents directory, by their magic. */
 static void event_files(const char *documents) {
   DIR *dir = opendir(documents);
@@ -338,6 +386,8 @@ int main(void) {
   the_gate(host);
   CHECK(tavrel_emit_game_event("level-1", "start") == TAVREL_OK);
   event_files(documents);
+  callbacks_from_the_loop(launch);
+  resized(host, &frames);
 
   tavrel_screen_free(screen);
   tavrel_host_free(host);

@@ -101,6 +101,9 @@ class TAVREL_EXPORT UIHost {
   UIHost();
   // A windowed host shows the frame; the headless host keeps it.
   virtual void presentFrame(const UIFrame& /*frame*/) {}
+  // Called by a host once screenSize() or screenScale() answers anew: the key window takes the
+  // new bounds and the next frame is drawn whole.
+  void screenChanged();
 
  private:
   struct Renderer;

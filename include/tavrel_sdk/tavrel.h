@@ -301,6 +301,28 @@ typedef struct tavrel_frame {
   size_t damage_count;
 } tavrel_frame;
 
+/* How a caller's buffer holds pixels, for tavrel_frame_copy_pixels(). */
+typedef enum tavrel_pixel_format {
+  /* The frame's own bytes, B, G, R, A, premultiplied: Unity's TextureFormat.BGRA32, or RGBA8
+     with a shader that swaps red and blue. */
+  TAVREL_PIXELS_BGRA_PREMULTIPLIED = 0,
+  /* R, G, B, A, premultiplied: an RGBA8 texture under a premultiplied blend (OpenGL, LÖVE),
+     a pygame surface blitted with BLEND_PREMULTIPLIED. */
+  TAVREL_PIXELS_RGBA_PREMULTIPLIED = 1,
+  /* R, G, B, A, straight alpha: the usual alpha blend (SDL's, a PNG's). */
+  TAVREL_PIXELS_RGBA_STRAIGHT = 2,
+  TAVREL_PIXEL_FORMAT_MAX_ENUM = 0x7fffffff
+} tavrel_pixel_format;
+
+/* Any thread, while the frame is valid. Copies the frame's damaged rectangles (all of it when
+   whole is true: a buffer just made) into pixels, a buffer of the frame's width and height
+   with stride bytes a row (at least width * 4), converted to format. The rest of the buffer
+   is left as it is, so a buffer kept from frame to frame, with each frame's damage copied in,
+   always holds the latest frame. TAVREL_ERROR_OUT_OF_RANGE for a short stride or another
+   format. */
+TAVREL_C_API tavrel_status tavrel_frame_copy_pixels(const tavrel_frame *frame, tavrel_pixel_format format,
+                                                    bool whole, void *pixels, int stride);
+
 /* Called with each frame the host renders, on the main thread, during the render call. */
 typedef void (*tavrel_frame_callback)(const tavrel_frame *frame, void *user_data);
 

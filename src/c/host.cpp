@@ -181,6 +181,25 @@ tavrel_status tavrel_host_render_frame(tavrel_host* host, tavrel_frame* frame) {
   });
 }
 
+tavrel_status tavrel_frame_copy_pixels(const tavrel_frame* frame, tavrel_pixel_format format, bool whole,
+                                       void* pixels, int stride) {
+  return guarded("tavrel_frame_copy_pixels", [&](const Call& call) {
+    if (const tavrel_status status = call.notNull(frame, "frame")) return status;
+    if (const tavrel_status status = call.notNull(pixels, "pixels")) return status;
+    if (frame->damage_count > 0 && !frame->damage) return call.fail(TAVREL_ERROR_NULL_ARGUMENT, "frame->damage is NULL");
+    if (stride < frame->width * 4) return call.fail(TAVREL_ERROR_OUT_OF_RANGE, "stride must be at least width * 4");
+    if (format < TAVREL_PIXELS_BGRA_PREMULTIPLIED || format > TAVREL_PIXELS_RGBA_STRAIGHT) {
+      return call.fail(TAVREL_ERROR_OUT_OF_RANGE, "format must be a tavrel_pixel_format");
+    }
+    static_assert(sizeof(tavrel_rect) == sizeof(tavrel::PixelRect));
+    const tavrel::PixelRect all{0, 0, frame->width, frame->height};
+    const auto* rects = whole ? &all : reinterpret_cast<const tavrel::PixelRect*>(frame->damage);
+    tavrel::copyPixels(frame->pixels, frame->stride, frame->width, frame->height, rects, whole ? 1 : frame->damage_count,
+                       pixels, stride, static_cast<tavrel::PixelFormat>(format));
+    return TAVREL_OK;
+  });
+}
+
 tavrel_status tavrel_host_render_png(tavrel_host* host, unsigned char** data, size_t* size) {
   return onHost("tavrel_host_render_png", host, [&](const Call& call, UIHost& ui) {
     if (const tavrel_status status = call.notNull(data, "data")) return status;

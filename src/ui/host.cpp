@@ -19,20 +19,6 @@ std::shared_ptr<UIHost>& installedHost() {
   return host;
 }
 
-// Premultiplied native-endian ARGB32 to straight RGBA bytes.
-void unpremultiplyRow(const std::uint32_t* in, int width, png_byte* out) {
-  for (int x = 0; x < width; ++x) {
-    const std::uint32_t pixel = in[x];
-    const unsigned alpha = pixel >> 24;
-    const unsigned channels[3] = {(pixel >> 16) & 0xFF, (pixel >> 8) & 0xFF, pixel & 0xFF};
-    for (int c = 0; c < 3; ++c) {
-      out[c] = alpha == 0 ? 0 : static_cast<png_byte>((channels[c] * 255 + alpha / 2) / alpha);
-    }
-    out[3] = static_cast<png_byte>(alpha);
-    out += 4;
-  }
-}
-
 void appendBytes(png_structp png, png_bytep data, png_size_t length) {
   static_cast<std::string*>(png_get_io_ptr(png))->append(reinterpret_cast<const char*>(data), length);
 }
@@ -55,8 +41,9 @@ bool encode(const UIFrame& frame, std::string* out, png_byte* row) {
   png_write_info(png, info);
   const auto* base = reinterpret_cast<const unsigned char*>(frame.pixels);
   for (int y = 0; y < frame.height; ++y) {
-    unpremultiplyRow(reinterpret_cast<const std::uint32_t*>(base + static_cast<std::ptrdiff_t>(y) * frame.stride),
-                     frame.width, row);
+    const PixelRect line{0, 0, frame.width, 1};
+    copyPixels(reinterpret_cast<const std::uint32_t*>(base + static_cast<std::ptrdiff_t>(y) * frame.stride),
+               frame.stride, frame.width, 1, &line, 1, row, frame.width * 4, PixelFormat::rgbaStraight);
     png_write_row(png, row);
   }
   png_write_end(png, nullptr);

@@ -212,6 +212,13 @@ static void fingers_on_the_game(tavrel_host *host, const struct frames *frames) 
   tavrel_frame frame;
   CHECK(tavrel_host_render_frame(host, &frame) == TAVREL_OK);
   CHECK(frame.width == 390 && frame.height == 844 && frame.stride >= 390 * 4 && frame.pixels);
+  /* A buffer kept from frame to frame, given each frame's damage, holds the latest frame. */
+  const size_t row = 390 * 4;
+  unsigned char *kept = malloc(row * 844), *rgba = malloc(row * 844);
+  CHECK(tavrel_frame_copy_pixels(&frame, TAVREL_PIXELS_BGRA_PREMULTIPLIED, true, kept, (int)row) == TAVREL_OK);
+  CHECK(tavrel_frame_copy_pixels(&frame, TAVREL_PIXELS_RGBA_STRAIGHT, true, rgba, (int)row - 4) ==
+        TAVREL_ERROR_OUT_OF_RANGE);
+  CHECK(tavrel_frame_copy_pixels(&frame, (tavrel_pixel_format)3, true, rgba, (int)row) == TAVREL_ERROR_OUT_OF_RANGE);
   CHECK(tavrel_host_render_frame(host, &frame) == TAVREL_OK && frame.damage_count == 0);
 
   CHECK(tavrel_host_fingers_moved(host, moved, 2, &taken) == TAVREL_OK && !taken);
@@ -223,6 +230,18 @@ static void fingers_on_the_game(tavrel_host *host, const struct frames *frames) 
     for (size_t i = 0; i < frame.damage_count; ++i) covered = covered || inside(&frame.damage[i], moved[f].x, moved[f].y);
     CHECK(covered);
   }
+  CHECK(tavrel_frame_copy_pixels(&frame, TAVREL_PIXELS_BGRA_PREMULTIPLIED, false, kept, (int)row) == TAVREL_OK);
+  bool same = true;
+  for (int y = 0; y < 844; ++y) same = same && memcmp(kept + y * row, (const char *)frame.pixels + y * frame.stride, row) == 0;
+  CHECK(same);
+  /* The mark under finger 1 (white at 2/3 over nothing): premultiplied 170 straight back to 255. */
+  const size_t at = 320 * row + 110 * 4;
+  CHECK(tavrel_frame_copy_pixels(&frame, TAVREL_PIXELS_RGBA_PREMULTIPLIED, true, rgba, (int)row) == TAVREL_OK);
+  CHECK(rgba[at] == kept[at + 2] && rgba[at + 2] == kept[at] && rgba[at + 3] == 170 && rgba[at] == 170);
+  CHECK(tavrel_frame_copy_pixels(&frame, TAVREL_PIXELS_RGBA_STRAIGHT, true, rgba, (int)row) == TAVREL_OK);
+  CHECK(rgba[at] == 255 && rgba[at + 1] == 255 && rgba[at + 3] == 170);
+  free(kept);
+  free(rgba);
   CHECK(tavrel_host_fingers_up(host, moved, 2, &taken) == TAVREL_OK && !taken);
 }
 

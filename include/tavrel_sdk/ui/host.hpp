@@ -12,6 +12,7 @@
 #include <tavrel_sdk/export.hpp>
 #include <tavrel_sdk/ui/geometry.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -138,6 +139,21 @@ class TAVREL_EXPORT HeadlessHost final : public UIHost {
   CGSize screenSize_;
   double scale_;
 };
+
+// How a buffer of the caller's holds pixels: what an engine's texture or a blit takes.
+enum class PixelFormat {
+  bgraPremultiplied,  // the frame's own bytes (Unity's BGRA32, a shader that swaps red and blue)
+  rgbaPremultiplied,  // RGBA8 under a premultiplied blend (OpenGL, LÖVE, pygame's BLEND_PREMULTIPLIED)
+  rgbaStraight,       // RGBA8 under the usual alpha blend
+};
+
+// Copies the rectangles `rects` (clipped to width × height) of premultiplied ARGB32 pixels into
+// `to`, a buffer of the same width and height, `toStride` bytes a row, in `format`. Other
+// pixels of `to` are left as they are, so a buffer kept from frame to frame stays whole when
+// only the damage is copied. Any thread.
+TAVREL_EXPORT void copyPixels(const std::uint32_t* from, int fromStride, int width, int height,
+                              const PixelRect* rects, std::size_t count, void* to, int toStride,
+                              PixelFormat format);
 
 // The key window's tree as JSON text, the way the platform's view debugger shows it: the
 // window, its root view controller, each controller's view (null while not loaded) and

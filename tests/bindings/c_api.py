@@ -1,0 +1,56 @@
+#!/usr/bin/env python3
+"""tavrel.h as the compiler reads it: every function, enum and struct, for the bindings' drift checks.
+
+c_api.py [HEADER]  prints JSON: {"functions": {name: {"result": C type, "params": [C type...]}}, "callbacks": the same,
+                                 "enums": {name: {constant: value}}, "structs": {name: [[field, C type]...]}}
+Types are clang's, desugared to the C spelling (tavrel_status stays tavrel_status, an enum).
+Used as a module: load(header) returns the same dictionary.
+"""
+import json
+import os
+import subprocess
+import sys
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+DEFAULT_HEADER = os.path.join(HERE, "..", "..", "include", "tavrel_sdk", "tavrel.h")
+
+
+def _type(node):
+    return node["type"]["qualType"]
+
+
+def load(header=DEFAULT_HEADER):
+    ast = json.loads(subprocess.run(
+        ["clang", "-Xclang", "-ast-dump=json", "-fsyntax-only", "-x", "c", "-std=c99", header],
+        check=True, capture_output=True, text=True).stdout)
+    api = {"functions": {}, "callbacks": {}, "enums": {}, "structs": {}}
+    for node in ast["inner"]:
+        name = node.get("name", "")
+        if not name.startswith("tavrel_") or node.get("isImplicit"):
+            continue
+        children = node.get("inner", [])
+        if node["kind"] == "FunctionDecl":
+            api["functions"][name] = {
+                "result": _type(node).split("(")[0].strip(),
+                "params": [_type(p) for p in children if p["kind"] == "ParmVarDecl"],
+            }
+        elif node["kind"] == "EnumDecl":
+            api["enums"][name] = {c["name"]: int(c["inner"][0]["value"]) if c.get("inner") else None
+                                  for c in children if c["kind"] == "EnumConstantDecl"}
+        elif node["kind"] == "TypedefDecl" and "(*)" in _type(node):
+            result, params = _type(node).split("(*)")
+            api["callbacks"][name] = {"result": result.strip(),
+                                      "params": [p.strip() for p in params.strip("()").split(",")]}
+        elif node["kind"] == "RecordDecl" and node.get("completeDefinition"):
+            api["structs"][name] = [[f["name"], _type(f)] for f in children if f["kind"] == "FieldDecl"]
+    # An enum constant without an explicit value follows the one before it.
+    for constants in api["enums"].values():
+        previous = -1
+        for constant, value in constants.items():
+            constants[constant] = previous = previous + 1 if value is None else value
+    return api
+
+
+if __name__ == "__main__":
+    json.dump(load(sys.argv[1] if len(sys.argv) > 1 else DEFAULT_HEADER), sys.stdout, indent=1, sort_keys=True)
+    print()

@@ -302,7 +302,11 @@ namespace Tavrel {
     }
     // words[0] is the number of words after it. Any thread.
     public static void EmitInputEvent(int[] words) {
-      Check(Native.tavrel_emit_input_event(words, (UIntPtr)(words == null ? 0 : words.Length)));
+      if (words == null) throw new ArgumentNullException("words");
+      // By reference to the first word: Mono passes it as a pointer, with no array marshalling.
+      int none = 0;
+      if (words.Length == 0) Check(Native.tavrel_emit_input_event(ref none, UIntPtr.Zero));
+      else Check(Native.tavrel_emit_input_event(ref words[0], (UIntPtr)words.Length));
     }
 
     public static void Terminate() { Native.tavrel_terminate(); }
@@ -492,7 +496,7 @@ namespace Tavrel {
     [DllImport(Library)] internal static extern Status tavrel_dismiss_login_page();
     [DllImport(Library)] internal static extern Status tavrel_is_login_page_visible([MarshalAs(UnmanagedType.I1)] out bool visible);
     [DllImport(Library)] internal static extern Status tavrel_emit_game_event(byte[] data, byte[] name);
-    [DllImport(Library)] internal static extern Status tavrel_emit_input_event(int[] words, UIntPtr count);
+    [DllImport(Library)] internal static extern Status tavrel_emit_input_event(ref int words, UIntPtr count);
     [DllImport(Library)] internal static extern void tavrel_terminate();
     [DllImport(Library)] internal static extern Status tavrel_terminate_with_popup();
     [DllImport(Library)]

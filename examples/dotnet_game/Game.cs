@@ -40,6 +40,7 @@ static class DotnetGame {
     TavrelSdk.InitialiseOverlay(screen, token);
     TavrelSdk.ShowWatermark();
     TavrelSdk.ShowTouches();
+    TavrelSdk.ProcessUrlRequest(launchUrl);  // the URL the game was opened with: its token
     int mainThread = Thread.CurrentThread.ManagedThreadId;
     bool validated = false;
     TavrelSdk.Validate(ok => {
@@ -47,7 +48,6 @@ static class DotnetGame {
       Console.WriteLine("dotnet_game: the session may go on (on the main thread: {0})",
                         Thread.CurrentThread.ManagedThreadId == mainThread);
     });
-    TavrelSdk.ProcessUrlRequest(launchUrl);
 
     if (!RunUntil(() => TavrelSdk.IsLoginPageVisible || validated, 20)) return Fail("neither a login page nor a yes");
     if (!validated) {

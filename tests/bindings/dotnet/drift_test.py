@@ -24,7 +24,7 @@ MARSHALS_AS = {
     "void": {"Void"}, "int": {"Int32"}, "double": {"Double"}, "size_t": {"UIntPtr"},
     "_Bool": {"Boolean:I1"}, "_Bool *": {"Boolean&:I1"}, "double *": {"Double&"}, "size_t *": {"UIntPtr&"},
     "const char *": {"Byte[]", "IntPtr"}, "char *": {"Byte[]"}, "void *": {"IntPtr", "Byte[]"},
-    "char **": {"IntPtr&"}, "unsigned char **": {"IntPtr&"}, "const int32_t *": {"Int32[]"},
+    "char **": {"IntPtr&"}, "unsigned char **": {"IntPtr&"}, "const int32_t *": {"Int32[]", "Int32&"},
     "tavrel_status": {"Status"}, "tavrel_pixel_format": {"PixelFormat"}, "tavrel_callback_delivery": {"CallbackDelivery"},
     "tavrel_host *": {"Host"}, "tavrel_host **": {"Host&"}, "tavrel_screen **": {"Screen&"},
     "tavrel_screen *": {"IntPtr"},  # NULL stands for the last screen made

@@ -68,6 +68,15 @@ static class BindingTest {
     return refusal == null ? (Status?)null : refusal.Status;
   }
 
+  static bool Throws<T>(Action call) where T : Exception {
+    try {
+      call();
+    } catch (T) {
+      return true;
+    }
+    return false;
+  }
+
   // Each status as its exception, with the line the library logged.
   static void Statuses(Host host) {
     var cases = new Dictionary<Status, Action> {
@@ -89,13 +98,7 @@ static class BindingTest {
     Expect(logged.Any(line => line.StartsWith("tavrel_is_login_page_visible: ")), "that refusal's line, from the loop");
 
     // A lone surrogate cannot cross as UTF-8: refused before the library is called.
-    bool refused = false;
-    try {
-      TavrelSdk.EmitGameEvent("\ud800", "broken");
-    } catch (ArgumentException) {
-      refused = true;
-    }
-    Expect(refused, "a string that has no UTF-8 form");
+    Expect(Throws<ArgumentException>(() => TavrelSdk.EmitGameEvent("\ud800", "broken")), "a string with no UTF-8 form");
   }
 
   // The struct as C lays it out (the login page is up): damage, and a copy of the frame's pixels.
@@ -120,13 +123,12 @@ static class BindingTest {
       same = row.SequenceEqual(copy.Skip(y * row.Length).Take(row.Length));
     }
     Expect(same && copy.Any(b => b != 0), "the copy holds the frame's own pixels");
-    bool shortBuffer = false;
-    try {
-      frame.CopyPixels(PixelFormat.BgraPremultiplied, true, new byte[copy.Length - 1], 480 * 4);
-    } catch (ArgumentException) {
-      shortBuffer = true;
-    }
-    Expect(shortBuffer, "a buffer short of a frame is refused");
+    Expect(Throws<ArgumentException>(() => frame.CopyPixels(PixelFormat.BgraPremultiplied, true, new byte[copy.Length - 1], 480 * 4)),
+           "a buffer short of a frame is refused");
+    Expect(Throws<ArgumentOutOfRangeException>(() => frame.Damage(1)), "no damage beyond the count");
+
+    byte[] png = host.RenderPng();
+    Expect(png.Length > 24 && png[1] == 'P' && png[19] == 480 % 256 && png[23] == 720 % 256, "the frame as a PNG");
   }
 
   // Non-ASCII text in (a token, typed keys) and out (the user id, the view tree, a log line).
@@ -144,24 +146,37 @@ static class BindingTest {
     Expect(error != null && error.LogLine.EndsWith("/nonexistent-dir/é.png"), "the path in the log line");
   }
 
-  // A valid token's completion (which also takes the page away) arises on the URL session's thread; it must reach the game once,
-  // on its main thread, even when a collection ran while it waited.
+  // A valid token's completion (which also takes the page away) arises on the URL session's
+  // thread; it must reach the game once per yes, on its main thread, even when a collection ran
+  // while it waited. The second time it throws, out of the game's loop.
   static void CompletionOnTheMainThread() {
     var calls = new List<int>();
     Validate(calls);
-    Thread.Sleep(300);  // the reply comes meanwhile and waits for the loop
-    GC.Collect();
-    GC.WaitForPendingFinalizers();
-    var end = DateTime.UtcNow.AddSeconds(20);
-    while (calls.Count == 0 && DateTime.UtcNow < end) TavrelSdk.RunMainLoopFor(0.02);
-    TavrelSdk.RunMainLoopFor(0.3);
-    Expect(calls.Count == 1 && calls[0] == mainThread, "one call on the main thread, got " + calls.Count);
+    for (int yes = 1; yes <= 2; ++yes) {
+      Thread.Sleep(300);  // the reply comes meanwhile and waits for the loop
+      GC.Collect();
+      GC.WaitForPendingFinalizers();
+      var end = DateTime.UtcNow.AddSeconds(20);
+      bool thrown = false;
+      while (calls.Count < yes && DateTime.UtcNow < end) thrown |= Throws<InvalidOperationException>(() => TavrelSdk.RunMainLoopFor(0.02));
+      TavrelSdk.RunMainLoopFor(0.3);
+      Expect(calls.Count == yes && calls.All(thread => thread == mainThread), "one call on the main thread a yes");
+      Expect(thrown == (yes == 2), "the completion's exception from the loop");
+      if (yes == 1) ProcessValidLaunchUrl();
+    }
+  }
+
+  static void ProcessValidLaunchUrl() {
+    TavrelSdk.ProcessUrlRequest("dotnettest://validate?launchToken=" + Environment.GetEnvironmentVariable("TAVREL_VALID_TOKEN"));
   }
 
   // The delegate made here is referenced by the binding alone once this returns.
   static void Validate(List<int> calls) {
-    TavrelSdk.ProcessUrlRequest("dotnettest://validate?launchToken=" + Environment.GetEnvironmentVariable("TAVREL_VALID_TOKEN"));
-    TavrelSdk.Validate(ok => calls.Add(ok ? Thread.CurrentThread.ManagedThreadId : -1));
+    ProcessValidLaunchUrl();
+    TavrelSdk.Validate(ok => {
+      calls.Add(ok ? Thread.CurrentThread.ManagedThreadId : -1);
+      if (calls.Count == 2) throw new InvalidOperationException("thrown by the game");
+    });
   }
 
   static void HandlesReleasedOnce() {

@@ -1,0 +1,228 @@
+// The C# binding under Mono against the built library and a running `tavrel serve`
+// (TAVREL_CA_FILE, TAVREL_SERVICE_URL, TAVREL_VALID_TOKEN). Exit status 0 when every check held.
+//   mono binding_test.exe               the checks
+//   mono binding_test.exe declarations  the binding's declarations as JSON, for drift_test.py
+using System;
+using System.Collections.Generic;
+using System.Linq;
+using System.Reflection;
+using System.Runtime.InteropServices;
+using System.Threading;
+using Tavrel;
+
+static class BindingTest {
+  static int failures;
+  static readonly List<string> logged = new List<string>();
+  static readonly int mainThread = Thread.CurrentThread.ManagedThreadId;
+  static bool loggedOffMain;
+
+  static void Expect(bool condition, string what) {
+    if (condition) return;
+    ++failures;
+    Console.WriteLine("FAILED: " + what);
+  }
+
+  static int Main(string[] args) {
+    if (args.Length > 0 && args[0] == "declarations") {
+      Console.WriteLine(Declarations());
+      return 0;
+    }
+    TavrelSdk.SetLogToStderr(false);
+    TavrelSdk.SetLogHandler(line => {
+      loggedOffMain |= Thread.CurrentThread.ManagedThreadId != mainThread;
+      logged.Add(line);
+    });
+    TavrelSdk.SetDocumentsDirectory(Environment.GetEnvironmentVariable("TAVREL_DOCUMENTS"));
+    TavrelSdk.SetTrustedCertificatesFile(Environment.GetEnvironmentVariable("TAVREL_CA_FILE"));
+    TavrelSdk.SetServiceBaseUrlForTesting(Environment.GetEnvironmentVariable("TAVREL_SERVICE_URL"));
+
+    Host host = Host.Create(320, 480, 1.5);
+    host.Install();
+    Expect(StatusOf(TavrelSdk.ShowTouches) == Status.NotReady, "no overlay yet");
+    Screen screen = Screen.Create();
+    TavrelSdk.InitialiseOverlay(screen, null);
+    Statuses(host);
+    TextBothWays(host);
+    TheFrame(host);
+    CompletionOnTheMainThread();
+    HandlesReleasedOnce();
+    Expect(!loggedOffMain, "every log line on the main thread");
+    Console.WriteLine(failures == 0 ? "PASSED" : "FAILED");
+    return failures == 0 ? 0 : 1;
+  }
+
+  static TavrelException Refused(Action call) {
+    try {
+      call();
+      return null;
+    } catch (TavrelException e) {
+      Expect(e.Message == e.LogLine && e.LogLine.StartsWith("tavrel_"), "the log line in the exception: " + e.Message);
+      return e;
+    }
+  }
+
+  static Status? StatusOf(Action call) {
+    var refusal = Refused(call);
+    return refusal == null ? (Status?)null : refusal.Status;
+  }
+
+  static bool Throws<T>(Action call) where T : Exception {
+    try {
+      call();
+    } catch (T) {
+      return true;
+    }
+    return false;
+  }
+
+  // Each status as its exception, with the line the library logged.
+  static void Statuses(Host host) {
+    var cases = new Dictionary<Status, Action> {
+      { Status.NullArgument, () => TavrelSdk.SetDocumentsDirectory(null) },
+      { Status.OutOfRange, () => TavrelSdk.RunMainLoopFor(-1) },
+      { Status.InvalidArgument, () => TavrelSdk.EmitInputEvent(new[] { 2, 0 }) },
+      { Status.TooLate, host.Install },
+      { Status.Failed, () => host.WritePng("/nonexistent-dir/frame.png") },
+    };
+    foreach (var entry in cases) Expect(StatusOf(entry.Value) == entry.Key, "refused with " + entry.Key);
+    Expect(StatusOf(() => TavrelSdk.EmitInputEvent(new[] { 1, 7 })) == null, "a record framed right");
+
+    Status? offMain = null;
+    var thread = new Thread(() => offMain = StatusOf(() => { var visible = TavrelSdk.IsLoginPageVisible; }));
+    thread.Start();
+    thread.Join();
+    Expect(offMain == Status.WrongThread, "a main-thread call from another thread");
+    logged.Clear();
+    TavrelSdk.RunMainLoopFor(0);
+    Expect(logged.Any(line => line.StartsWith("tavrel_is_login_page_visible: ")), "that refusal's line, from the loop");
+
+    // A lone surrogate cannot cross as UTF-8: refused before the library is called.
+    Expect(Throws<ArgumentException>(() => TavrelSdk.EmitGameEvent("\ud800", "broken")), "a string with no UTF-8 form");
+  }
+
+  // The struct as C lays it out (the login page is up): damage, and a copy of the frame's pixels.
+  static void TheFrame(Host host) {
+    Frame frame = host.RenderFrame();
+    Expect(frame.Width == 480 && frame.Height == 720 && frame.Stride >= 480 * 4 && frame.Scale == 1.5,
+           string.Format("a frame of 480 x 720 at 1.5, got {0} x {1} at {2}", frame.Width, frame.Height, frame.Scale));
+    host.Resize(320, 480, 1.5);
+    frame = host.RenderFrame();
+    Rect whole = frame.Damage(frame.DamageCount - 1);
+    Expect(frame.DamageCount == 1 && whole.X == 0 && whole.Y == 0 && whole.Width == 480 && whole.Height == 720,
+           "the whole frame damaged after a resize");
+
+    var copy = new byte[480 * 4 * 720];
+    frame.CopyPixels(PixelFormat.BgraPremultiplied, true, copy, 480 * 4);
+    var row = new byte[480 * 4];
+    bool same = true;
+    for (int y = 0; y < 720 && same; y += 37) {
+      Marshal.Copy(frame.Pixels + y * frame.Stride, row, 0, row.Length);
+      same = row.SequenceEqual(copy.Skip(y * row.Length).Take(row.Length));
+    }
+    Expect(same && copy.Any(b => b != 0), "the copy holds the frame's own pixels");
+    Expect(Throws<ArgumentException>(() => frame.CopyPixels(PixelFormat.BgraPremultiplied, true, new byte[copy.Length - 1], 480 * 4)),
+           "a buffer short of a frame is refused");
+    Expect(Throws<ArgumentOutOfRangeException>(() => frame.Damage(1)), "no damage beyond the count");
+
+    byte[] png = host.RenderPng();
+    Expect(png.Length > 24 && png[1] == 'P' && png[19] == 480 % 256 && png[23] == 720 % 256, "the frame as a PNG");
+  }
+
+  // Non-ASCII text in (a token, typed keys) and out (the user id, the view tree, a log line).
+  static void TextBothWays(Host host) {
+    const string userId = "joueur-Ünïcødé-玩家-ßø-ÆŒ!";
+    TavrelSdk.SetAuthToken(new string('t', 24) + userId);
+    Expect(TavrelSdk.UserId == userId, "the user id back: " + TavrelSdk.UserId);
+
+    TavrelSdk.ShowLoginPage(null);
+    while (!TavrelSdk.IsLoginPageVisible) TavrelSdk.RunMainLoopFor(0.02);
+    TavrelSdk.RunMainLoopFor(0.6);
+    Expect(host.TapElement("Tavrel username") && host.TypeText("Zoë-ゲーマー"), "keys to the page's field");
+    Expect(TavrelSdk.DumpViewTree().Contains("\"Zoë-ゲーマー\""), "the typed text in the view tree");
+    var error = Refused(() => host.WritePng("/nonexistent-dir/é.png"));
+    Expect(error != null && error.LogLine.EndsWith("/nonexistent-dir/é.png"), "the path in the log line");
+  }
+
+  // A valid token's completion (which also takes the page away) arises on the URL session's
+  // thread; it must reach the game once per yes, on its main thread, even when a collection ran
+  // while it waited. The second time it throws, out of the game's loop.
+  static void CompletionOnTheMainThread() {
+    var calls = new List<int>();
+    Validate(calls);
+    for (int yes = 1; yes <= 2; ++yes) {
+      Thread.Sleep(300);  // the reply comes meanwhile and waits for the loop
+      GC.Collect();
+      GC.WaitForPendingFinalizers();
+      var end = DateTime.UtcNow.AddSeconds(20);
+      bool thrown = false;
+      while (calls.Count < yes && DateTime.UtcNow < end) thrown |= Throws<InvalidOperationException>(() => TavrelSdk.RunMainLoopFor(0.02));
+      TavrelSdk.RunMainLoopFor(0.3);
+      Expect(calls.Count == yes && calls.All(thread => thread == mainThread), "one call on the main thread a yes");
+      Expect(thrown == (yes == 2), "the completion's exception from the loop");
+      if (yes == 1) ProcessValidLaunchUrl();
+    }
+  }
+
+  static void ProcessValidLaunchUrl() {
+    TavrelSdk.ProcessUrlRequest("dotnettest://validate?launchToken=" + Environment.GetEnvironmentVariable("TAVREL_VALID_TOKEN"));
+  }
+
+  // The delegate made here is referenced by the binding alone once this returns.
+  static void Validate(List<int> calls) {
+    ProcessValidLaunchUrl();
+    TavrelSdk.Validate(ok => {
+      calls.Add(ok ? Thread.CurrentThread.ManagedThreadId : -1);
+      if (calls.Count == 2) throw new InvalidOperationException("thrown by the game");
+    });
+  }
+
+  static void HandlesReleasedOnce() {
+    Host current = Host.Current();
+    current.Dispose();
+    current.Dispose();
+    Expect(current.IsClosed, "a disposed host is closed");
+    Abandon();
+    GC.Collect();
+    GC.WaitForPendingFinalizers();
+    logged.Clear();
+    TavrelSdk.RunMainLoopFor(0.05);
+    Expect(logged.Count == 0, "a collected handle released on the main thread: " + string.Join("; ", logged));
+  }
+
+  static void Abandon() { Host.Current(); }
+
+  // --- The binding's declarations, for the drift check against tavrel.h ----------------------
+
+  static string Declarations() {
+    var tavrel = typeof(TavrelSdk).Assembly;
+    var native = tavrel.GetType("Tavrel.Native", true);
+    var functions = native.GetMethods(BindingFlags.Static | BindingFlags.NonPublic)
+        .Select(m => new { m, import = (DllImportAttribute)m.GetCustomAttributes(typeof(DllImportAttribute), false).FirstOrDefault() })
+        .Where(x => x.import != null)
+        .Select(x => Signature(x.import.EntryPoint ?? x.m.Name, x.m.ReturnParameter, x.m.GetParameters()));
+    var callbacks = native.GetNestedTypes(BindingFlags.NonPublic).Where(t => t.IsSubclassOf(typeof(Delegate)))
+        .Select(t => Signature(t.Name, t.GetMethod("Invoke").ReturnParameter, t.GetMethod("Invoke").GetParameters()));
+    var enums = new[] { typeof(Status), typeof(PixelFormat), tavrel.GetType("Tavrel.CallbackDelivery", true) }
+        .Select(t => Quote(t.Name) + ": {" + List(Enum.GetNames(t).Select(n => Quote(n) + ": " + Convert.ToInt64(Enum.Parse(t, n)))) + "}");
+    var structs = new[] { typeof(Rect), typeof(Finger), typeof(Frame) }
+        .Select(t => Quote(t.Name) + ": [" + List(t.GetFields(BindingFlags.Instance | BindingFlags.Public | BindingFlags.NonPublic)
+            .OrderBy(f => Marshal.OffsetOf(t, f.Name).ToInt64()).Select(f => Quote(f.FieldType.Name))) + "]");
+    return "{\"functions\": [" + List(functions) + "], \"callbacks\": [" + List(callbacks) + "], \"enums\": {" + List(enums) +
+           "}, \"structs\": {" + List(structs) + "}}";
+  }
+
+  static string List(IEnumerable<string> items) { return string.Join(", ", items); }
+
+  static string Signature(string name, ParameterInfo result, ParameterInfo[] parameters) {
+    return "{\"name\": " + Quote(name) + ", \"result\": " + Quote(TypeName(result)) + ", \"params\": [" +
+           List(parameters.Select(p => Quote(TypeName(p)))) + "]}";
+  }
+
+  // The type as marshalled: "Boolean:I1" for a bool that crosses as one byte.
+  static string TypeName(ParameterInfo parameter) {
+    var marshal = parameter.GetCustomAttributes(typeof(MarshalAsAttribute), false).Cast<MarshalAsAttribute>().FirstOrDefault();
+    return parameter.ParameterType.Name + (marshal != null ? ":" + marshal.Value : "");
+  }
+
+  static string Quote(string text) { return "\"" + text + "\""; }
+}

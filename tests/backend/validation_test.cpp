@@ -60,13 +60,12 @@ TEST_F(ValidationTest, SendsExactlyTheRequestsOfTheService) {
 
 TEST_F(ValidationTest, OnlyTheKeyDecidesNeverTheStatusAndNoReplyMeansFalse) {
   const auto both = [] { return std::pair(validated("t"), loggedIn("alice", "s3cret")); };
+  // How a value other than a bool reads is the platform's boolValue, tested with it.
   const std::vector<std::tuple<int, const char*, bool>> cases = {
-      {401, R"({"KEY":true})", true},       {500, R"({"KEY":true,"x":1})", true}, {200, R"({"KEY":false})", false},
-      {200, R"({})", false},                {200, R"({"KEY ":true})", false},     {200, R"({"KEY":0})", false},
-      {200, R"({"KEY":1})", true},          {200, R"({"KEY":-0.5})", true},       {200, R"({"KEY":"yes"})", true},
-      {200, R"({"KEY":"no"})", false},      {200, R"({"KEY":" +07"})", true},     {200, R"({"KEY":null})", false},
-      {200, R"({"KEY":[true]})", false},    {200, R"({"KEY":{"a":1}})", false},   {200, R"([{"KEY":true}])", false},
-      {200, "true", false},                 {200, R"({"KEY":true} x)", false},    {200, R"({"KEY":tru)", false},
+      {401, R"({"KEY":true})", true},    {500, R"({"KEY":true,"x":1})", true}, {200, R"({"KEY":false})", false},
+      {200, R"({})", false},             {200, R"({"KEY ":true})", false},     {200, R"({"KEY":0})", false},
+      {200, R"({"KEY":1})", true},       {200, R"({"KEY":null})", false},      {200, R"([{"KEY":true}])", false},
+      {200, "true", false},              {200, R"({"KEY":true} x)", false},    {200, R"({"KEY":tru)", false},
       {200, "", false},
   };
   for (const auto& [status, body, expected] : cases) {

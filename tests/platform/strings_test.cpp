@@ -17,7 +17,10 @@ TEST(PercentDecoding, DecodesEscapesAndRejectsWhatThePlatformRejects) {
   const Case cases[] = {
       {"a%252Bb", "a%2Bb"},   {"a%2Bb", "a+b"},         {"a+b", "a+b"},  // "+" is never a blank
       {"%2f%2F", "//"},       {"", ""},                 {"%C3%A9", "\xC3\xA9"},
+      {"%20%40", " @"},       {"%F4%8F%BF%BF", "\xF4\x8F\xBF\xBF"},  // U+10FFFF, the last code point
+      {"%F4%90%80%80", std::nullopt}, {"%F8%90%80%80", std::nullopt},  // beyond it; no lead byte
       {"%", std::nullopt},    {"%4", std::nullopt},     {"%zz", std::nullopt},
+      {"%G1", std::nullopt},  {"%1G", std::nullopt},
       {"a%2", std::nullopt},  {"%C3", std::nullopt},    // a lone lead byte is not UTF-8
       {"%FF", std::nullopt},  {"%ED%A0%80", std::nullopt},  // an encoded surrogate is not UTF-8
   };

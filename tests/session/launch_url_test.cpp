@@ -118,13 +118,6 @@ TEST_F(ProcessUrlRequest, TokenOnlyOrForeignOrMalformedUrlsTouchNoRecording) {
   EXPECT_EQ(_recordingStartedAt.load(), 0);
 }
 
-TEST_F(ProcessUrlRequest, ShortOrEmptyTokenClearsTheSession) {
-  sdk().setAuthToken(kToken);
-  sdk().processUrlRequest("g://validate?launchToken=");
-  EXPECT_FALSE(_authToken.load());
-  EXPECT_EQ(TavrelSDK::getUserId(), "no-user-id");
-}
-
 TEST_F(ProcessUrlRequest, PlusInTheTokenShiftsTheUserId) {
   // 47 characters with a "+" become 49 after "+" -> "%2B", so the token counts.
   const std::string token = "ab+" + std::string(44, 'x');

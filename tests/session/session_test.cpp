@@ -70,6 +70,19 @@ TEST(VersionSymbols, AreExportedWithCLinkageAndExactBytes) {
   EXPECT_EQ(std::strlen(reinterpret_cast<const char*>(tavrel_sdkVersionString)), sizeof expected - 1);
 }
 
+// No fixture: its reset would hide a wrong value at load.
+TEST(SessionGlobals, StartWithTheirValuesAtLoad) {
+  EXPECT_EQ(TavrelSDK::getUserId(), "no-user-id");
+  EXPECT_EQ(std::tuple(_firstWriteToGameEventFile.load(), _firstWriteToInputEventFile.load(),
+                       _validationCallbackSet.load(), _startedEventThread.load(), _hasUpdatedGameEvents.load(),
+                       _hasUpdatedInputEvents.load()),
+            std::tuple(true, true, false, false, false, false));
+  EXPECT_EQ(std::tuple(_recordingStartedAt.load(), _lastUpdated.load(), _eventsSinceLastUpdate.load()),
+            std::tuple(-1, 0, 0));
+  EXPECT_FALSE(_authToken.load() || _gameEventFilename.load() || _gameEventUrl.load() || _inputEventFilename.load() ||
+               _inputEventUrl.load() || _validationCallback.get());
+}
+
 TEST(SessionGlobals, AbsentAndEmptyTextsAreBothEmptyButOnlyOneIsNull) {
   EXPECT_TRUE(SessionString{""}.isEmpty());
   SessionString text{nullptr};

@@ -62,11 +62,7 @@ class LoopbackServiceTest : public ::testing::Test {
     return call.get();
   }
 
-  endpoint::HttpsServer server_{[] {
-    endpoint::HttpsServer::Options options;
-    options.threads = 32;  // every request of a test in flight at once
-    return options;
-  }()};
+  endpoint::HttpsServer server_;
 };
 
 }  // namespace tavrel::testing

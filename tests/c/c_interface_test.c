@@ -175,6 +175,8 @@ static void refusals_before_the_screen(void) {
                  "tavrel_emit_input_event: words[0] must be count - 1");
   EXPECT_REFUSAL(tavrel_emit_input_event(miscounted, 0), TAVREL_ERROR_OUT_OF_RANGE,
                  "tavrel_emit_input_event: count must be at least 1");
+  const int32_t framed[] = {2, 0, 7};
+  CHECK(tavrel_emit_input_event(framed, 3) == TAVREL_OK); /* nothing recorded yet */
 
   tavrel_status off_main = TAVREL_OK;
   pthread_t thread;
@@ -217,6 +219,11 @@ static void fingers_on_the_game(tavrel_host *host, const struct frames *frames) 
   CHECK(tavrel_frame_copy_pixels(&frame, TAVREL_PIXELS_RGBA_STRAIGHT, true, rgba, (int)row - 4) ==
         TAVREL_ERROR_OUT_OF_RANGE);
   CHECK(tavrel_frame_copy_pixels(&frame, (tavrel_pixel_format)3, true, rgba, (int)row) == TAVREL_ERROR_OUT_OF_RANGE);
+  tavrel_frame no_damage = frame;
+  no_damage.damage = NULL;
+  no_damage.damage_count = 1;
+  EXPECT_REFUSAL(tavrel_frame_copy_pixels(&no_damage, TAVREL_PIXELS_RGBA_STRAIGHT, false, rgba, (int)row),
+                 TAVREL_ERROR_NULL_ARGUMENT, "tavrel_frame_copy_pixels: frame->damage is NULL");
   CHECK(tavrel_host_render_frame(host, &frame) == TAVREL_OK && frame.damage_count == 0);
 
   CHECK(tavrel_host_fingers_moved(host, moved, 2, &taken) == TAVREL_OK && !taken);
@@ -321,9 +328,14 @@ static void resized(tavrel_host *host, const struct frames *frames) {
   CHECK(tavrel_host_render_frame(host, &frame) == TAVREL_OK && frame.width == 1120 && frame.height == 840);
   CHECK(frame.damage_count == 1 && frame.damage[0].width == 1120 && frame.damage[0].height == 840);
   CHECK(frames->last_damage_count == 1);
-  EXPECT_REFUSAL(tavrel_host_resize(host, 560, 0, 2.0), TAVREL_ERROR_OUT_OF_RANGE, "tavrel_host_resize: width and height");
+  EXPECT_REFUSAL(tavrel_host_resize(host, 560, 0, 2.0), TAVREL_ERROR_OUT_OF_RANGE,
+                 "tavrel_host_resize: width and height must be 1 to 16384 points");
   EXPECT_REFUSAL(tavrel_host_resize(host, 16384, 420, 2.0), TAVREL_ERROR_OUT_OF_RANGE, "tavrel_host_resize: width");
-  CHECK(tavrel_host_resize(host, 16383.5, 420, 2.0) == TAVREL_OK); /* 32767 pixels, the widest frame */
+  /* The edges are in: 32767 pixels a side, 1 to 16384 points. */
+  CHECK(tavrel_host_resize(host, 16383.5, 1, 2.0) == TAVREL_OK && tavrel_host_resize(host, 1, 16384, 1.0) == TAVREL_OK);
+  tavrel_finger many[64];
+  for (int i = 0; i < 64; ++i) many[i] = (tavrel_finger){100 + i, 0.5, 0.5};
+  CHECK(tavrel_host_fingers_cancelled(host, many, 64, NULL) == TAVREL_OK); /* 64 at once, the most */
 }
 
 /* The two event files in the Documents directory, by their magic. */

@@ -16,7 +16,7 @@ TEST(PercentDecoding, DecodesEscapesAndRejectsWhatThePlatformRejects) {
   };
   const Case cases[] = {
       {"a%252Bb", "a%2Bb"},   {"a%2Bb", "a+b"},         {"a+b", "a+b"},  // "+" is never a blank
-      {"%2f%2F", "//"},       {"", ""},                 {"%C3%A9", "\xC3\xA9"},
+      {"%2f%2F%2a", "//*"},  {"", ""},                 {"%C3%A9", "\xC3\xA9"},
       {"%20%40", " @"},       {"%F4%8F%BF%BF", "\xF4\x8F\xBF\xBF"},  // U+10FFFF, the last code point
       {"%F4%90%80%80", std::nullopt}, {"%F8%90%80%80", std::nullopt},  // beyond it; no lead byte
       {"%", std::nullopt},    {"%4", std::nullopt},     {"%zz", std::nullopt},
@@ -36,6 +36,7 @@ TEST(Utf16, CountsAndCutsInUtf16Units) {
   EXPECT_EQ(utf16Length("\xF0\x9F\x98\x80"), 2u);  // an emoji is a surrogate pair
   EXPECT_EQ(utf16Substring("a\xF0\x9F\x98\x80" "bc", 1, 3), "\xF0\x9F\x98\x80" "b");
   EXPECT_EQ(utf16Substring("a\xF0\x9F\x98\x80" "bc", 2, 2), "\xEF\xBF\xBD" "b");  // half a pair
+  EXPECT_EQ(utf16Substring("\xE0\xB8\x81" "b", 1, 1), "b");  // a three-byte character led by E0 is one unit
   EXPECT_EQ(utf16Substring("abcdef", 4, 10), "ef");
   EXPECT_EQ(utf16Substring("abc", 5, 1), "");
 }

@@ -162,6 +162,12 @@ TEST_F(WatermarkTest, BouncingTurnsStrictlyPastAnEdge) {
     dvd.updateWithSpeed(c.speed, 844.0f, 390.0f, c.textWidth, 39.5f);
     EXPECT_EQ(std::make_pair(dvd.dx(), dvd.dy()), std::make_pair(-start.first, -start.second)) << c.what;
   }
+  // Text exactly as wide as the canvas is not halved: at x 421 it is past the right edge.
+  sim().scriptRandom({420, 0, 128, 64});
+  WatermarkDVD full;
+  full.resetWithWidth(844.0f, 390.0f, 0.0f, 0.0f);
+  full.updateWithSpeed(2.0f, 844.0f, 390.0f, 844.0f, 39.5f);
+  EXPECT_EQ(full.dx(), -0.5f);
 }
 
 }  // namespace

@@ -16,7 +16,10 @@ overlay:resize(w, h) from love.resize.
 The screen is the window in LÖVE's units (points on a HiDPI screen) at its DPI scale; frames come
 at the window's size in pixels. Only the rectangles drawn again go up to the GPU, into one Image,
 as RGBA premultiplied: the library converts while it copies into the ImageData, a copy the upload
-needs anyway, so no shader is needed and the game's own shader state is never touched.
+needs anyway, so no shader is needed and the game's own shader state is never touched. The Image
+is drawn only over the bands of rows that hold something (the watermark's, a finger's mark), not
+over the whole window: blending a transparent window costs fill rate for nothing, a software
+renderer's CPU or a handheld's GPU.
 ]]
 local ffi = require("ffi")
 local tavrel = require("tavrel")
@@ -27,6 +30,8 @@ Overlay.__index = Overlay
 
 local RGBA = tavrel.pixels.RGBA_PREMULTIPLIED
 local MOUSE = 0 -- the mouse's finger; touches get 1, 2, ...
+local BAND = 32 -- rows of pixels drawn or skipped together
+pcall(ffi.cdef, "int memcmp(const void *, const void *, size_t);") -- the game may have declared it
 
 function M.new()
   local width, height = love.graphics.getDimensions()
@@ -62,8 +67,28 @@ function Overlay:_make_image(frame)
   tavrel.frame_copy_pixels(frame, RGBA, true, data:getFFIPointer(), frame.width * 4)
   if self.image then self.image:release() end
   self.image = love.graphics.newImage(data, {dpiscale = frame.scale})
+  self.quad = love.graphics.newQuad(0, 0, 1, 1, self.image:getDimensions())
   self.width, self.height, self.scale = frame.width, frame.height, frame.scale
   self.uploaded_bytes = self.uploaded_bytes + frame.width * frame.height * 4
+  self.zeros = ffi.new("uint8_t[?]", frame.width * 4)
+  self.filled = {}
+  self:_look(frame, 0, frame.height)
+end
+
+-- Which bands of the frame's rows [top, bottom) hold a pixel that is not transparent, a row at a
+-- time in C.
+function Overlay:_look(frame, top, bottom)
+  local rows, row_bytes = ffi.cast("const uint8_t *", frame.pixels), frame.width * 4
+  for band = math.floor(top / BAND), math.floor((bottom - 1) / BAND) do
+    local filled = false
+    for y = band * BAND, math.min((band + 1) * BAND, frame.height) - 1 do
+      if ffi.C.memcmp(rows + y * frame.stride, self.zeros, row_bytes) ~= 0 then
+        filled = true
+        break
+      end
+    end
+    self.filled[band] = filled
+  end
 end
 
 function Overlay:_upload(frame)
@@ -77,6 +102,7 @@ function Overlay:_upload(frame)
     tavrel.frame_copy_pixels(part, RGBA, true, data:getFFIPointer(), r.width * 4)
     self.image:replacePixels(data, 1, 1, r.x, r.y)
     self.uploaded_bytes = self.uploaded_bytes + r.width * r.height * 4
+    self:_look(frame, r.y, r.y + r.height)
   end
 end
 
@@ -97,7 +123,18 @@ function Overlay:draw()
   g.setShader()
   g.setColor(1, 1, 1, 1)
   g.setBlendMode("alpha", "premultiplied")
-  g.draw(self.image, 0, 0)
+  -- Each run of filled bands, in the image's units.
+  local bands, band = math.ceil(self.height / BAND), 0
+  while band < bands do
+    local last = band
+    while self.filled[last] and self.filled[last + 1] do last = last + 1 end
+    if self.filled[band] then
+      local top, bottom = band * BAND / self.scale, math.min((last + 1) * BAND, self.height) / self.scale
+      self.quad:setViewport(0, top, self.width / self.scale, bottom - top)
+      g.draw(self.image, self.quad, 0, top)
+    end
+    band = last + 1
+  end
   g.pop()
 end
 

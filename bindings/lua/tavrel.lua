@@ -20,9 +20,9 @@ Completions and log lines are called only on the thread running Lua, from inside
 run_main_loop_for (or, for a line logged by a call on this thread, inside that call): the
 module sets the library's callback delivery to the game's loop when it loads.
 
-The library is looked for, in order: $TAVREL_SDK_LIB (a path; it must load), the game's own
-folder (a fused LÖVE game's folder, an unfused game's source folder, or the running script's
-folder; there and in its lib/), then the soname through the system's loader.
+The library is looked for, in order: $TAVREL_SDK_LIB (a path; it must load), a LÖVE game's own
+folder (a fused game's folder, an unpacked game's folder, the folder beside a .love file; there
+and in its lib/), then the soname through the system's loader.
 ]]
 local ffi = require("ffi")
 
@@ -147,8 +147,6 @@ local function game_folders()
       if main then main:close(); folders[#folders + 1] = source end
       folders[#folders + 1] = fs.getSourceBaseDirectory() -- beside a .love file
     end
-  elseif arg and arg[0] then
-    folders[#folders + 1] = arg[0]:match("^(.*)/[^/]*$") or "."
   end
   return folders
 end
@@ -264,7 +262,7 @@ jit.off(tavrel.run_main_loop_for)
 -- One C callback serves every completion; user_data carries the Lua function's number. The
 -- library keeps a completion for the whole process (a later valid launch URL calls it again),
 -- so its function stays referenced here.
-local completions = {}
+local completions, completion_count = {}, 0
 local on_completion = ffi.cast("tavrel_completion", function(ok, user_data)
   local fn = completions[tonumber(ffi.cast("intptr_t", user_data))]
   if fn then call_back(fn, ok) end
@@ -272,12 +270,11 @@ end)
 local function with_completion(name)
   local fn = C[name]
   return function(completion)
-    local id = 0
     if completion then
-      completions[#completions + 1] = completion
-      id = #completions
+      completion_count = completion_count + 1
+      completions[completion_count] = completion
     end
-    local status = fn(completion and on_completion or nil, ffi.cast("void *", id))
+    local status = fn(completion and on_completion or nil, ffi.cast("void *", completion and completion_count or 0))
     if status ~= 0 then raise(name, status) end
   end
 end

@@ -69,8 +69,12 @@ compare("struct", api.structs, declared.structs, function(h, d)
 end)
 for _, d in ipairs(declared.functions) do check(pcall(function() return tavrel.C[d[1]] end), d[1] .. " not exported") end
 
--- Refusals: each raises naming the function, its status and the logged line.
+-- Refusals: each raises naming the function, its status and the logged line, which the log
+-- callback gets as well.
 tavrel.set_log_to_stderr(false)
+local logged = {}
+tavrel.set_log_callback(function(line) logged[#logged + 1] = line end)
+check(pcall(tavrel.emit_input_event, {6, 0, 6, 3, 100, 200, 0}), "a right input event was refused")
 for _, case in ipairs({
   {function() tavrel.show_touches() end, "tavrel_show_touches: not ready %(TAVREL_ERROR_NOT_READY%): no overlay"},
   {function() tavrel.set_info_dictionary_json("[1]") end, "INVALID_ARGUMENT%): json is not a JSON object"},
@@ -82,6 +86,9 @@ for _, case in ipairs({
   local ok, err = pcall(case[1])
   check(not ok and tostring(err):find(case[2]), "wanted an error like " .. case[2] .. ", got " .. tostring(err))
 end
+
+check(table.concat(logged, "\n"):find("tavrel_host_new: "), "the log callback missed the refusals")
+tavrel.set_log_callback(nil)
 
 -- UTF-8 in and out: a user id of characters beyond ASCII, and text typed into the login page.
 local token = string.rep("t", 24) .. "Ünïcødé-ñandú-東京-€ß" .. string.rep("z", 5)
@@ -97,6 +104,7 @@ for _ = 1, 50 do
   if tavrel.is_login_page_visible() then break end
 end
 tavrel.run_main_loop_for(0.5) -- the page slides in
+check(host:fingers_down(1, 5, 5) and host:fingers_up(1, 5, 5), "the page did not take a finger")
 check(host:tap_element("Tavrel username") and host:type_text("ann ñandú 東京"), "the field did not take the text")
 check(tavrel.dump_view_tree():find('"text": "ann ñandú 東京"', 1, true), "typed text not in the view tree")
 
@@ -132,6 +140,7 @@ local ok, err = pcall(function()
   check(calls == 1 and not outside, ("completion called %d times, outside the loop: %s"):format(calls, outside))
   check(tostring(raised):find("raised in the completion"), "the completion's error came back as " .. tostring(raised))
   check(not tavrel.is_login_page_visible(), "a valid token left the login page up")
+  check(not host:fingers_down(2, 100, 100), "a finger on the game was taken")
 end)
 os.execute("kill " .. pid)
 serve:close()

@@ -12,6 +12,7 @@ TAVREL_TREE_FILE (the view tree, written each second).
 import math
 import os
 import sys
+import time
 
 import pygame
 
@@ -61,7 +62,7 @@ def main() -> int:
         # ------------------------------------------------------------------------------------
         tree_file = os.environ.get("TAVREL_TREE_FILE")
         last_tree_write = -1.0
-        clock_start = pygame.time.get_ticks()
+        clock_start = time.monotonic()
         announced = False
         while True:
             for event in pygame.event.get():
@@ -75,7 +76,7 @@ def main() -> int:
                 announced = True
                 tavrel.emit_game_event("level-1", "start")
                 print("pygame_game: the session may go on", flush=True)
-            seconds = (pygame.time.get_ticks() - clock_start) / 1000
+            seconds = time.monotonic() - clock_start
             draw_scene(pygame.display.get_surface(), seconds)
             overlay.draw()
             pygame.display.flip()

@@ -74,7 +74,7 @@ def test_a_refused_player_logs_in_and_plays_under_the_overlay(serve, display, tm
         game = subprocess.Popen(["/usr/bin/python3", os.path.join(SOURCE, "examples", "pygame_game", "main.py"),
                                  REFUSED_TOKEN, launch_url.strip()], env=env, stdout=log, stderr=subprocess.STDOUT)
         try:
-            played(game, display, tree_file, shots, serve, tmp_path)
+            played(game, display, tree_file, shots, serve)
         finally:
             game.terminate()
             game.wait(10)
@@ -82,7 +82,7 @@ def test_a_refused_player_logs_in_and_plays_under_the_overlay(serve, display, tm
             print(log.read())
 
 
-def played(game, display, tree_file, shots, serve, tmp_path):
+def played(game, display, tree_file, shots, serve):
     os.environ["DISPLAY"] = display
 
     def page():

@@ -2,6 +2,7 @@
 run in the order written: refusals before any overlay exists, then a pygame window on SDL's dummy
 driver with its overlay, then the validation against tavrel serve."""
 import os
+import shutil
 import subprocess
 import sys
 import threading
@@ -162,13 +163,14 @@ def test_a_completion_comes_once_on_the_main_thread(serve):
 
 
 def test_installs_into_a_fresh_venv_and_names_what_it_tried(tmp_path):
-    venv = tmp_path / "venv"
+    venv, package = tmp_path / "venv", tmp_path / "package"  # pip builds in the tree it is given: a copy
+    shutil.copytree(os.path.join(SOURCE, "bindings", "python"), package,
+                    ignore=shutil.ignore_patterns("build", "*.egg-info", "__pycache__"))
     # The system's pip serves the venv (--system-site-packages): no copy of pip to install first.
     subprocess.run(["/usr/bin/python3", "-m", "venv", "--system-site-packages", "--without-pip", str(venv)], check=True)
     python = str(venv / "bin" / "python")
     subprocess.run([python, "-m", "pip", "install", "-q", "--disable-pip-version-check", "--no-index",
-                    "--no-build-isolation",
-                    os.path.join(SOURCE, "bindings", "python")], check=True, cwd=tmp_path)
+                    "--no-build-isolation", str(package)], check=True, cwd=tmp_path)
     probe = "import tavrel; print(tavrel.__file__); print(tavrel.get_user_id())"
     run = subprocess.run([python, "-c", probe], capture_output=True, text=True, cwd=tmp_path)
     assert run.stdout.splitlines() == [str(venv / "lib" / "python3.11" / "site-packages" / "tavrel" / "__init__.py"),

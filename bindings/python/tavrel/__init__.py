@@ -27,8 +27,9 @@ import ctypes
 import enum
 import os
 import struct
-from ctypes import POINTER, byref, c_bool, c_char, c_double, c_size_t, c_void_p
-from typing import Callable, Iterable, NamedTuple, Optional, Sequence, Tuple, Union
+import threading
+from ctypes import byref, c_bool, c_char, c_double, c_size_t, c_void_p
+from typing import Callable, Dict, Iterable, NamedTuple, Optional, Sequence, Tuple, Union
 
 from . import _native
 from ._native import LibraryNotFoundError
@@ -135,13 +136,17 @@ def _taken_bytes(address: c_void_p, size: int) -> bytes:
 # Every completion handed to the library stays referenced for the life of the process: a
 # validation's is called again for each later launch URL with a valid token.
 _kept: list = []
-_pending: list = []  # an exception a callback raised, for the call it ran inside
+# The first exception a callback raised, by thread, for the call it ran inside to raise.
+_pending: Dict[int, BaseException] = {}
+
+
+def _hand_over(error: BaseException) -> None:
+    _pending.setdefault(threading.get_ident(), error)
 
 
 def _check_pending() -> None:
-    if _pending:
-        error = _pending.pop(0)
-        _pending.clear()
+    error = _pending.pop(threading.get_ident(), None)
+    if error is not None:
         raise error
 
 
@@ -153,7 +158,7 @@ def _completion(function: Optional[Callable[[bool], None]]) -> _native.COMPLETIO
         try:
             function(bool(ok))
         except BaseException as error:  # noqa: B902 - handed to the caller, never lost in ctypes
-            _pending.append(error)
+            _hand_over(error)
 
     kept = _native.COMPLETION(call)
     _kept.append(kept)
@@ -174,7 +179,7 @@ def set_log_callback(callback: Optional[Callable[[str], None]]) -> None:
             try:
                 callback(line.decode("utf-8", "replace"))
             except BaseException as error:  # noqa: B902
-                _pending.append(error)
+                _hand_over(error)
         new = _native.LOG_CALLBACK(call)
     _lib.tavrel_set_log_callback(new, None)
     _log_callback = new  # the old one is released only once the library no longer holds it
@@ -439,7 +444,7 @@ class Host(_Object):
                     try:
                         on_frame(Frame(frame.contents))
                     except BaseException as error:  # noqa: B902
-                        _pending.append(error)
+                        _hand_over(error)
                 callback = _native.FRAME_CALLBACK(call)
             self._on_frame = callback
             _handle = c_void_p()

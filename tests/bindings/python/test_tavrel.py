@@ -4,7 +4,6 @@ driver with its overlay, then the validation against tavrel serve."""
 import os
 import shutil
 import subprocess
-import sys
 import threading
 import time
 

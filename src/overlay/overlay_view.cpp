@@ -39,23 +39,38 @@ std::int32_t OverlayView::watermarkFontSize(double height) {
   return truncateToInt32(30.0f * scale);
 }
 
-void OverlayView::showTouches() {
-  _enableTouches = true;
-  const CGSize screen = UIScreen::mainScreen().bounds().size;
+void OverlayView::readScreenSize(CGSize screen) {
   _width = truncateToInt32(screen.width);
   _height = truncateToInt32(screen.height);
+}
+
+void OverlayView::readWatermarkScreen(CGSize screen) {
+  _font = UIFont::monospacedDigitSystemFontOfSize(static_cast<double>(watermarkFontSize(screen.height)),
+                                                  UIFontWeightRegular);
+  readScreenSize(screen);
+  // The canvas keeps the screen's fractions; the touch scaling above does not.
+  _watermark->setCanvasDimensionWithWidth(static_cast<float>(screen.width), static_cast<float>(screen.height));
+}
+
+void OverlayView::showTouches() {
+  _enableTouches = true;
+  readScreenSize(UIScreen::mainScreen().bounds().size);
+}
+
+void OverlayView::layoutSubviews() {
+  const CGSize screen = UIScreen::mainScreen().bounds().size;
+  if (_enableTouches) readScreenSize(screen);
+  if (!_enableWatermark) return;
+  readWatermarkScreen(screen);
+  // Placed anew within the new canvas: a line drawn for the old one may lie outside it.
+  _watermark->setBehaviourType(_watermark->getBehaviourType());
+  for (const auto& label : _textViews) label->setFont(_font);
 }
 
 void OverlayView::showWatermark() {
   if (_enableWatermark) return;
   _enableWatermark = true;
-  const CGSize screen = UIScreen::mainScreen().bounds().size;
-  _font = UIFont::monospacedDigitSystemFontOfSize(static_cast<double>(watermarkFontSize(screen.height)),
-                                                  UIFontWeightRegular);
-  _width = truncateToInt32(screen.width);
-  _height = truncateToInt32(screen.height);
-  // The canvas keeps the screen's fractions; the touch scaling above does not.
-  _watermark->setCanvasDimensionWithWidth(static_cast<float>(screen.width), static_cast<float>(screen.height));
+  readWatermarkScreen(UIScreen::mainScreen().bounds().size);
   _watermark->setBehaviourType(WatermarkBehaviourTypeTicker);
   // Weakly held: the timer must not keep a let-go overlay alive, nor tick a destroyed one.
   std::weak_ptr<UIResponder> weakSelf = weak_from_this();

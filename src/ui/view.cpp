@@ -58,15 +58,32 @@ void UIView::setFrame(CGRect frame) {
   center_ = center;
   bounds_.size = frame.size;
   setNeedsDisplay();
-  if (frame.size != oldSize) layoutSubviews();
+  if (frame.size != oldSize) sizeChanged(oldSize);
 }
 
 void UIView::setBounds(CGRect bounds) {
   if (bounds == bounds_) return;
-  const bool resized = bounds.size != bounds_.size;
+  const CGSize oldSize = bounds_.size;
   bounds_ = bounds;
   setNeedsDisplay();
-  if (resized) layoutSubviews();
+  if (bounds.size != oldSize) sizeChanged(oldSize);
+}
+
+void UIView::sizeChanged(CGSize oldSize) {
+  const double grownWidth = bounds_.size.width - oldSize.width;
+  const double grownHeight = bounds_.size.height - oldSize.height;
+  // On a copy: a subview's own layout may move views of this tree.
+  const auto subviews = subviews_;
+  for (const auto& subview : subviews) {
+    const unsigned mask = subview->autoresizingMask_;
+    if (!(mask & (UIViewAutoresizingFlexibleWidth | UIViewAutoresizingFlexibleHeight))) continue;
+    CGRect frame = subview->frame();
+    if (mask & UIViewAutoresizingFlexibleWidth) frame.size.width = std::max(0.0, frame.size.width + grownWidth);
+    if (mask & UIViewAutoresizingFlexibleHeight) frame.size.height = std::max(0.0, frame.size.height + grownHeight);
+    subview->setFrame(frame);
+  }
+  if (viewController_) viewController_->viewWillLayoutSubviews();
+  layoutSubviews();
 }
 
 void UIView::setCenter(CGPoint center) {

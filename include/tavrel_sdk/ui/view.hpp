@@ -25,6 +25,13 @@ class UIView;
 class UIViewController;
 class UIWindow;
 
+// How a view follows its superview's change of size (the platform's values; only these two).
+enum UIViewAutoresizing : unsigned {
+  UIViewAutoresizingNone = 0,
+  UIViewAutoresizingFlexibleWidth = 1u << 1,
+  UIViewAutoresizingFlexibleHeight = 1u << 4,
+};
+
 // The current Cairo context of a drawRect(), already in the view's coordinates in points.
 using CGContextRef = _cairo*;
 
@@ -76,6 +83,9 @@ class TAVREL_EXPORT UIView : public UIResponder {
   void setMultipleTouchEnabled(bool enabled);
   CALayer& layer() { return layer_; }
   const CALayer& layer() const { return layer_; }
+  // When the superview changes size, a flexible width or height changes by as much.
+  unsigned autoresizingMask() const { return autoresizingMask_; }
+  void setAutoresizingMask(unsigned mask) { autoresizingMask_ = mask; }
 
   // --- The tree ---------------------------------------------------------------------------
   UIView* superview() const { return superview_; }
@@ -93,7 +103,9 @@ class TAVREL_EXPORT UIView : public UIResponder {
   // The controller whose root view this is; null for any other view.
   UIViewController* viewController() const { return viewController_; }
 
-  // Lays out the subviews after the view's size changed; nothing by default.
+  // Lays out the subviews after the view's size changed, once the subviews with a flexible
+  // size have followed, and after its controller's viewWillLayoutSubviews() for a
+  // controller's root view; nothing by default.
   virtual void layoutSubviews() {}
 
   // Between this view's coordinates and `view`'s; a null view means the window's.
@@ -134,6 +146,8 @@ class TAVREL_EXPORT UIView : public UIResponder {
   void setWindowForTree(UIWindow* window);
   CGPoint pointToSuperview(CGPoint point) const;
   CGPoint pointFromSuperview(CGPoint point) const;
+  // After a change of size from `oldSize`: the flexible subviews follow, then the layout.
+  void sizeChanged(CGSize oldSize);
 
   CGRect bounds_;
   CGPoint center_;
@@ -142,6 +156,7 @@ class TAVREL_EXPORT UIView : public UIResponder {
   std::shared_ptr<UIColor> backgroundColor_;
   bool userInteractionEnabled_ = true;
   bool multipleTouchEnabled_ = false;
+  unsigned autoresizingMask_ = UIViewAutoresizingNone;
   CALayer layer_{*this};
   UIView* superview_ = nullptr;
   std::vector<std::shared_ptr<UIView>> subviews_;

@@ -100,8 +100,11 @@ void OverlayView::timerFired(Timer* /*timer*/) {
   if (!_watermark) return;
   // The update still sees the previous tick's text size (none on the first tick).
   _watermark->updateWithDelta(kTickStep);
-  const TextAttributes attributes{_font, UIColor::whiteColor()};
-  const std::string text = TavrelSDK::getTimestamp() + "-" + TavrelSDK::getUserId();
+  static const std::shared_ptr<UIColor> white = UIColor::whiteColor();
+  const TextAttributes attributes{_font, white};
+  // Composed in a buffer kept from tick to tick: the text changes once a second.
+  std::string& text = _text;
+  text.assign(TavrelSDK::getTimestamp()).append("-").append(TavrelSDK::getUserId());
   const CGSize size = measureText(text, attributes);
   // Not rounded up to whole points: the labels are as wide as the text with its fraction.
   _watermark->setTextDimensionsWithWidth(static_cast<float>(size.width), static_cast<float>(size.height));
@@ -134,7 +137,7 @@ void OverlayView::timerFired(Timer* /*timer*/) {
     const auto& label = _textViews[i];
     label->removeFromSuperview();
     label->setFrame(labelFrame((*_renderItems)[i]));
-    label->setText(text);
+    if (label->text() != text) label->setText(text);
     addSubview(label);
   }
 }

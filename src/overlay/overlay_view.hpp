@@ -134,6 +134,7 @@ class TAVREL_EXPORT OverlayView : public UIView {
   std::optional<std::vector<RenderItem>> _renderItems;
   std::vector<std::shared_ptr<UILabel>> _textViews;
   std::shared_ptr<UIFont> _font;
+  std::string _text;  // the latest tick's
   // The screen in whole points, for scaling touch coordinates.
   std::int32_t _width = 0;
   std::int32_t _height = 0;

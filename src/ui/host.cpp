@@ -93,6 +93,10 @@ bool UIHost::writePNG(const std::string& path) {
   return std::fclose(file) == 0 && written;
 }
 
+std::size_t UIHost::backingStoreBytes() const { return renderer_->stores.bytes(); }
+
+std::size_t UIHost::backingStoreBytes(const UIView& view) const { return renderer_->stores.bytesOf(view); }
+
 void UIHost::screenChanged() {
   renderer_->reset();
   // A host not yet installed has no screen to lay out.

@@ -21,6 +21,8 @@
 
 namespace tavrel {
 
+class UIView;
+
 // A rectangle of whole pixels.
 struct PixelRect {
   int x = 0;
@@ -97,6 +99,13 @@ class TAVREL_EXPORT UIHost {
   std::vector<std::string> reachableTexts() const;
   // Whether a presented controller covers the game now.
   bool isCovered() const;
+
+  // --- Memory -----------------------------------------------------------------------------
+  // What the views' backing stores hold, in bytes: every store, or `view`'s own (0 for a view
+  // that draws nothing of its own, or that has not been drawn). A store is freed at the first
+  // frame after its view left the key window's tree.
+  std::size_t backingStoreBytes() const;
+  std::size_t backingStoreBytes(const UIView& view) const;
 
  protected:
   UIHost();

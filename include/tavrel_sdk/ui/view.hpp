@@ -123,15 +123,21 @@ class TAVREL_EXPORT UIView : public UIResponder {
 
   // --- Drawing ----------------------------------------------------------------------------
   // The view's content is drawn again in the next frame. Every setter of the toolkit that
-  // changes what a view shows calls it.
+  // changes what a view draws of its own calls it; moving it, its alpha, hidden, its
+  // background and its layer's look do not: what it drew is composited again.
   void setNeedsDisplay();
   // Only `rect` of the content (in the view's coordinates) is drawn again, as for a caret.
   void setNeedsDisplayInRect(CGRect rect);
   // Draws the view's own content above its background colour and below its border and
   // subviews; `rect` is the part to draw, in the view's coordinates. Nothing by default.
   virtual void drawRect(CGContextRef context, CGRect rect);
-  // Bumped by setNeedsDisplay(); the renderer compares it between frames.
+  // Bumped by setNeedsDisplay(); the renderer compares it between frames and draws the content
+  // again only when it changed (else it composites what the view drew last, wherever the view
+  // now stands, at whatever alpha).
   std::uint64_t displayVersion() const { return displayVersion_; }
+  // Bumped by a change of the background colour or the layer's corner, mask or border: drawn
+  // again around the content, which stays as drawn.
+  std::uint64_t layerVersion() const { return layerVersion_; }
   // The part of the content that changed since displayVersion() was `version`, in the view's
   // coordinates; nullopt when all of it may have, or when that is too long ago to tell.
   std::optional<CGRect> displayChangeSince(std::uint64_t version) const;
@@ -143,6 +149,8 @@ class TAVREL_EXPORT UIView : public UIResponder {
  private:
   friend class UIViewController;
   friend class UIWindow;
+  friend class CALayer;
+  void layerChanged();
   void setWindowForTree(UIWindow* window);
   CGPoint pointToSuperview(CGPoint point) const;
   CGPoint pointFromSuperview(CGPoint point) const;
@@ -163,6 +171,7 @@ class TAVREL_EXPORT UIView : public UIResponder {
   UIWindow* window_ = nullptr;
   UIViewController* viewController_ = nullptr;
   std::uint64_t displayVersion_ = 1;
+  std::uint64_t layerVersion_ = 0;
   std::uint64_t wholeDisplayVersion_ = 1;  // the last setNeedsDisplay()
   struct PartialDisplay {
     std::uint64_t version;

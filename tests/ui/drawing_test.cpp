@@ -291,7 +291,7 @@ TEST_F(DrawingTest, AViewKeepsWhatItDrewAndDrawsAgainOnlyWhenAsked) {
       {"setNeedsDisplay", [&] { label->setNeedsDisplay(); }},
       {"setNeedsDisplayInRect", [&] { label->setNeedsDisplayInRect(CGRectMake(0, 0, 10, 10)); }},
       {"a new text", [&] { label->setText("changed"); }},
-      {"a new size", [&] { label->setFrame(CGRectMake(10, 10, 120, 20)); }},
+      {"a new size about the same centre", [&] { label->setFrame(CGRectMake(145, 30, 120, 20)); }},
       {"a new scale", [&] { static_cast<HeadlessHost&>(host()).resize({390, 844}, 3.0); }},
   };
   for (const auto& [what, ask] : asks) {

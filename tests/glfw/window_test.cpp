@@ -148,11 +148,12 @@ TEST(GlfwWindow, aRefusedPlayerLogsInAndTheLibrarysFrameIsBlendedOverTheGamesOwn
     return text.is_string() && text.get<std::string>().ends_with("-" + userId);
   })) << tree.dump(1);
 
-  // A finger held on the scene: its mark and the watermark over the moving scene.
-  const int fingerX = 300;
-  const int fingerY = 520;
-  ASSERT_TRUE(run("xdotool mousemove --window " + window->id + " 280 510 mousedown 1 mousemove --window " +
-                      window->id + " 300 520",
+  // A finger held on the scene's ground (the bottom fifth of the resized window): its mark and
+  // the watermark over the moving scene.
+  const int fingerX = 210;
+  const int fingerY = 380;
+  ASSERT_TRUE(run("xdotool mousemove --window " + window->id + " 196 370 mousedown 1 mousemove --window " +
+                      window->id + " " + std::to_string(fingerX) + " " + std::to_string(fingerY),
                   log));
   waitUntil([&] {
     tree = readTree(session.treeFile);

@@ -210,7 +210,8 @@ bool Stream::next(const std::function<bool(std::string_view)>& write) {
       out = "retry: 2000\n\n" + s.snapshot();
       started_ = true;
     } else {
-      s.changed.wait_for(lock, std::chrono::seconds(1), [&] { return s.closed || s.sequence > sent_; });
+      // Short: between two calls the server looks whether the page has gone, and frees its slot.
+      s.changed.wait_for(lock, std::chrono::milliseconds(250), [&] { return s.closed || s.sequence > sent_; });
       if (s.closed) return false;
       if (s.sequence > sent_) {
         // Fell behind the kept events: everything again.

@@ -3,28 +3,9 @@
 #include "platform/files.hpp"
 #include "recording/event_log.hpp"
 
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
-
 namespace tavrel {
-namespace {
 
 using recording::describe;
-
-// A body is the whole file, read on the worker's or the completion queue's thread and freed on
-// the URL session's. glibc raises its mmap threshold to the size of each large block freed, so
-// from the second pass on bodies come from those threads' arenas, and each arena keeps up to
-// twice that size of freed memory: resident memory then grows by about three times the file's
-// growth over a session. Given back once the attempt is over (the body went before its
-// completion was queued): once an attempt, at most four every 30 s.
-void returnFreedUploadMemory() {
-#if defined(__GLIBC__)
-  malloc_trim(0);
-#endif
-}
-
-}  // namespace
 
 void TavrelSDK::processEvents(const void* /*unused*/) {
   for (;;) {
@@ -73,7 +54,6 @@ void TavrelSDK::uploadFileToUrl(const std::optional<std::string>& fileName, cons
   request.keepsResponseBody = false;  // only the status counts
   // The attempt keeps the name and URL it began with, whatever a later set-up stores.
   platform.dataTask(std::move(request), [fileName, url, retries, callback](UrlResponse response) {
-    returnFreedUploadMemory();
     Platform& platform = Platform::current();
     if (response.error) {
       platform.log("SDK > Failed to upload " + describe(fileName) + " to " + describe(url));

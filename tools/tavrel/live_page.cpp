@@ -310,8 +310,13 @@ void LivePage::refresh() {
   for (auto& [url, upload] : uploads) {
     // Decoded and drawn outside the lock: only this thread changes the recordings.
     const auto found = s.recordings.find(url);
-    State::Recording recording = found != s.recordings.end() ? found->second : State::Recording{};
+    State::Recording recording;  // its id and version only: the old file's contents are not copied
+    if (found != s.recordings.end()) {
+      recording.id = found->second.id;
+      recording.version = found->second.version;
+    }
     recording.contents = readEventFile(upload.body);
+    upload.body = {};
     recording.time = upload.time;
     ++recording.version;
     std::vector<std::pair<std::string, State::Recording>> changed;

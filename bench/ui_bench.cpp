@@ -2,8 +2,9 @@
 // - sizeWithAttributes against a bare Pango measurement with a reused layout (goal: at most
 //   1.3×);
 // - a whole frame of 844 × 390 points at scale 2: three labels and ten white discs over a
-//   transparent background (goal: at most 1.5 ms), and the frame after only the labels moved
-//   (goal: at most 0.3× the whole frame);
+//   transparent background, every view drawn again (goal: at most 1.5 ms), and the frame after
+//   only the labels moved, which composites what they drew (goal: at most 0.04× the whole
+//   frame);
 // - a touch (down and up) through hit testing and a responder chain five views deep (goal:
 //   at most 2 µs).
 // Times are CPU time of the thread: the machine is shared.
@@ -97,9 +98,11 @@ struct DrawingScene : Screen {
     }
     UIHost::current().renderFrame();
   }
-  // The root view covers the screen: marking it draws the whole frame again.
+  // The root view covers the screen: marking it and the labels draws the whole frame again,
+  // text included, as the first frame after a change of screen does.
   void wholeFrame() {
     root->view()->setNeedsDisplay();
+    for (const auto& label : labels) label->setNeedsDisplay();
     benchmark::DoNotOptimize(UIHost::current().renderFrame().damage.size());
   }
   void labelsMoved(int step) {

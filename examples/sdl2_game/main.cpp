@@ -66,13 +66,14 @@ int main(int argc, char** argv) {
     return 1;
   }
   SDL_Window* window = SDL_CreateWindow("sdl2_game", SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, kWidth,
-                                        kHeight, SDL_WINDOW_SHOWN);
+                                        kHeight, SDL_WINDOW_SHOWN | SDL_WINDOW_RESIZABLE);
   SDL_Renderer* renderer = window ? SDL_CreateRenderer(window, -1, 0) : nullptr;
   if (renderer == nullptr) {
     std::fprintf(stderr, "sdl2_game: %s\n", SDL_GetError());
     return 1;
   }
-  // The library's views are drawn in this window, before any of them is made.
+  // The library's views are drawn in this window, before any of them is made; they follow its
+  // size through the window events handed to the host.
   auto host = std::make_shared<tavrel::SdlHost>(window, renderer);
   tavrel::UIHost::install(host);
 

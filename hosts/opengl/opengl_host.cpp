@@ -257,6 +257,7 @@ void OpenGLHost::resize(CGSize windowSize, int framebufferWidth, int framebuffer
   framebufferWidth_ = framebufferWidth;
   framebufferHeight_ = framebufferHeight;
   scale_ = windowSize.width > 0 && framebufferWidth > 0 ? framebufferWidth / windowSize.width : 1.0;
+  screenChanged();
 }
 
 void OpenGLHost::presentFrame(const UIFrame& frame) {

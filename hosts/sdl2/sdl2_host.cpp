@@ -36,26 +36,36 @@ SdlInput::SdlInput(SDL_Window* window) : windowId_(SDL_GetWindowID(window)) {
   SDL_StopTextInput();
 }
 
-SdlHost::SdlHost(SDL_Window* window, SDL_Renderer* renderer, double scale) : renderer_(renderer), input_(window) {
-  int width = 0;
-  int height = 0;
-  SDL_GetWindowSize(window, &width, &height);
-  screenSize_ = CGSizeMake(width, height);
-  if (scale <= 0.0) {
-    int pixelWidth = 0;
-    int pixelHeight = 0;
-    scale = SDL_GetRendererOutputSize(renderer, &pixelWidth, &pixelHeight) == 0 && width > 0
-                ? static_cast<double>(pixelWidth) / width
-                : 1.0;
-  }
-  scale_ = scale;
+SdlHost::SdlHost(SDL_Window* window, SDL_Renderer* renderer, double scale)
+    : window_(window), renderer_(renderer), input_(window), requestedScale_(scale) {
+  readWindowSize();
   // Where the renderer takes this blend mode, pixels go up as Cairo drew them (makeTexture()).
   blendMode_ = SDL_ComposeCustomBlendMode(SDL_BLENDFACTOR_ONE, SDL_BLENDFACTOR_ONE_MINUS_SRC_ALPHA,
                                           SDL_BLENDOPERATION_ADD, SDL_BLENDFACTOR_ONE,
                                           SDL_BLENDFACTOR_ONE_MINUS_SRC_ALPHA, SDL_BLENDOPERATION_ADD);
-  if (!makeTexture(static_cast<int>(std::lround(width * scale_)), static_cast<int>(std::lround(height * scale_)))) {
+  if (!makeTexture(static_cast<int>(std::lround(screenSize_.width * scale_)),
+                   static_cast<int>(std::lround(screenSize_.height * scale_)))) {
     throwSdlError("SDL_CreateTexture");
   }
+}
+
+bool SdlHost::readWindowSize() {
+  int width = 0;
+  int height = 0;
+  SDL_GetWindowSize(window_, &width, &height);
+  double scale = requestedScale_;
+  if (scale <= 0.0) {
+    int pixelWidth = 0;
+    int pixelHeight = 0;
+    scale = SDL_GetRendererOutputSize(renderer_, &pixelWidth, &pixelHeight) == 0 && width > 0
+                ? static_cast<double>(pixelWidth) / width
+                : 1.0;
+  }
+  const CGSize size = CGSizeMake(width, height);
+  if (size == screenSize_ && scale == scale_) return false;
+  screenSize_ = size;
+  scale_ = scale;
+  return true;
 }
 
 // The texture is left to the renderer, which frees it with itself: at exit a game has usually
@@ -126,6 +136,12 @@ void SdlHost::upload(const UIFrame& frame, PixelRect rect) {
 }
 
 bool SdlHost::handleEvent(const SDL_Event& event) {
+  // A new size, or a screen of another scale (its drawable size changes with it).
+  if (event.type == SDL_WINDOWEVENT && event.window.windowID == SDL_GetWindowID(window_) &&
+      (event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED || event.window.event == SDL_WINDOWEVENT_DISPLAY_CHANGED) &&
+      readWindowSize()) {
+    screenChanged();
+  }
   switch (event.type) {
     case SDL_RENDER_TARGETS_RESET:
       uploadWholeFrame_ = true;

@@ -496,7 +496,9 @@ void VulkanHost::resize(CGSize windowSize, VkExtent2D extent) {
   const CGSize screen = screenSize_;
   const double scale = scale_;
   setSize(windowSize, extent);
-  if (!device_ || (screen == screenSize_ && scale == scale_)) return;
+  if (screen == screenSize_ && scale == scale_) return;
+  screenChanged();
+  if (!device_) return;
   // The texture changes size with the frame; earlier frames may still read the old one.
   device_->waitIdle();
   device_->destroyTexture();

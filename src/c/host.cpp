@@ -19,17 +19,10 @@ using tavrel::c::guarded;
 namespace {
 
 // A host whose frames go to a C callback.
-class CallbackHost final : public UIHost {
+class CallbackHost final : public tavrel::HeadlessHost {
  public:
   CallbackHost(tavrel::CGSize size, double scale, tavrel_frame_callback onFrame, void* userData)
-      : size_(size), scale_(scale), onFrame_(onFrame), userData_(userData) {}
-  tavrel::CGSize screenSize() const override { return size_; }
-  double screenScale() const override { return scale_; }
-  void resize(tavrel::CGSize size, double scale) {
-    size_ = size;
-    scale_ = scale;
-    screenChanged();
-  }
+      : HeadlessHost(size, scale), onFrame_(onFrame), userData_(userData) {}
 
  protected:
   void presentFrame(const tavrel::UIFrame& frame) override {
@@ -39,8 +32,6 @@ class CallbackHost final : public UIHost {
   }
 
  private:
-  tavrel::CGSize size_;
-  double scale_;
   tavrel_frame_callback onFrame_;
   void* userData_;
   std::vector<tavrel_rect> damage_;
@@ -134,7 +125,7 @@ tavrel_status tavrel_host_new(double width, double height, double scale, tavrel_
 
 tavrel_status tavrel_host_resize(tavrel_host* host, double width, double height, double scale) {
   return onHost("tavrel_host_resize", host, [&](const Call& call, UIHost& ui) {
-    auto* own = dynamic_cast<CallbackHost*>(&ui);
+    auto* own = dynamic_cast<tavrel::HeadlessHost*>(&ui);
     if (!own) return call.fail(TAVREL_ERROR_INVALID_ARGUMENT, "host was not made by tavrel_host_new: use its library's resize call");
     if (const tavrel_status status = screenInRange(call, width, height, scale)) return status;
     own->resize({width, height}, scale);

@@ -8,6 +8,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <utility>
+
 namespace tavrel {
 namespace {
 
@@ -40,17 +42,38 @@ LoginView::~LoginView() {
   NotificationCenter::defaultCenter().removeObserver(this, std::string(kAuthenticateFailedNotification), this);
 }
 
+LoginView::FormFrames LoginView::formFrames() const {
+  const CGSize size = frame().size;
+  return {CGRectMake(0.0, 0.0, size.width, size.height), rowFrame(centerX(), labelWidth(), topY(), kLabelHeight),
+          rowFrame(centerX(), inputWidth(), topY() + 80, kRowHeight),
+          rowFrame(centerX(), inputWidth(), topY() + 170, kRowHeight),
+          rowFrame(centerX(), buttonWidth(), topY() + formHeight() - 80, kRowHeight)};
+}
+
+void LoginView::layoutSubviews() {
+  const FormFrames frames = formFrames();
+  const std::pair<UIView*, CGRect> placed[] = {{background().get(), frames.background},
+                                               {lblInformation().get(), frames.information},
+                                               {txtUsername().get(), frames.username},
+                                               {txtPassword().get(), frames.password},
+                                               {btnLogin().get(), frames.login}};
+  // A game may have replaced an element with none.
+  for (const auto& [view, frame] : placed) {
+    if (view) view->setFrame(frame);
+  }
+}
+
 void LoginView::createBackground() {
   // Decoded for every view, never cached: the page is rare and the bytes are not kept.
   const auto png = dataWithBase64EncodedString(loginBackgroundBase64(), /*ignoreUnknownCharacters=*/true);
   setBackground(std::make_shared<UIImageView>(png ? UIImage::imageWithData(*png) : nullptr));
   // Stretched to the whole view, proportions aside.
-  background()->setFrame(CGRectMake(0.0, 0.0, frame().size.width, frame().size.height));
+  background()->setFrame(formFrames().background);
   addSubview(background());
 }
 
 void LoginView::createInformationLabel() {
-  setLblInformation(std::make_shared<UILabel>(rowFrame(centerX(), labelWidth(), topY(), kLabelHeight)));
+  setLblInformation(std::make_shared<UILabel>(formFrames().information));
   lblInformation()->setBackgroundColor(UIColor::colorWithRed(0.0, 0.0, 0.0, 0.05));
   lblInformation()->setText("Enter your Tavrel login details to start...");
   lblInformation()->setTextColor(UIColor::whiteColor());
@@ -70,7 +93,7 @@ void LoginView::styleTextField(UITextField& field) {
 }
 
 void LoginView::createUsernameTextField() {
-  setTxtUsername(std::make_shared<UITextField>(rowFrame(centerX(), inputWidth(), topY() + 80, kRowHeight)));
+  setTxtUsername(std::make_shared<UITextField>(formFrames().username));
   styleTextField(*txtUsername());
   txtUsername()->setPlaceholder("Tavrel username");
   txtUsername()->setDelegate(this);
@@ -78,7 +101,7 @@ void LoginView::createUsernameTextField() {
 }
 
 void LoginView::createPasswordTextField() {
-  setTxtPassword(std::make_shared<UITextField>(rowFrame(centerX(), inputWidth(), topY() + 170, kRowHeight)));
+  setTxtPassword(std::make_shared<UITextField>(formFrames().password));
   styleTextField(*txtPassword());
   txtPassword()->setSecureTextEntry(true);
   txtPassword()->setPlaceholder("Password");
@@ -88,7 +111,7 @@ void LoginView::createPasswordTextField() {
 
 void LoginView::createLoginButton() {
   setBtnLogin(UIButton::buttonWithType(UIButtonType::Custom));
-  btnLogin()->setFrame(rowFrame(centerX(), buttonWidth(), topY() + formHeight() - 80, kRowHeight));
+  btnLogin()->setFrame(formFrames().login);
   btnLogin()->setTitle("Login", UIControlStateNormal);
   btnLogin()->setTitle("Connecting...", UIControlStateDisabled);
   btnLogin()->setBackgroundColor(UIColor::colorWithRed(1.0, 0.4, 0.0, 1.0));

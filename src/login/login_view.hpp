@@ -1,8 +1,9 @@
 #pragma once
 
 // The login form: background picture, a line of instructions, user name and password fields and
-// the Login button, laid out once from the view's size at creation by integer arithmetic, so the
-// same layout comes out at any screen size. It knows nothing of the service: it posts
+// the Login button, laid out from the view's size by integer arithmetic, so the same layout comes
+// out at any screen size: at creation, and again by the same rules when the view changes size
+// (a window resized), the fields keeping their text and focus. It knows nothing of the service: it posts
 // kAuthenticateNotification when the button is tapped and goes back to ready when
 // kAuthenticateFailedNotification is posted with it as object.
 //
@@ -55,6 +56,9 @@ class TAVREL_EXPORT LoginView : public UIView, public UITextFieldDelegate {
   // Takes the focus from both fields, whichever holds it.
   void hideKeyboard();
 
+  // The elements take their frames anew for the view's new size.
+  void layoutSubviews() override;
+
   // Layout values from the present frame's width W and height H, each truncated toward zero.
   std::int32_t buttonWidth() const;  // 0.75 W
   std::int32_t inputWidth() const;   // 0.9 W
@@ -65,6 +69,11 @@ class TAVREL_EXPORT LoginView : public UIView, public UITextFieldDelegate {
   std::int32_t formHeight() const;   // 370
 
  private:
+  // Where each element stands for the present frame.
+  struct FormFrames {
+    CGRect background, information, username, password, login;
+  };
+  FormFrames formFrames() const;
   void createBackground();
   void createInformationLabel();
   // Needs the field's frame: the text inset is as high as the field.

@@ -39,23 +39,38 @@ std::int32_t OverlayView::watermarkFontSize(double height) {
   return truncateToInt32(30.0f * scale);
 }
 
-void OverlayView::showTouches() {
-  _enableTouches = true;
-  const CGSize screen = UIScreen::mainScreen().bounds().size;
+void OverlayView::readScreenSize(CGSize screen) {
   _width = truncateToInt32(screen.width);
   _height = truncateToInt32(screen.height);
+}
+
+void OverlayView::readWatermarkScreen(CGSize screen) {
+  _font = UIFont::monospacedDigitSystemFontOfSize(static_cast<double>(watermarkFontSize(screen.height)),
+                                                  UIFontWeightRegular);
+  readScreenSize(screen);
+  // The canvas keeps the screen's fractions; the touch scaling above does not.
+  _watermark->setCanvasDimensionWithWidth(static_cast<float>(screen.width), static_cast<float>(screen.height));
+}
+
+void OverlayView::showTouches() {
+  _enableTouches = true;
+  readScreenSize(UIScreen::mainScreen().bounds().size);
+}
+
+void OverlayView::layoutSubviews() {
+  const CGSize screen = UIScreen::mainScreen().bounds().size;
+  if (_enableTouches) readScreenSize(screen);
+  if (!_enableWatermark) return;
+  readWatermarkScreen(screen);
+  // Placed anew within the new canvas: a line drawn for the old one may lie outside it.
+  _watermark->setBehaviourType(_watermark->getBehaviourType());
+  for (const auto& label : _textViews) label->setFont(_font);
 }
 
 void OverlayView::showWatermark() {
   if (_enableWatermark) return;
   _enableWatermark = true;
-  const CGSize screen = UIScreen::mainScreen().bounds().size;
-  _font = UIFont::monospacedDigitSystemFontOfSize(static_cast<double>(watermarkFontSize(screen.height)),
-                                                  UIFontWeightRegular);
-  _width = truncateToInt32(screen.width);
-  _height = truncateToInt32(screen.height);
-  // The canvas keeps the screen's fractions; the touch scaling above does not.
-  _watermark->setCanvasDimensionWithWidth(static_cast<float>(screen.width), static_cast<float>(screen.height));
+  readWatermarkScreen(UIScreen::mainScreen().bounds().size);
   _watermark->setBehaviourType(WatermarkBehaviourTypeTicker);
   // Weakly held: the timer must not keep a let-go overlay alive, nor tick a destroyed one.
   std::weak_ptr<UIResponder> weakSelf = weak_from_this();
@@ -85,8 +100,11 @@ void OverlayView::timerFired(Timer* /*timer*/) {
   if (!_watermark) return;
   // The update still sees the previous tick's text size (none on the first tick).
   _watermark->updateWithDelta(kTickStep);
-  const TextAttributes attributes{_font, UIColor::whiteColor()};
-  const std::string text = TavrelSDK::getTimestamp() + "-" + TavrelSDK::getUserId();
+  static const std::shared_ptr<UIColor> white = UIColor::whiteColor();
+  const TextAttributes attributes{_font, white};
+  // Composed in a buffer kept from tick to tick: the text changes once a second.
+  std::string& text = _text;
+  text.assign(TavrelSDK::getTimestamp()).append("-").append(TavrelSDK::getUserId());
   const CGSize size = measureText(text, attributes);
   // Not rounded up to whole points: the labels are as wide as the text with its fraction.
   _watermark->setTextDimensionsWithWidth(static_cast<float>(size.width), static_cast<float>(size.height));
@@ -119,7 +137,7 @@ void OverlayView::timerFired(Timer* /*timer*/) {
     const auto& label = _textViews[i];
     label->removeFromSuperview();
     label->setFrame(labelFrame((*_renderItems)[i]));
-    label->setText(text);
+    if (label->text() != text) label->setText(text);
     addSubview(label);
   }
 }

@@ -14,6 +14,11 @@
 // engine by a fixed step, measures the text "<timestamp>-<user id>" and brings one label per
 // placement in line with the engine's list.
 //
+// A screen that changes size (the overlay follows it): the switches that are on read the
+// screen again as they did when switched on, so touches scale to the new size, and the
+// watermark takes a font for the new height and its canvas anew; its behaviour starts again
+// within the new canvas, so the next tick places every copy inside it.
+//
 // Thread safety: main thread only, like every view; the timer fires on the main thread.
 
 #include <tavrel_sdk/platform.hpp>
@@ -80,6 +85,8 @@ class TAVREL_EXPORT OverlayView : public UIView {
   void showWatermark();
   // One watermark tick; the timer's argument is not used.
   void timerFired(Timer* timer);
+  // After a change of size: the screen read again, as above.
+  void layoutSubviews() override;
 
   // --- For inspection --------------------------------------------------------------------
   bool touchesEnabled() const { return _enableTouches; }
@@ -106,6 +113,10 @@ class TAVREL_EXPORT OverlayView : public UIView {
   virtual CGSize measureText(const std::string& text, const TextAttributes& attributes) const;
 
  private:
+  // The screen's size in whole points, for scaling touches.
+  void readScreenSize(CGSize screen);
+  // Font, whole points and canvas for the watermark, in the order showWatermark takes them.
+  void readWatermarkScreen(CGSize screen);
   void endTouches(const UITouchSet& touches);
   std::shared_ptr<UILabel> makeLabel(CGRect frame, const std::string& text) const;
   CGRect labelFrame(const RenderItem& item) const;
@@ -123,6 +134,7 @@ class TAVREL_EXPORT OverlayView : public UIView {
   std::optional<std::vector<RenderItem>> _renderItems;
   std::vector<std::shared_ptr<UILabel>> _textViews;
   std::shared_ptr<UIFont> _font;
+  std::string _text;  // the latest tick's
   // The screen in whole points, for scaling touch coordinates.
   std::int32_t _width = 0;
   std::int32_t _height = 0;

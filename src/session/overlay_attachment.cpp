@@ -29,6 +29,8 @@ void TavrelSDK::showOverlay(std::shared_ptr<UIViewController> viewController) {
   auto overlay = std::make_shared<OverlayView>(UIScreen::mainScreen().bounds());
   setOverlayView(overlay);
   overlay->setMultipleTouchEnabled(true);
+  // It covers the screen when the screen changes size (a window resized).
+  overlay->setAutoresizingMask(UIViewAutoresizingFlexibleWidth | UIViewAutoresizingFlexibleHeight);
   overlay->setBackgroundColor(UIColor::blackColor()->colorWithAlphaComponent(0.0));
   // Without a controller yet the overlay is made and attached to nothing, for good: a later
   // call stops at the guard above.

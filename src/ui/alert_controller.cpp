@@ -62,6 +62,14 @@ double wrappedHeight(const std::string& text, const std::shared_ptr<UIFont>& fon
   return std::ceil(lines * font->lineHeight());
 }
 
+// The box in the middle of the dimmed screen, on whole points.
+void centreBox(UIView& dimming) {
+  if (dimming.subviews().empty()) return;
+  UIView& box = *dimming.subviews().front();
+  const CGSize screen = dimming.bounds().size, size = box.bounds().size;
+  box.setFrame({{std::floor((screen.width - size.width) / 2.0), std::floor((screen.height - size.height) / 2.0)}, size});
+}
+
 }  // namespace
 
 UIAlertAction::UIAlertAction(std::optional<std::string> title, UIAlertActionStyle style, Handler handler)
@@ -143,11 +151,13 @@ void UIAlertController::loadView() {
     if (!sideBySide || i + 1 == actions_.size()) y += kButtonHeight;
   }
 
-  box->setFrame(CGRectMake(std::floor((screen.size.width - kBoxWidth) / 2.0), std::floor((screen.size.height - y) / 2.0),
-                           kBoxWidth, y));
+  box->setFrame(CGRectMake(0.0, 0.0, kBoxWidth, y));
   dimming->addSubview(box);
+  centreBox(*dimming);
   setView(dimming);
 }
+
+void UIAlertController::viewWillLayoutSubviews() { centreBox(*view()); }
 
 void UIAlertController::actionTapped(const std::shared_ptr<UIAlertAction>& action) {
   auto presenter = presentingViewController();

@@ -53,6 +53,14 @@ UIView* UIWindow::hitTest(CGPoint point, const UIEvent* event) {
   return UIView::hitTest(point, event);
 }
 
+void UIWindow::layoutSubviews() {
+  // On a copy: a view's layout may change what the window holds.
+  const auto subviews = this->subviews();
+  for (const auto& view : subviews) {
+    if (UIViewController* controller = view->viewController()) controller->followWindow(bounds());
+  }
+}
+
 UIView* UIWindow::topPresentedView() const {
   for (auto it = subviews().rbegin(); it != subviews().rend(); ++it) {
     const UIViewController* controller = (*it)->viewController();

@@ -93,11 +93,24 @@ bool UIHost::writePNG(const std::string& path) {
   return std::fclose(file) == 0 && written;
 }
 
+std::size_t UIHost::backingStoreBytes() const { return renderer_->stores.bytes(); }
+
+std::size_t UIHost::backingStoreBytes(const UIView& view) const { return renderer_->stores.bytesOf(view); }
+
 void UIHost::screenChanged() {
   renderer_->reset();
+  // A host not yet installed has no screen to lay out.
+  if (installedHost().get() != this) return;
   if (auto window = UIApplication::sharedApplication().keyWindow()) window->setFrame({{}, screenSize()});
 }
 
 HeadlessHost::HeadlessHost(CGSize screenSize, double scale) : screenSize_(screenSize), scale_(scale) {}
+
+void HeadlessHost::resize(CGSize screenSize, double scale) {
+  if (screenSize == screenSize_ && scale == scale_) return;
+  screenSize_ = screenSize;
+  scale_ = scale;
+  screenChanged();
+}
 
 }  // namespace tavrel

@@ -39,6 +39,7 @@ void collect(const UIView& view, CGPoint origin, CGRect clip, double alpha, std:
   entry.alive = view.weak_from_this();
   entry.shared = !entry.alive.expired();
   entry.displayVersion = view.displayVersion();
+  entry.layerVersion = view.layerVersion();
   entry.rect = CGRectIntersection({origin, bounds.size}, clip);
   entry.contentOrigin = {origin.x - bounds.origin.x, origin.y - bounds.origin.y};
   entry.clip = clip;
@@ -158,6 +159,8 @@ void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>
     if (restacked || !entry.sitsSame(old)) {
       damage.add(old.rect);
       damage.add(entry.rect);
+    } else if (entry.layerVersion != old.layerVersion) {
+      damage.add(entry.rect);
     } else if (entry.displayVersion != old.displayVersion) {
       const std::optional<CGRect> part = entry.view->displayChangeSince(old.displayVersion);
       damage.add(part ? CGRectIntersection({{part->origin.x + entry.contentOrigin.x, part->origin.y + entry.contentOrigin.y},
@@ -171,10 +174,22 @@ void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>
   }
 }
 
+// Whether drawRect of `view`'s class draws anything of its own: tried once on a pixel.
+bool probeDrawsContent(UIView& view) {
+  cairo_surface_t* pixel = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 1, 1);
+  cairo_t* cr = cairo_create(pixel);
+  baseDrawRectReached() = false;
+  view.drawRect(cr, view.bounds());
+  cairo_destroy(cr);
+  cairo_surface_destroy(pixel);
+  return !baseDrawRectReached();
+}
+
 class Painter {
  public:
-  Painter(cairo_t* cr, const std::vector<RenderEntry>& entries, const Damage& damage)
-      : cr_(cr), entries_(entries), damage_(damage) {}
+  Painter(cairo_t* cr, const std::vector<RenderEntry>& entries, const Damage& damage, BackingStores& stores,
+          double scale)
+      : cr_(cr), entries_(entries), damage_(damage), stores_(stores), scale_(scale) {}
 
   void paint(const UIView& view) {
     if (!isDrawn(view)) return;
@@ -212,9 +227,9 @@ class Painter {
     const CGRect bounds = view.bounds();
     cairo_translate(cr_, -bounds.origin.x, -bounds.origin.y);
     if (drawSelf && content) {
-      cairo_save(cr_);
-      const_cast<UIView&>(view).drawRect(cr_, bounds);
-      cairo_restore(cr_);
+      if (const BackingStore* store = stores_.storeFor(const_cast<UIView&>(view), scale_)) {
+        composite(*store, bounds.origin, partAlpha);
+      }
     }
     for (const auto& subview : view.subviews()) paint(*subview);
     cairo_restore(cr_);
@@ -234,16 +249,115 @@ class Painter {
   }
 
  private:
+  // The kept pixels with their first pixel at `origin` (points, the current user space),
+  // placed on the nearest whole device pixel: text stays as sharp as it was drawn.
+  void composite(const BackingStore& store, CGPoint origin, double alpha) {
+    double x = origin.x, y = origin.y;
+    cairo_user_to_device(cr_, &x, &y);
+    x = std::round(x);
+    y = std::round(y);
+    cairo_save(cr_);
+    cairo_identity_matrix(cr_);
+    cairo_rectangle(cr_, x, y, store.width, store.height);
+    cairo_clip(cr_);
+    cairo_set_source_surface(cr_, store.surface, x, y);
+    cairo_paint_with_alpha(cr_, alpha);
+    cairo_restore(cr_);
+  }
+
   cairo_t* cr_;
   const std::vector<RenderEntry>& entries_;
   const Damage& damage_;
+  BackingStores& stores_;
+  double scale_;
   std::size_t next_ = 0;
 };
 
 }  // namespace
 
+BackingStore::~BackingStore() {
+  if (surface) cairo_surface_destroy(surface);
+}
+
+std::size_t BackingStore::bytes() const {
+  return surface ? static_cast<std::size_t>(cairo_image_surface_get_stride(surface)) * static_cast<std::size_t>(height)
+                 : 0;
+}
+
 UIHost::Renderer::~Renderer() {
   if (surface) cairo_surface_destroy(surface);
+}
+
+const BackingStore* BackingStores::storeFor(UIView& view, double scale) {
+  auto known = drawsContent_.find(typeid(view));
+  if (known == drawsContent_.end()) known = drawsContent_.emplace(typeid(view), probeDrawsContent(view)).first;
+  if (!known->second) return nullptr;
+  const CGRect bounds = view.bounds();
+  const int width = static_cast<int>(std::ceil(bounds.size.width * scale - 1e-9));
+  const int height = static_cast<int>(std::ceil(bounds.size.height * scale - 1e-9));
+  if (width <= 0 || height <= 0) return nullptr;
+
+  auto& slot = stores_[&view];
+  if (slot && slot->owner.lock().get() != &view) {
+    bytes_ -= slot->bytes();
+    slot.reset();  // another view's, at an address used again
+  }
+  if (!slot) {
+    slot = std::make_unique<BackingStore>();
+    slot->owner = view.weak_from_this();
+  }
+  BackingStore& store = *slot;
+  const bool resized = store.width != width || store.height != height;
+  if (resized) {
+    bytes_ -= store.bytes();
+    if (store.surface) cairo_surface_destroy(store.surface);
+    store.surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
+    store.width = width;
+    store.height = height;
+    bytes_ += store.bytes();
+  }
+  const bool whole = resized || store.scale != scale || store.origin != bounds.origin || store.version == 0;
+  if (!whole && store.version == view.displayVersion()) return &store;
+
+  const std::optional<CGRect> part = whole ? std::nullopt : view.displayChangeSince(store.version);
+  cairo_t* cr = cairo_create(store.surface);
+  if (part) {
+    // The part on whole pixels: clearing a fraction of one would leave it half cleared.
+    const double left = std::floor((part->minX() - bounds.origin.x) * scale);
+    const double top = std::floor((part->minY() - bounds.origin.y) * scale);
+    cairo_rectangle(cr, left, top, std::ceil((part->maxX() - bounds.origin.x) * scale) - left,
+                    std::ceil((part->maxY() - bounds.origin.y) * scale) - top);
+    cairo_clip(cr);
+  }
+  cairo_set_operator(cr, CAIRO_OPERATOR_CLEAR);
+  cairo_paint(cr);
+  cairo_set_operator(cr, CAIRO_OPERATOR_OVER);
+  cairo_scale(cr, scale, scale);
+  cairo_translate(cr, -bounds.origin.x, -bounds.origin.y);
+  view.drawRect(cr, part ? CGRectIntersection(*part, bounds) : bounds);
+  cairo_destroy(cr);
+  cairo_surface_flush(store.surface);
+  store.scale = scale;
+  store.origin = bounds.origin;
+  store.version = view.displayVersion();
+  return &store;
+}
+
+void BackingStores::freeOffTheTree(const UIWindow* window) {
+  for (auto it = stores_.begin(); it != stores_.end();) {
+    const auto owner = it->second->owner.lock();
+    if (owner && window && it->first->window() == window) {
+      ++it;
+      continue;
+    }
+    bytes_ -= it->second->bytes();
+    it = stores_.erase(it);
+  }
+}
+
+std::size_t BackingStores::bytesOf(const UIView& view) const {
+  const auto found = stores_.find(&view);
+  return found == stores_.end() || found->second->owner.lock().get() != &view ? 0 : found->second->bytes();
 }
 
 void UIHost::Renderer::reset() {
@@ -285,9 +399,10 @@ const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
     cairo_paint(cr);
     cairo_set_operator(cr, CAIRO_OPERATOR_OVER);
     cairo_scale(cr, scale, scale);
-    if (window) Painter(cr, entries, damage).paint(*window);
+    if (window) Painter(cr, entries, damage, stores, scale).paint(*window);
     cairo_destroy(cr);
     cairo_surface_flush(surface);
+    stores.freeOffTheTree(window.get());
   }
   frame.pixels = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(surface));
   frame.damage = damage.rects();

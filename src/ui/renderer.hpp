@@ -3,6 +3,13 @@
 // The host's renderer: draws the key window's tree with Cairo into one premultiplied ARGB32
 // buffer, again only where something changed since the last frame.
 //
+// Each view whose class draws content of its own (overrides drawRect) keeps that drawing in a
+// backing store at the screen's scale, as the platform's layers do: drawRect runs again only
+// when the view asked for it (setNeedsDisplay, setNeedsDisplayInRect: that part alone), its
+// size or the scale changed. A frame composites the kept pixels at whole device pixels, so
+// moving a view, its alpha or hidden costs a copy, not a drawing. A view that leaves the tree
+// lets go of its store at the next frame.
+//
 // Each frame walks the tree into a flat list of what each visible view looks like on screen
 // (its rectangle, clip, effective alpha and displayVersion) in paint order. The list is
 // compared with the last frame's: a view that appeared, went, changed or changed its stacking
@@ -21,6 +28,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <typeindex>
+#include <unordered_map>
 #include <vector>
 
 namespace tavrel {
@@ -31,6 +40,7 @@ struct RenderEntry {
   std::weak_ptr<const UIResponder> alive;  // a dead view's address may be reused
   bool shared = false;                     // held by a shared_ptr when seen, so `alive` tells
   std::uint64_t displayVersion = 0;
+  std::uint64_t layerVersion = 0;
   CGRect rect;      // on screen in points, within `clip`
   CGPoint contentOrigin;  // where the view's bounds origin lies on screen
   CGRect clip;      // what the ancestors' masksToBounds leave
@@ -42,6 +52,42 @@ struct RenderEntry {
   }
 };
 
+
+// What a view drew, kept between frames.
+struct BackingStore {
+  BackingStore() = default;
+  BackingStore(const BackingStore&) = delete;
+  BackingStore& operator=(const BackingStore&) = delete;
+  ~BackingStore();
+
+  std::weak_ptr<const UIResponder> owner;  // a dead view's address may be reused
+  cairo_surface_t* surface = nullptr;
+  int width = 0, height = 0;  // pixels
+  double scale = 0.0;
+  CGPoint origin;             // the bounds origin it was drawn for
+  std::uint64_t version = 0;  // the view's displayVersion() when drawn
+  std::size_t bytes() const;
+};
+
+// Reached when UIView's own drawRect() runs: a class that keeps it draws nothing of its own.
+bool& baseDrawRectReached();
+
+// The stores of one renderer's views.
+class BackingStores {
+ public:
+  // The store of `view` as it should show now, drawn again where needed; null for a view
+  // whose class draws nothing, or of no size.
+  const BackingStore* storeFor(UIView& view, double scale);
+  // Lets go of the stores of views no longer in `window`'s tree.
+  void freeOffTheTree(const UIWindow* window);
+  std::size_t bytes() const { return bytes_; }
+  std::size_t bytesOf(const UIView& view) const;
+
+ private:
+  std::unordered_map<const UIView*, std::unique_ptr<BackingStore>> stores_;
+  std::size_t bytes_ = 0;
+  std::unordered_map<std::type_index, bool> drawsContent_;  // by class, found on first use
+};
 
 struct UIHost::Renderer {
   Renderer() = default;
@@ -57,6 +103,7 @@ struct UIHost::Renderer {
   cairo_surface_t* surface = nullptr;
   UIFrame frame;
   std::vector<RenderEntry> previous;
+  BackingStores stores;
 };
 
 }  // namespace tavrel

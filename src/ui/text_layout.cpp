@@ -6,6 +6,7 @@
 #include <fontconfig/fontconfig.h>
 #include <pango/pangofc-fontmap.h>
 
+#include <array>
 #include <cmath>
 #include <map>
 #include <memory>
@@ -61,6 +62,16 @@ struct TextSystem {
   std::unique_ptr<FontStack> withSystemFonts;
   bool systemFontsLooked = false;
   std::map<std::tuple<std::string, double, bool>, FontEntry> fonts;
+  // The latest texts measured: a text measured again in the same font (the watermark's, 15
+  // times a second, changing once a second) is a lookup, not a layout. A few slots, reused in
+  // turn, so a slot's string keeps its capacity and a hit allocates nothing.
+  struct Measured {
+    const FontEntry* font = nullptr;
+    std::string text;
+    CGSize size;
+  };
+  std::array<Measured, 8> measured;
+  std::size_t nextMeasured = 0;
 
   // `layout` of our faces' stack after `configure`, or its twin on the machine's fonts when our
   // faces lack one of the characters (the missing-glyph box stays where no font has it).
@@ -127,9 +138,19 @@ PangoLayout* measuringLayout(const UIFont& font, std::string_view text) {
 }
 
 CGSize measure(const UIFont& font, std::string_view text) {
+  TextSystem& s = system();
+  const FontEntry* entry = &s.entry(font);
+  for (const auto& kept : s.measured) {
+    if (kept.font == entry && kept.text == text) return kept.size;
+  }
   PangoRectangle logical;
   pango_layout_get_extents(measuringLayout(font, text), nullptr, &logical);
-  return {fromPango(logical.width), fromPango(logical.height)};
+  auto& slot = s.measured[s.nextMeasured];
+  s.nextMeasured = (s.nextMeasured + 1) % s.measured.size();
+  slot.font = entry;
+  slot.text.assign(text);
+  slot.size = {fromPango(logical.width), fromPango(logical.height)};
+  return slot.size;
 }
 
 Metrics metrics(const UIFont& font) {

@@ -1,6 +1,8 @@
 #include <tavrel_sdk/ui/view.hpp>
 #include <tavrel_sdk/ui/view_controller.hpp>
 
+#include "ui/renderer.hpp"
+
 #include <algorithm>
 #include <cmath>
 
@@ -16,25 +18,25 @@ constexpr double kMinimumHitTestAlpha = 0.01;
 void CALayer::setCornerRadius(double radius) {
   if (cornerRadius_ == radius) return;
   cornerRadius_ = radius;
-  view_.setNeedsDisplay();
+  view_.layerChanged();
 }
 
 void CALayer::setMasksToBounds(bool masks) {
   if (masksToBounds_ == masks) return;
   masksToBounds_ = masks;
-  view_.setNeedsDisplay();
+  view_.layerChanged();
 }
 
 void CALayer::setBorderWidth(double width) {
   if (borderWidth_ == width) return;
   borderWidth_ = width;
-  view_.setNeedsDisplay();
+  view_.layerChanged();
 }
 
 void CALayer::setBorderColor(std::optional<CGColorRef> color) {
   if (borderColor_ == color) return;
   borderColor_ = color;
-  view_.setNeedsDisplay();
+  view_.layerChanged();
 }
 
 UIView::UIView(CGRect frame) : bounds_{{}, frame.size}, center_{frame.midX(), frame.midY()} {}
@@ -57,40 +59,53 @@ void UIView::setFrame(CGRect frame) {
   if (center == center_ && frame.size == oldSize) return;
   center_ = center;
   bounds_.size = frame.size;
+  // Moved, it shows what it drew; a new size is drawn again.
+  if (frame.size == oldSize) return;
   setNeedsDisplay();
-  if (frame.size != oldSize) layoutSubviews();
+  sizeChanged(oldSize);
 }
 
 void UIView::setBounds(CGRect bounds) {
   if (bounds == bounds_) return;
-  const bool resized = bounds.size != bounds_.size;
+  const CGSize oldSize = bounds_.size;
   bounds_ = bounds;
   setNeedsDisplay();
-  if (resized) layoutSubviews();
+  if (bounds.size != oldSize) sizeChanged(oldSize);
+}
+
+void UIView::sizeChanged(CGSize oldSize) {
+  const double grownWidth = bounds_.size.width - oldSize.width;
+  const double grownHeight = bounds_.size.height - oldSize.height;
+  // On a copy: a subview's own layout may move views of this tree.
+  const auto subviews = subviews_;
+  for (const auto& subview : subviews) {
+    const unsigned mask = subview->autoresizingMask_;
+    if (!(mask & (UIViewAutoresizingFlexibleWidth | UIViewAutoresizingFlexibleHeight))) continue;
+    CGRect frame = subview->frame();
+    if (mask & UIViewAutoresizingFlexibleWidth) frame.size.width = std::max(0.0, frame.size.width + grownWidth);
+    if (mask & UIViewAutoresizingFlexibleHeight) frame.size.height = std::max(0.0, frame.size.height + grownHeight);
+    subview->setFrame(frame);
+  }
+  if (viewController_) viewController_->viewWillLayoutSubviews();
+  layoutSubviews();
 }
 
 void UIView::setCenter(CGPoint center) {
-  if (center == center_) return;
   center_ = center;
-  setNeedsDisplay();
 }
 
 void UIView::setAlpha(double alpha) {
-  if (alpha == alpha_) return;
   alpha_ = alpha;
-  setNeedsDisplay();
 }
 
 void UIView::setHidden(bool hidden) {
-  if (hidden == hidden_) return;
   hidden_ = hidden;
-  setNeedsDisplay();
 }
 
 void UIView::setBackgroundColor(std::shared_ptr<UIColor> color) {
   const bool same = color == backgroundColor_ || (color && backgroundColor_ && *color == *backgroundColor_);
   backgroundColor_ = std::move(color);
-  if (!same) setNeedsDisplay();
+  if (!same) layerChanged();
 }
 
 void UIView::setUserInteractionEnabled(bool enabled) { userInteractionEnabled_ = enabled; }
@@ -187,6 +202,8 @@ void UIView::setNeedsDisplay() {
   partialDisplays_.clear();
 }
 
+void UIView::layerChanged() { ++layerVersion_; }
+
 void UIView::setNeedsDisplayInRect(CGRect rect) {
   // Kept few: a renderer a few changes behind draws the whole view again, as it would anyway.
   constexpr std::size_t kPartialDisplaysKept = 4;
@@ -207,7 +224,12 @@ std::optional<CGRect> UIView::displayChangeSince(std::uint64_t version) const {
   return changed;
 }
 
-void UIView::drawRect(CGContextRef /*context*/, CGRect /*rect*/) {}
+bool& baseDrawRectReached() {
+  static bool reached = false;
+  return reached;
+}
+
+void UIView::drawRect(CGContextRef /*context*/, CGRect /*rect*/) { baseDrawRectReached() = true; }
 
 void UIView::setWindowForTree(UIWindow* window) {
   if (window_ == window) return;

@@ -182,6 +182,15 @@ UIResponder* UIViewController::nextResponder() const {
   return view_ ? view_->superview() : nullptr;
 }
 
+void UIViewController::followWindow(CGRect bounds) {
+  if (!view_) return;
+  if (transition_ && !transition_->fade) {
+    transition_->apply(*view_, bounds, transition_->progress(Platform::current().timeIntervalSince1970()));
+    return;
+  }
+  view_->setFrame(bounds);
+}
+
 void UIViewController::startTransition(std::shared_ptr<Transition> transition) {
   auto& platform = Platform::current();
   transition->startTime = platform.timeIntervalSince1970();

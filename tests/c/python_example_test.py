@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Runs examples/python/login_page.py against the built library and reads its output back: the
-PNG's size, and the page in the picture and in the view tree.
+"""Runs examples/python/login_page.py (the tavrel package from the source tree) against the built
+library and reads its output back: the PNG's size, and the page in the picture and in the view tree.
 
 python_example_test.py EXAMPLE LIBRARY
 """
@@ -19,8 +19,10 @@ def main():
     example, library = sys.argv[1:3]
     with tempfile.TemporaryDirectory() as out:
         png_path, tree_path = os.path.join(out, "login.png"), os.path.join(out, "login.json")
+        package = os.path.join(os.path.dirname(os.path.abspath(example)), "..", "..", "bindings", "python")
         subprocess.run([sys.executable, example, "--library", library, "-o", png_path, "--tree", tree_path,
-                        "--size", "320x480", "--scale", "1.5"], check=True, timeout=60)
+                        "--size", "320x480", "--scale", "1.5"], check=True, timeout=60,
+                       env=dict(os.environ, PYTHONPATH=package, PYTHONDONTWRITEBYTECODE="1"))
         with open(png_path, "rb") as f:
             png = f.read()
         with open(tree_path, encoding="utf-8") as f:

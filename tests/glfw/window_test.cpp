@@ -1,7 +1,7 @@
 // The example game in C (examples/glfw_game: GLFW, OpenGL 3.3, the library through its C
 // interface) in a real window under Xvfb with Mesa's software OpenGL, built against the
 // installed package and run against the mock service (tavrel serve) with a token it refuses.
-// Real X input (xdotool) logs in through the page. At three moments the game holds still and
+// Real X input (xdotool) shrinks the window under the page and logs in through it. At four moments the game holds still and
 // writes its own pixels and the library's frame; the screenshot (ImageMagick's import) must
 // then be that frame blended over those pixels, within 2 levels, and the game's pixels as
 // drawn wherever the frame is transparent. The screenshots stay in the build tree
@@ -68,11 +68,11 @@ TEST(GlfwWindow, aRefusedPlayerLogsInAndTheLibrarysFrameIsBlendedOverTheGamesOwn
   Background game({session.game, kRefusedToken, session.launchUrl}, dir + "/game.log");
 
   // The refusal brings the page.
-  const auto page = waitForLoginPage(session.treeFile);
+  auto page = waitForLoginPage(session.treeFile);
   ASSERT_TRUE(page) << readFile(dir + "/game.log") << readFile(session.treeFile);
-  const Box& login = page->login;
+  Box login = page->login;
   json tree;
-  const auto window = findWindow("glfw_game");
+  auto window = findWindow("glfw_game");
   ASSERT_TRUE(window);
   Shot shot{nullptr, *window};
 
@@ -116,6 +116,20 @@ TEST(GlfwWindow, aRefusedPlayerLogsInAndTheLibrarysFrameIsBlendedOverTheGamesOwn
   EXPECT_EQ(shot.count(isLoginOrange, login.midY(), login.midY() + 1, login.x + 4, login.x + 5), 1);
   release();
 
+  // The player shrinks the window (leaving full screen, a tiling window manager): the page is
+  // laid out again inside it, and the login below goes to its new places.
+  ASSERT_TRUE(run("xdotool windowsize --sync " + window->id + " 560 420", log)) << readFile(log);
+  window = findWindow("glfw_game");
+  ASSERT_TRUE(window && window->width == 560 && window->height == 420);
+  shot.window = *window;
+  page = waitForLoginPage(session.treeFile, 560);
+  ASSERT_TRUE(page) << readFile(session.treeFile);
+  login = page->login;
+  EXPECT_LT(login.y + login.height, 420) << "the button inside the window";
+  EXPECT_EQ(holdAndCompare("resized-page.png"), "");
+  EXPECT_EQ(shot.count(isLoginOrange, login.midY(), login.midY() + 1, login.x + 4, login.x + 5), 1);
+  release();
+
   ASSERT_TRUE(typeLogin(*window, *page, log)) << readFile(log);
   EXPECT_EQ(holdAndCompare("typed.png"), "");
   release();
@@ -134,11 +148,12 @@ TEST(GlfwWindow, aRefusedPlayerLogsInAndTheLibrarysFrameIsBlendedOverTheGamesOwn
     return text.is_string() && text.get<std::string>().ends_with("-" + userId);
   })) << tree.dump(1);
 
-  // A finger held on the scene: its mark and the watermark over the moving scene.
-  const int fingerX = 300;
-  const int fingerY = 520;
-  ASSERT_TRUE(run("xdotool mousemove --window " + window->id + " 280 510 mousedown 1 mousemove --window " +
-                      window->id + " 300 520",
+  // A finger held on the scene's ground (the bottom fifth of the resized window): its mark and
+  // the watermark over the moving scene.
+  const int fingerX = 210;
+  const int fingerY = 380;
+  ASSERT_TRUE(run("xdotool mousemove --window " + window->id + " 196 370 mousedown 1 mousemove --window " +
+                      window->id + " " + std::to_string(fingerX) + " " + std::to_string(fingerY),
                   log));
   waitUntil([&] {
     tree = readTree(session.treeFile);

@@ -35,7 +35,7 @@ class LoginViewTest : public testing::SimulatedGame {
   }
 };
 
-TEST_F(LoginViewTest, LaysOutTheFormOnceByIntegerHalvings) {
+TEST_F(LoginViewTest, LaysOutTheFormByIntegerHalvingsAndAgainForANewSize) {
   struct Layout {
     double width, height;
     std::int32_t topY;
@@ -61,9 +61,9 @@ TEST_F(LoginViewTest, LaysOutTheFormOnceByIntegerHalvings) {
     EXPECT_EQ(form->txtUsername()->frame(), expected.username);
     EXPECT_EQ(form->txtPassword()->frame(), expected.password);
     EXPECT_EQ(form->btnLogin()->frame(), expected.button);
-    form->setFrame(CGRectMake(0, 0, 100, 100));  // a rotation: the values follow, the form stays
+    form->setFrame(CGRectMake(0, 0, 100, 100));  // a window resized: laid out again by the same rules
     EXPECT_EQ(form->centerX(), 50);
-    EXPECT_EQ(form->btnLogin()->frame(), expected.button);
+    EXPECT_EQ(form->btnLogin()->frame(), CGRectMake(13, 155, 75, 80));
   }
 }
 

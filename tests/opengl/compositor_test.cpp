@@ -8,6 +8,7 @@
 
 #include "support/blend_check.hpp"
 #include "support/egl_context.hpp"
+#include "support/resize_scenario.hpp"
 #include "support/sandbox.hpp"
 
 #include <gtest/gtest.h>
@@ -130,6 +131,19 @@ TEST_P(OpenGLHostTest, coversAHiDPIFramebufferAndFollowsAResize) {
   host_->resize(CGSizeMake(150, 80), 300, 160);
   EXPECT_EQ(compositeAndCompare(), "");
   EXPECT_EQ(host_->renderFrame().width, 300);
+}
+
+// A window resized and moved to a screen of another scale: one call each time, the toolkit laid
+// out again, and the framebuffer shows the new frame over the game.
+TEST_P(OpenGLHostTest, laysTheToolkitOutAgainForANewWindowOrScale) {
+  testing::ResizingHost resizing{[&](testing::ScreenChange to) {
+                                   const auto width = static_cast<int>(to.size.width * to.scale);
+                                   const auto height = static_cast<int>(to.size.height * to.scale);
+                                   context_->resize(width, height);
+                                   host_->resize(to.size, width, height);
+                                 },
+                                 [&] { EXPECT_EQ(compositeAndCompare(), ""); }};
+  testing::resizeThroughLoginAndPlay(sim(), resizing, {{320, 480}, 2}, {{480, 320}});
 }
 
 // Everything a game may have set that the compositor touches, read back the way a game would.

@@ -6,6 +6,7 @@
 #include <tavrel_sdk/sdl2_host.hpp>
 #include <tavrel_sdk/ui.hpp>
 
+#include "support/resize_scenario.hpp"
 #include "support/sandbox.hpp"
 
 #include <gtest/gtest.h>
@@ -16,6 +17,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
@@ -180,6 +182,28 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
   EXPECT_TRUE(send(mouse(SDL_MOUSEBUTTONUP, 50, 25)));
   EXPECT_TRUE(send(key));
   EXPECT_EQ(taps, 3);
+}
+
+// The window resized by the player: SDL's window event lays the toolkit out again, and the page
+// covers the whole new window while the game shows beside the overlay during play.
+TEST_P(SdlHostTest, followsTheWindowThroughItsSizeEvents) {
+  // SDL's offscreen driver keeps the GL surface of the window's first size.
+  if (std::string(GetParam()) != "software") GTEST_SKIP() << "the offscreen driver's surface does not resize";
+  std::vector<std::uint32_t> corners;
+  CGSize size;
+  testing::ResizingHost resizing{[&](testing::ScreenChange to) {
+                                   size = to.size;
+                                   SDL_SetWindowSize(window_, static_cast<int>(size.width), static_cast<int>(size.height));
+                                   for (SDL_Event event; SDL_PollEvent(&event) != 0;) send(event);
+                                 },
+                                 [&] {
+                                   corners.push_back(pixelAfterComposite(static_cast<int>(size.width) - 1,
+                                                                         static_cast<int>(size.height) - 1));
+                                 }};
+  testing::resizeThroughLoginAndPlay(sim(), resizing, {{360, 480}}, {{480, 300}});
+  ASSERT_EQ(corners.size(), 2u);
+  EXPECT_NE(corners[0], 0x0000c8u) << "the page covers the new corner";
+  EXPECT_EQ(corners[1], 0x0000c8u) << "the game shows through the overlay";
 }
 
 INSTANTIATE_TEST_SUITE_P(Renderers, SdlHostTest, ::testing::Values("software", "opengl"),

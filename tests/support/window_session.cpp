@@ -128,12 +128,13 @@ std::optional<Box> find(const json& view, const std::function<bool(const json&)>
   return std::nullopt;
 }
 
-std::optional<LoginPage> waitForLoginPage(const std::string& treeFile) {
+std::optional<LoginPage> waitForLoginPage(const std::string& treeFile, int width) {
   json tree;
   const bool slidIn = waitUntil([&] {
     tree = readTree(treeFile);
     const json& page = presentedPage(tree);
-    return page.is_object() && page["view"].is_object() && page["view"]["frame"][1] == 0;
+    return page.is_object() && page["view"].is_object() && page["view"]["frame"][1] == 0 &&
+           (width == 0 || page["view"]["frame"][2] == width);
   });
   if (!slidIn || presentedPage(tree)["class"] != "LoginViewController") return std::nullopt;
   const json& view = presentedPage(tree)["view"];

@@ -60,12 +60,13 @@ struct Box {
 // The first view under `view` (whose superview is at x, y) that `match` takes.
 std::optional<Box> find(const nlohmann::json& view, const std::function<bool(const nlohmann::json&)>& match,
                         double x = 0, double y = 0);
-// The login page once it has slid in (its view at the top), as the game's view tree shows it:
-// where its two fields and its button are. Nullopt when none came in time.
+// The login page once it has slid in (its view at the top; `width` points wide unless 0), as
+// the game's view tree shows it: where its two fields and its button are. Nullopt when none
+// came in time.
 struct LoginPage {
   Box username, password, login;
 };
-std::optional<LoginPage> waitForLoginPage(const std::string& treeFile);
+std::optional<LoginPage> waitForLoginPage(const std::string& treeFile, int width = 0);
 
 // A top-level window by its exact name, and where it lies on the screen.
 struct Window {

@@ -10,6 +10,7 @@
 
 #include <cmath>
 #include <fstream>
+#include <functional>
 #include <sstream>
 
 namespace tavrel {
@@ -249,6 +250,74 @@ TEST_F(DrawingTest, OnlyWhatChangedIsDrawnAgain) {
   UIHost::install(std::make_shared<HeadlessHost>(CGSize{390, 844}, 2.0));
   const UIFrame& whole = host().renderFrame();
   EXPECT_TRUE(std::equal(partial.begin(), partial.end(), whole.pixels));
+}
+
+// Counts its drawings.
+class CountingLabel final : public UILabel {
+ public:
+  using UILabel::UILabel;
+  int drawn = 0;
+  void drawRect(CGContextRef context, CGRect rect) override {
+    ++drawn;
+    UILabel::drawRect(context, rect);
+  }
+};
+
+TEST_F(DrawingTest, AViewKeepsWhatItDrewAndDrawsAgainOnlyWhenAsked) {
+  auto label = std::make_shared<CountingLabel>(CGRectMake(10, 10, 100, 20));
+  label->setText("kept");
+  label->setTextColor(UIColor::whiteColor());
+  root().addSubview(label);
+  const Ink first = inkIn(host().renderFrame(), CGRectMake(0, 0, 390, 100));
+  ASSERT_GT(first.maxAlpha, 200);
+  const int drawnOnce = label->drawn;
+  // Moved, faded, hidden: what it drew is composited, on whole pixels.
+  for (int step = 1; step <= 20; ++step) {
+    label->setFrame(CGRectMake(10 + 7.25 * step, 10 + step, 100, 20));
+    host().renderFrame();
+  }
+  label->setAlpha(0.5);
+  label->setHidden(true);
+  host().renderFrame();
+  label->setHidden(false);
+  const Ink moved = inkIn(host().renderFrame(), CGRectMake(0, 0, 390, 100));
+  EXPECT_EQ(label->drawn, drawnOnce);
+  EXPECT_NEAR(moved.bounds.origin.x - first.bounds.origin.x, 145.0, 0.5);
+  EXPECT_EQ(moved.bounds.size, first.bounds.size) << "the same pixels, a whole number of them further";
+  EXPECT_NEAR(moved.maxAlpha, first.maxAlpha / 2, 2);
+
+  // What asks for a drawing gets one each, and no more.
+  const std::pair<const char*, std::function<void()>> asks[] = {
+      {"setNeedsDisplay", [&] { label->setNeedsDisplay(); }},
+      {"setNeedsDisplayInRect", [&] { label->setNeedsDisplayInRect(CGRectMake(0, 0, 10, 10)); }},
+      {"a new text", [&] { label->setText("changed"); }},
+      {"a new size about the same centre", [&] { label->setFrame(CGRectMake(145, 30, 120, 20)); }},
+      {"a new scale", [&] { static_cast<HeadlessHost&>(host()).resize({390, 844}, 3.0); }},
+  };
+  for (const auto& [what, ask] : asks) {
+    SCOPED_TRACE(what);
+    const int before = label->drawn;
+    ask();
+    host().renderFrame();
+    host().renderFrame();
+    EXPECT_EQ(label->drawn, before + 1);
+  }
+
+  // The store is the label's size at the scale, and goes with the label; a view that draws
+  // nothing of its own keeps none.
+  EXPECT_EQ(host().backingStoreBytes(*label), 360u * 60 * 4);
+  struct Plain final : UIView {
+    using UIView::UIView;
+  };
+  auto plain = std::make_shared<Plain>(CGRectMake(0, 0, 50, 5));
+  label->addSubview(plain);
+  host().renderFrame();
+  EXPECT_EQ(host().backingStoreBytes(*plain), 0u);
+  const std::size_t all = host().backingStoreBytes();
+  label->removeFromSuperview();
+  host().renderFrame();
+  EXPECT_EQ(host().backingStoreBytes(*label), 0u);
+  EXPECT_EQ(host().backingStoreBytes(), all - 360u * 60 * 4);
 }
 
 TEST_F(DrawingTest, WritesTheFrameAsRgbaPng) {

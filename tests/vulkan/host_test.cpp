@@ -9,6 +9,7 @@
 #include <tavrel_sdk/vulkan_host.hpp>
 
 #include "support/blend_check.hpp"
+#include "support/resize_scenario.hpp"
 #include "support/sandbox.hpp"
 #include "vulkan/offscreen_game.hpp"
 
@@ -220,6 +221,24 @@ TEST_P(VulkanHostTest, composesTheToolkitOverTheGameFrameAfterFrameCopyingOnlyWh
   }
   EXPECT_DOUBLE_EQ(host_->screenSize().width, 240.0);
   frames(3, 1.0 / 15, "resized");
+}
+
+// The swapchain made again for a resized window, then for a screen of another scale: the
+// toolkit laid out again, each read-back the new frame over the game.
+TEST_P(VulkanHostTest, laysTheToolkitOutAgainForANewSwapchain) {
+  testing::resetSessionGlobals();  // the scenario attaches its own overlay
+  testing::ResizingHost resizing{[&](testing::ScreenChange to) {
+                                   checkAll();
+                                   const VkExtent2D extent{static_cast<std::uint32_t>(to.size.width * to.scale),
+                                                           static_cast<std::uint32_t>(to.size.height * to.scale)};
+                                   game_->resize(extent);
+                                   if (handle_ == nullptr) return host_->resize(to.size, extent);
+                                   EXPECT_EQ(tavrel_vulkan_resize(handle_, to.size.width, to.size.height, extent.width,
+                                                                  extent.height),
+                                             TAVREL_OK);
+                                 },
+                                 [&] { frame(); }};
+  testing::resizeThroughLoginAndPlay(sim(), resizing, {{400, 300}, 2}, {{300, 420}});
 }
 
 using VulkanHostFromCTest = VulkanHostTest;

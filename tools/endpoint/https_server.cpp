@@ -5,6 +5,7 @@
 #include <httplib.h>
 #include <fcntl.h>
 #include <openssl/ssl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -125,6 +126,8 @@ struct HttpsServer::Impl {
   void opened(int fd);
   void replied();
   void closed();
+  // Whether the client of the calling worker's connection has closed it or shut it for writing.
+  bool clientLeft();
 
   bool keepsBody(const httplib::Request& req) {
     std::lock_guard lock(mutex);
@@ -189,6 +192,18 @@ void HttpsServer::Impl::replied() {
   it->second.busy = false;
   // Between requests a kept-alive connection would hold its worker, and stop(), for seconds.
   if (stopping) ::shutdown(it->second.socket, SHUT_RDWR);
+}
+
+bool HttpsServer::Impl::clientLeft() {
+  int socket = -1;
+  {
+    std::lock_guard lock(mutex);
+    const auto it = open.find(servedConnection);
+    if (it == open.end()) return false;
+    socket = it->second.socket;
+  }
+  pollfd peer{socket, POLLRDHUP, 0};
+  return ::poll(&peer, 1, 0) > 0 && (peer.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
 }
 
 void HttpsServer::Impl::closed() {
@@ -290,7 +305,9 @@ void HttpsServer::Impl::serve(const httplib::Request& req, httplib::Response& re
   }
   if (reply.stream) {
     res.set_chunked_content_provider(reply.contentType, [this, stream = reply.stream](std::size_t, httplib::DataSink& sink) {
-      const bool more = stream([&sink](std::string_view data) {
+      // A client that has gone ends its stream now: writes into its socket would go on
+      // succeeding until the kernel learns of it, holding the worker for seconds.
+      const bool more = !clientLeft() && stream([&sink](std::string_view data) {
         return sink.is_writable() && sink.write(data.data(), data.size());
       });
       bool stopped = false;

@@ -210,7 +210,8 @@ bool Stream::next(const std::function<bool(std::string_view)>& write) {
       out = "retry: 2000\n\n" + s.snapshot();
       started_ = true;
     } else {
-      s.changed.wait_for(lock, std::chrono::seconds(1), [&] { return s.closed || s.sequence > sent_; });
+      // Short: between two calls the server looks whether the page has gone, and frees its slot.
+      s.changed.wait_for(lock, std::chrono::milliseconds(250), [&] { return s.closed || s.sequence > sent_; });
       if (s.closed) return false;
       if (s.sequence > sent_) {
         // Fell behind the kept events: everything again.
@@ -309,8 +310,13 @@ void LivePage::refresh() {
   for (auto& [url, upload] : uploads) {
     // Decoded and drawn outside the lock: only this thread changes the recordings.
     const auto found = s.recordings.find(url);
-    State::Recording recording = found != s.recordings.end() ? found->second : State::Recording{};
+    State::Recording recording;  // its id and version only: the old file's contents are not copied
+    if (found != s.recordings.end()) {
+      recording.id = found->second.id;
+      recording.version = found->second.version;
+    }
     recording.contents = readEventFile(upload.body);
+    upload.body = {};
     recording.time = upload.time;
     ++recording.version;
     std::vector<std::pair<std::string, State::Recording>> changed;

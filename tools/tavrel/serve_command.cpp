@@ -8,6 +8,7 @@
 #include "endpoint/mock_service.hpp"
 #include "session/launch_url.hpp"
 
+#include <malloc.h>
 #include <pthread.h>
 #include <signal.h>
 
@@ -216,6 +217,10 @@ void run(const Options& options, int& exitStatus) {
   pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
   ::signal(SIGPIPE, SIG_IGN);
 
+  // A large block always comes from the system and goes back to it when freed: by default glibc
+  // raises this threshold to the size of each large block freed, so that the bodies of a growing
+  // upload soon stay in the heaps of the threads that received them.
+  mallopt(M_MMAP_THRESHOLD, 128 * 1024);
   auto output = std::make_shared<Output>();
   auto page = std::make_shared<LivePage>();
   endpoint::HttpsServer::Options serverOptions;
@@ -258,12 +263,15 @@ void run(const Options& options, int& exitStatus) {
 
   // The page's pictures are drawn here, on the main thread, as the toolkit's text wants.
   const timespec tick{0, 200'000'000};
-  for (;;) {
+  for (int ticks = 1;; ++ticks) {
     const int signal = sigtimedwait(&stopSignals, nullptr, &tick);
     if (signal == SIGINT || signal == SIGTERM) break;
     // Nothing here reads the record; dropping it keeps a long run's memory flat.
     server->clearRequests();
     page->refresh();
+    // Freed pages go back to the system now and then: uploads of a growing file, each received,
+    // copied and decoded on one of twenty threads, would otherwise stay in their arenas.
+    if (ticks % 25 == 0) malloc_trim(0);
   }
   page->close();
   server->stop();

@@ -80,11 +80,17 @@ std::string reportText(const SessionReport& r) {
         << (file.sameAsLastUpload ? "the last upload holds the same bytes" : "the last upload differs or none came")
         << "\n";
   }
-  out << "  uploads        " << uploadsLine(r) << "\n";
-  out << "  service        " << r.validateRequests << " validate, " << r.loginRequests << " login requests; "
-      << groupDigits(static_cast<std::int64_t>(r.requests)) << (r.requests == 1 ? " request" : " requests") << " over "
-      << groupDigits(static_cast<std::int64_t>(r.connections)) << (r.connections == 1 ? " connection" : " connections")
-      << "\n";
+  if (!r.otherService.empty()) {
+    // Zeros here would read as a session that sent nothing.
+    out << "  uploads        not counted: they went to " << r.otherService << "\n";
+    out << "  service        " << r.otherService << ", another service: its requests are not counted\n";
+  } else {
+    out << "  uploads        " << uploadsLine(r) << "\n";
+    out << "  service        " << r.validateRequests << " validate, " << r.loginRequests << " login requests; "
+        << groupDigits(static_cast<std::int64_t>(r.requests)) << (r.requests == 1 ? " request" : " requests") << " over "
+        << groupDigits(static_cast<std::int64_t>(r.connections)) << (r.connections == 1 ? " connection" : " connections")
+        << "\n";
+  }
   out << "  snapshots      " << r.snapshots.size() << " in snapshots/"
       << (r.snapshots.empty() ? "" : ", told in contact-sheet.png") << "\n";
   out << "  exit           " << (r.exitRecorded ? "exit(" + std::to_string(*r.exitRecorded) + ") recorded" : "none") << "\n";
@@ -106,6 +112,8 @@ nlohmann::json reportJson(const SessionReport& r) {
   for (const auto& s : r.snapshots) {
     snapshots.push_back({{"name", s.name}, {"time", s.time}, {"png", s.png.string()}, {"tree", s.tree.string()}});
   }
+  // Another service's requests: not known, which is not zero.
+  const auto count = [&](const auto& value) { return r.otherService.empty() ? nlohmann::json(value) : nlohmann::json(nullptr); };
   return {{"script", r.script},
           {"sessionSeconds", r.sessionSeconds},
           {"wallSeconds", r.wallSeconds},
@@ -115,12 +123,13 @@ nlohmann::json reportJson(const SessionReport& r) {
           {"renderSeconds", r.renderSeconds},
           {"story", story},
           {"files", files},
-          {"uploads", r.uploadsByStatus},
-          {"bytesUploaded", r.bytesUploaded},
-          {"validateRequests", r.validateRequests},
-          {"loginRequests", r.loginRequests},
-          {"requests", r.requests},
-          {"connections", r.connections},
+          {"uploads", count(r.uploadsByStatus)},
+          {"bytesUploaded", count(r.bytesUploaded)},
+          {"validateRequests", count(r.validateRequests)},
+          {"loginRequests", count(r.loginRequests)},
+          {"requests", count(r.requests)},
+          {"connections", count(r.connections)},
+          {"otherService", r.otherService.empty() ? nlohmann::json(nullptr) : nlohmann::json(r.otherService)},
           {"checksPassed", r.checksPassed},
           {"snapshots", snapshots},
           {"exitRecorded", r.exitRecorded ? nlohmann::json(*r.exitRecorded) : nlohmann::json(nullptr)},

@@ -55,6 +55,9 @@ struct SessionReport {
   int loginRequests = 0;
   std::size_t requests = 0;     // every request the service answered or dropped
   std::uint64_t connections = 0;  // that carried them
+  // The service given by --service, whose requests this run cannot see: none of the counts of
+  // requests, uploads and connections above is then known.
+  std::string otherService;
   int checksPassed = 0;
   std::vector<SnapshotRecord> snapshots;
   std::optional<int> exitRecorded;

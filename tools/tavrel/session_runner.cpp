@@ -627,6 +627,7 @@ void SessionRun::finishReport() {
   const auto requests = server_ ? server_->requests() : std::vector<endpoint::RecordedRequest>{};
   report_.requests = requests.size();
   report_.connections = server_ ? server_->connectionsAccepted() : 0;
+  if (!server_) report_.otherService = options_.serviceUrl.value_or("");
   for (const auto& request : requests) {
     if (request.method == "PUT") {
       ++report_.uploadsByStatus[request.dropped ? "dropped" : std::to_string(request.status)];

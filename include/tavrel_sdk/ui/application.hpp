@@ -45,6 +45,9 @@ class TAVREL_EXPORT UIWindow : public UIView {
   UIView* hitTest(CGPoint point, const UIEvent* event) override;
   // The frontmost presented controller's view in this window, or null when none covers it.
   UIView* topPresentedView() const;
+  // A new size: the root controller's view and every presented controller's view take the
+  // new bounds (a page sliding in or out goes on sliding within them).
+  void layoutSubviews() override;
 
  private:
   std::shared_ptr<UIViewController> rootViewController_;

@@ -21,6 +21,8 @@
 
 namespace tavrel {
 
+class UIView;
+
 // A rectangle of whole pixels.
 struct PixelRect {
   int x = 0;
@@ -98,12 +100,21 @@ class TAVREL_EXPORT UIHost {
   // Whether a presented controller covers the game now.
   bool isCovered() const;
 
+  // --- Memory -----------------------------------------------------------------------------
+  // What the views' backing stores hold, in bytes: every store, or `view`'s own (0 for a view
+  // that draws nothing of its own, or that has not been drawn). A store is freed at the first
+  // frame after its view left the key window's tree.
+  std::size_t backingStoreBytes() const;
+  std::size_t backingStoreBytes(const UIView& view) const;
+
  protected:
   UIHost();
   // A windowed host shows the frame; the headless host keeps it.
   virtual void presentFrame(const UIFrame& /*frame*/) {}
   // Called by a host once screenSize() or screenScale() answers anew: the key window takes the
-  // new bounds and the next frame is drawn whole.
+  // new bounds, its root controller's view, the overlay (its watermark's canvas with it) and
+  // every presented controller's view follow and are laid out again, and the next frame is
+  // drawn whole at the new size and scale.
   void screenChanged();
 
  private:
@@ -129,11 +140,14 @@ class TAVREL_EXPORT MouseFinger {
   bool down_ = false;
 };
 
-class TAVREL_EXPORT HeadlessHost final : public UIHost {
+// Keeps its frames; a subclass may show them (presentFrame()).
+class TAVREL_EXPORT HeadlessHost : public UIHost {
  public:
   HeadlessHost(CGSize screenSize, double scale);
   CGSize screenSize() const override { return screenSize_; }
   double screenScale() const override { return scale_; }
+  // The screen changed size or scale (see screenChanged()); nothing happens when neither did.
+  void resize(CGSize screenSize, double scale);
 
  private:
   CGSize screenSize_;

@@ -25,6 +25,13 @@ class UIView;
 class UIViewController;
 class UIWindow;
 
+// How a view follows its superview's change of size (the platform's values; only these two).
+enum UIViewAutoresizing : unsigned {
+  UIViewAutoresizingNone = 0,
+  UIViewAutoresizingFlexibleWidth = 1u << 1,
+  UIViewAutoresizingFlexibleHeight = 1u << 4,
+};
+
 // The current Cairo context of a drawRect(), already in the view's coordinates in points.
 using CGContextRef = _cairo*;
 
@@ -76,6 +83,9 @@ class TAVREL_EXPORT UIView : public UIResponder {
   void setMultipleTouchEnabled(bool enabled);
   CALayer& layer() { return layer_; }
   const CALayer& layer() const { return layer_; }
+  // When the superview changes size, a flexible width or height changes by as much.
+  unsigned autoresizingMask() const { return autoresizingMask_; }
+  void setAutoresizingMask(unsigned mask) { autoresizingMask_ = mask; }
 
   // --- The tree ---------------------------------------------------------------------------
   UIView* superview() const { return superview_; }
@@ -93,7 +103,9 @@ class TAVREL_EXPORT UIView : public UIResponder {
   // The controller whose root view this is; null for any other view.
   UIViewController* viewController() const { return viewController_; }
 
-  // Lays out the subviews after the view's size changed; nothing by default.
+  // Lays out the subviews after the view's size changed, once the subviews with a flexible
+  // size have followed, and after its controller's viewWillLayoutSubviews() for a
+  // controller's root view; nothing by default.
   virtual void layoutSubviews() {}
 
   // Between this view's coordinates and `view`'s; a null view means the window's.
@@ -111,15 +123,21 @@ class TAVREL_EXPORT UIView : public UIResponder {
 
   // --- Drawing ----------------------------------------------------------------------------
   // The view's content is drawn again in the next frame. Every setter of the toolkit that
-  // changes what a view shows calls it.
+  // changes what a view draws of its own calls it; moving it, its alpha, hidden, its
+  // background and its layer's look do not: what it drew is composited again.
   void setNeedsDisplay();
   // Only `rect` of the content (in the view's coordinates) is drawn again, as for a caret.
   void setNeedsDisplayInRect(CGRect rect);
   // Draws the view's own content above its background colour and below its border and
   // subviews; `rect` is the part to draw, in the view's coordinates. Nothing by default.
   virtual void drawRect(CGContextRef context, CGRect rect);
-  // Bumped by setNeedsDisplay(); the renderer compares it between frames.
+  // Bumped by setNeedsDisplay(); the renderer compares it between frames and draws the content
+  // again only when it changed (else it composites what the view drew last, wherever the view
+  // now stands, at whatever alpha).
   std::uint64_t displayVersion() const { return displayVersion_; }
+  // Bumped by a change of the background colour or the layer's corner, mask or border: drawn
+  // again around the content, which stays as drawn.
+  std::uint64_t layerVersion() const { return layerVersion_; }
   // The part of the content that changed since displayVersion() was `version`, in the view's
   // coordinates; nullopt when all of it may have, or when that is too long ago to tell.
   std::optional<CGRect> displayChangeSince(std::uint64_t version) const;
@@ -131,9 +149,13 @@ class TAVREL_EXPORT UIView : public UIResponder {
  private:
   friend class UIViewController;
   friend class UIWindow;
+  friend class CALayer;
+  void layerChanged();
   void setWindowForTree(UIWindow* window);
   CGPoint pointToSuperview(CGPoint point) const;
   CGPoint pointFromSuperview(CGPoint point) const;
+  // After a change of size from `oldSize`: the flexible subviews follow, then the layout.
+  void sizeChanged(CGSize oldSize);
 
   CGRect bounds_;
   CGPoint center_;
@@ -142,12 +164,14 @@ class TAVREL_EXPORT UIView : public UIResponder {
   std::shared_ptr<UIColor> backgroundColor_;
   bool userInteractionEnabled_ = true;
   bool multipleTouchEnabled_ = false;
+  unsigned autoresizingMask_ = UIViewAutoresizingNone;
   CALayer layer_{*this};
   UIView* superview_ = nullptr;
   std::vector<std::shared_ptr<UIView>> subviews_;
   UIWindow* window_ = nullptr;
   UIViewController* viewController_ = nullptr;
   std::uint64_t displayVersion_ = 1;
+  std::uint64_t layerVersion_ = 0;
   std::uint64_t wholeDisplayVersion_ = 1;  // the last setNeedsDisplay()
   struct PartialDisplay {
     std::uint64_t version;

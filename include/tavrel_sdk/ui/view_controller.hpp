@@ -46,6 +46,9 @@ class TAVREL_EXPORT UIViewController : public UIResponder {
   // Makes a plain view with the main screen's bounds; a subclass may make its own instead.
   virtual void loadView();
   virtual void viewDidLoad() {}
+  // Before the view lays out its subviews after its size changed (a window resized); nothing
+  // by default.
+  virtual void viewWillLayoutSubviews() {}
 
   UIModalPresentationStyle modalPresentationStyle() const { return modalPresentationStyle_; }
   void setModalPresentationStyle(UIModalPresentationStyle style) { modalPresentationStyle_ = style; }
@@ -69,7 +72,10 @@ class TAVREL_EXPORT UIViewController : public UIResponder {
   UIResponder* nextResponder() const override;
 
  private:
+  friend class UIWindow;
   struct Transition;
+  // The window took `bounds`: the view fills them, or a transition under way goes on in them.
+  void followWindow(CGRect bounds);
   void startTransition(std::shared_ptr<Transition> transition);
   void stepTransition();
   void endTransition();
@@ -121,6 +127,8 @@ class TAVREL_EXPORT UIAlertController : public UIViewController {
   UIAlertControllerStyle preferredStyle() const { return preferredStyle_; }
 
   void loadView() override;
+  // The box stays in the middle of a screen that changed size.
+  void viewWillLayoutSubviews() override;
 
  private:
   void actionTapped(const std::shared_ptr<UIAlertAction>& action);

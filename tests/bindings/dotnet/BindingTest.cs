@@ -105,6 +105,8 @@ static class BindingTest {
     Frame frame = host.RenderFrame();
     Expect(frame.Width == 480 && frame.Height == 720 && frame.Stride >= 480 * 4 && frame.Scale == 1.5,
            string.Format("a frame of 480 x 720 at 1.5, got {0} x {1} at {2}", frame.Width, frame.Height, frame.Scale));
+    host.Resize(300, 480, 1.5);  // a new size draws the whole frame, and so does the way back
+    host.RenderFrame();
     host.Resize(320, 480, 1.5);
     frame = host.RenderFrame();
     Rect whole = frame.Damage(frame.DamageCount - 1);

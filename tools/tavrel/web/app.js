@@ -89,6 +89,17 @@ function renderRecordings() {
   for (const r of sorted) box.append(renderRecording(r));
 }
 
+// A burst of requests redraws the table once, not once a request: thousands may come a minute.
+let renderTimer = null;
+function renderRequestsSoon() {
+  if (renderTimer === null) {
+    renderTimer = setTimeout(() => {
+      renderTimer = null;
+      renderRequests();
+    }, 100);
+  }
+}
+
 function addRequest(r) {
   requests.push(r);
   if (requests.length > MAX_ROWS) requests.splice(0, requests.length - MAX_ROWS);
@@ -116,7 +127,7 @@ function connect() {
   source.addEventListener("state", (message) => applyState(JSON.parse(message.data)));
   source.addEventListener("request", (message) => {
     addRequest(JSON.parse(message.data));
-    renderRequests();
+    renderRequestsSoon();
   });
   source.addEventListener("recording", (message) => {
     const r = JSON.parse(message.data);

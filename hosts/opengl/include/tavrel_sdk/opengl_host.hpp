@@ -51,7 +51,8 @@ class TAVREL_EXPORT OpenGLHost final : public UIHost {
   bool isES() const;
 
   // The window or its framebuffer changed size (a resize, a move to a screen of another
-  // scale). Cheap when nothing changed, so a loop may call it every frame.
+  // scale): the toolkit is laid out again for it and the next frame goes up whole. Cheap when
+  // nothing changed, so a loop may call it every frame.
   void resize(CGSize windowSize, int framebufferWidth, int framebufferHeight);
 
   // Renders what changed in the toolkit, uploads those rectangles, and draws the toolkit's frame

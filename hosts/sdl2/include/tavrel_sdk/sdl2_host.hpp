@@ -62,8 +62,9 @@ class TAVREL_EXPORT SdlHost final : public UIHost {
  public:
   // Shows the toolkit in `window`, drawn through the game's `renderer`; neither is owned and
   // both must outlive the host's use (its texture belongs to the renderer, which frees it).
-  // The screen is the window's size at this call, in points; `scale` 0 takes the renderer's
-  // output size over the window size (1 but on HiDPI). Install it with UIHost::install()
+  // The screen is the window's size in points, read again on each change of it that
+  // handleEvent() sees; `scale` 0 takes the renderer's output size over the window size (1 but
+  // on HiDPI), another value stays. Install it with UIHost::install()
   // before any view is made. Throws std::runtime_error when the renderer cannot make a
   // streaming texture.
   SdlHost(SDL_Window* window, SDL_Renderer* renderer, double scale = 0.0);
@@ -79,8 +80,9 @@ class TAVREL_EXPORT SdlHost final : public UIHost {
   // frame and before SDL_RenderPresent().
   void composite();
 
-  // Keeps its texture through render resets, and forwards the rest to an SdlInput of the
-  // window: true when the library took the event and the game should ignore it.
+  // Follows the window's changes of size and scale (the toolkit is laid out again and the next
+  // frame goes up whole), keeps its texture through render resets, and forwards the rest to an
+  // SdlInput of the window: true when the library took the event and the game should ignore it.
   bool handleEvent(const SDL_Event& event);
 
   // Whether the renderer takes the toolkit's premultiplied pixels as they are (a blend mode of
@@ -91,13 +93,17 @@ class TAVREL_EXPORT SdlHost final : public UIHost {
   void presentFrame(const UIFrame& frame) override;
 
  private:
+  // The window's size and scale; true when either changed.
+  bool readWindowSize();
   bool makeTexture(int width, int height);
   void upload(const UIFrame& frame, PixelRect rect);
 
+  SDL_Window* window_;
   SDL_Renderer* renderer_;
   SdlInput input_;
+  double requestedScale_;  // 0: the renderer's output size over the window size
   CGSize screenSize_;
-  double scale_;
+  double scale_ = 0.0;
   SDL_Texture* texture_ = nullptr;
   SDL_BlendMode blendMode_ = SDL_BLENDMODE_BLEND;
   bool uploadWholeFrame_ = true;

@@ -93,8 +93,9 @@ class TAVREL_EXPORT VulkanHost final : public UIHost {
   void recordDraw(VkCommandBuffer commands) const;
 
   // The swapchain was made again at another extent, or the window changed size (zero: the
-  // extent in points): waits for the queue to be idle, and the next frame makes the texture at
-  // the new size and uploads the whole toolkit frame. Nothing when neither changed, so a game
+  // extent in points): the toolkit is laid out again for it, the host waits for the queue to be
+  // idle, and the next frame makes the texture at the new size and uploads the whole toolkit
+  // frame. Nothing when neither changed, so a game
   // may call it whenever it makes its swapchain again. A zero extent (a minimised window) is
   // ignored.
   void resize(CGSize windowSize, VkExtent2D extent);

@@ -4,6 +4,7 @@
 #include "endpoint/mock_service.hpp"
 #include "login/login_view.hpp"
 #include "login/login_view_controller.hpp"
+#include "platform/notification_center.hpp"
 #include "support/game_screen.hpp"
 
 #include <gtest/gtest.h>
@@ -65,15 +66,13 @@ class LoginPage : public testing::SimulatedGame {
 
 TEST_F(LoginPage, ARefusalShowsTheAlertAndAnAcceptedLoginLeavesWithOneCall) {
   present();
-  EXPECT_EQ(form().frame(), CGRectMake(0, 0, 390, 844));
   logIn("wrong");
-  finish();
+  sim().runUntilIdle();
   ASSERT_TRUE(alert());
+  EXPECT_TRUE(alert()->isBeingPresented()) << "it fades in";
+  sim().advance(1.0);
   EXPECT_EQ(alert()->title(), "Tavrel by Orvane");
   EXPECT_EQ(alert()->message(), "Invalid username or password!");
-  EXPECT_EQ(alert()->preferredStyle(), UIAlertControllerStyle::Alert);
-  ASSERT_EQ(alert()->actions().size(), 1u);
-  EXPECT_EQ(alert()->actions()[0]->style(), UIAlertActionStyle::Default);
   EXPECT_FALSE(form().btnLogin()->isEnabled()) << "the form waits for OK";
 
   ASSERT_TRUE(host().tapElement("OK"));
@@ -100,6 +99,9 @@ TEST_F(LoginPage, OnlyTheFirstSchemeOfTheFirstTypeIsSentAndANullCallbackIsFine) 
   finish();
   EXPECT_EQ(lastLogin()["urlScheme"], "first");
   EXPECT_EQ(game()->presentedViewController(), nullptr);
+  NotificationCenter::defaultCenter().postNotificationName(kAuthenticateNotification, &form(), {{"username", 5}});
+  finish();
+  EXPECT_EQ(lastLogin()["username"], "") << "what is not a text goes as an empty one";
 }
 
 // Whatever went wrong, the player sees the one refusal and gets the form back.
@@ -126,7 +128,7 @@ TEST_F(LoginPage, EveryFailureLooksLikeAWrongPassword) {
     const auto logs = sim().logLines();
     ASSERT_EQ(logs.size(), c.requests == 0 ? 1u : 0u) << "one line per attempt without a scheme";
     if (!logs.empty()) {
-      EXPECT_NE(logs[0].find("CFBundleURLTypes"), std::string::npos) << logs[0];
+      EXPECT_TRUE(logs[0].starts_with("SDK > ") && logs[0].find("CFBundleURLTypes") != std::string::npos) << logs[0];
     }
     ASSERT_TRUE(host().tapElement("OK"));
     finish();

@@ -34,6 +34,7 @@ TEST_F(ControlsTest, ButtonShowsItsStateAndSendsActions) {
   EXPECT_FALSE(button->isHighlighted());
   host().fingersUp({{1, {150, 25}}});
   tap({50, 25});
+  EXPECT_FALSE(button->isHighlighted()) << "the finger lifted";
   EXPECT_EQ(sent, (std::vector<UIControlEvents>{UIControlEventTouchDown, UIControlEventTouchUpOutside,
                                                 UIControlEventTouchDown, UIControlEventTouchUpInside}));
 
@@ -118,6 +119,7 @@ TEST_F(ControlsTest, TextFieldTakesFocusTextAndReturn) {
 TEST_F(ControlsTest, CaretBlinksInPlatformTimeWhileFocused) {
   auto field = std::make_shared<UITextField>(CGRectMake(0, 0, 200, 40));
   EXPECT_FALSE(field->becomeFirstResponder());  // not in a window: no focus, no caret timer
+  EXPECT_FALSE(UIView().becomeFirstResponder());
   game()->view()->addSubview(field);
   field->becomeFirstResponder();
   EXPECT_TRUE(field->isCaretVisible());

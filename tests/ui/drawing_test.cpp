@@ -5,6 +5,7 @@
 #include "support/game_screen.hpp"
 #include "support/tool_runner.hpp"
 
+#include <cairo.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -67,6 +68,12 @@ std::shared_ptr<UIView> addView(UIView& parent, CGRect frame, std::shared_ptr<UI
   parent.addSubview(view);
   return view;
 }
+
+// Draws content of its own, however small it is.
+struct Filled final : UIView {
+  using UIView::UIView;
+  void drawRect(CGContextRef context, CGRect) override { cairo_paint(context); }
+};
 
 class DrawingTest : public SimulatedGame {
  protected:
@@ -170,7 +177,7 @@ TEST_F(DrawingTest, ControlsPlaceTheirTextAsThePlatformDoes) {
   EXPECT_NEAR(inkIn(frame, centred->frame()).bounds.midX(), 160.0, 1.0);
 }
 
-TEST_F(DrawingTest, ALabelDrawsInsideItsFrameAndSizedByItsMeasurementShowsItsWholeText) {
+TEST_F(DrawingTest, ViewsDrawInsideTheirFramesAtAnySizeAndAMeasuredLabelShowsItsWholeText) {
   const std::string text = "2026:03:09T14:05:33+01:00-no-user-id";
   const auto font = UIFont::monospacedDigitSystemFontOfSize(10, UIFontWeightRegular);
   const CGSize size = sizeWithAttributes(text, {font, nullptr});
@@ -183,9 +190,7 @@ TEST_F(DrawingTest, ALabelDrawsInsideItsFrameAndSizedByItsMeasurementShowsItsWho
     label->setFont(font);
     root().addSubview(label);
   }
-  auto thin = std::make_shared<UILabel>(CGRectMake(10, 200, 100, 0.5));
-  thin->setText("\u2588\u2588\u2588");
-  root().addSubview(thin);
+  root().addSubview(std::make_shared<Filled>(CGRectMake(10, 200, 0.5, 0.5)));
   const UIFrame& frame = host().renderFrame();
   for (double y = 50; y < 50 + size.height; y += 0.5) {
     for (double x = 10; x < 10 + size.width; x += 0.5) {
@@ -193,7 +198,7 @@ TEST_F(DrawingTest, ALabelDrawsInsideItsFrameAndSizedByItsMeasurementShowsItsWho
     }
   }
   const Ink narrow = inkIn(frame, CGRectMake(0, 140, 390, 40));
-  EXPECT_GT(inkIn(frame, CGRectMake(0, 199, 390, 3)).maxAlpha, 0) << "a label one pixel high draws too";
+  EXPECT_GT(inkIn(frame, CGRectMake(0, 199, 390, 3)).maxAlpha, 0) << "a view of one pixel draws too";
   EXPECT_GE(narrow.bounds.minX(), 10.0);
   EXPECT_LE(narrow.bounds.maxX(), 110.0);
   EXPECT_GE(narrow.bounds.minY(), 150.0);

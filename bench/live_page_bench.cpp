@@ -13,6 +13,7 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -21,6 +22,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -28,10 +30,12 @@ namespace fs = std::filesystem;
 
 const std::string kToken = "long-page-token-00000000player-long-000000000001";
 
-double residentMegabytes(int pid) {
+// "VmRSS:" for all of it, "RssAnon:" for what the process allocated (without the pages of its
+// code and fonts, mapped in once as they are first used).
+double residentMegabytes(int pid, const std::string& field = "VmRSS:") {
   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
   for (std::string line; std::getline(status, line);) {
-    if (line.rfind("VmRSS:", 0) == 0) return std::stod(line.substr(6)) / 1024.0;
+    if (line.rfind(field, 0) == 0) return std::stod(line.substr(field.size())) / 1024.0;
   }
   return 0;
 }
@@ -121,13 +125,17 @@ void BM_LivePageThroughALongSession(benchmark::State& state) {
     std::this_thread::sleep_for(std::chrono::seconds(5));  // the page loads and opens its stream
 
     std::atomic<long> requests{0};
-    double serverAt200 = 0, browserAt200 = 0;
+    double serverAt200 = 0, serverAnonAt200 = 0, browserAt200 = 0;
     std::thread counter([&] {
       while (!serve.line().empty()) {
         // The server's memory as the session goes on, on stderr.
-        if (++requests % 2000 == 0) std::fprintf(stderr, "%6ld requests: server %.1f MB\n", requests.load(), residentMegabytes(serve.pid));
+        if (++requests % 2000 == 0) {
+          std::fprintf(stderr, "%6ld requests: server %.1f MB, %.1f MB of it allocated\n", requests.load(),
+                       residentMegabytes(serve.pid), residentMegabytes(serve.pid, "RssAnon:"));
+        }
         if (requests == 200) {
           serverAt200 = residentMegabytes(serve.pid);
+          serverAnonAt200 = residentMegabytes(serve.pid, "RssAnon:");
           browserAt200 = treeResidentMegabytes(page.pid);
         }
       }
@@ -138,8 +146,14 @@ void BM_LivePageThroughALongSession(benchmark::State& state) {
                             banner["ca-file"] + " >/dev/null";
     const int status = std::system(run.c_str());
     const double seconds = tavrel::bench::secondsSince(start);
-    std::this_thread::sleep_for(std::chrono::seconds(3));  // the page takes the last events
+    // The page takes the last events, and the server draws the last uploads: until its memory
+    // holds still for a second (on a loaded machine the drawing runs seconds behind).
+    for (double last = -1, now = 0; std::abs(now - last) > 0.05;) {
+      std::this_thread::sleep_for(std::chrono::seconds(1));
+      last = std::exchange(now, residentMegabytes(serve.pid));
+    }
     const double serverAtEnd = residentMegabytes(serve.pid);
+    const double serverAnonAtEnd = residentMegabytes(serve.pid, "RssAnon:");
     const double browserAtEnd = treeResidentMegabytes(page.pid);
     ::kill(page.pid, SIGKILL);
     ::kill(serve.pid, SIGKILL);
@@ -150,6 +164,8 @@ void BM_LivePageThroughALongSession(benchmark::State& state) {
     state.counters["server_mb_at_200"] = serverAt200;
     state.counters["server_mb_at_end"] = serverAtEnd;
     state.counters["server_growth_mb"] = serverAtEnd - serverAt200;
+    state.counters["server_anon_mb_at_200"] = serverAnonAt200;
+    state.counters["server_anon_growth_mb"] = serverAnonAtEnd - serverAnonAt200;
     state.counters["browser_mb_at_200"] = browserAt200;
     state.counters["browser_mb_at_end"] = browserAtEnd;
     state.counters["browser_over_200"] = browserAt200 > 0 ? browserAtEnd / browserAt200 : 0;

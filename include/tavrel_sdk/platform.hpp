@@ -35,11 +35,41 @@ inline constexpr std::chrono::seconds kUrlRequestTimeout{60};
 // Redirects a request follows before it fails, as the platform's shared session does.
 inline constexpr int kMaxRedirects = 16;
 
+// A request's body: a string, or a whole file read into pages mapped for it alone. Those pages
+// go back to the system the moment the last copy of the body goes, whatever the allocator would
+// keep: a session that sends its growing files again and again is left with none of them.
+// Copies share the bytes, which never change.
+class TAVREL_EXPORT UrlBody {
+ public:
+  UrlBody() = default;
+  UrlBody(std::string bytes) : text_(std::move(bytes)) {}
+  UrlBody(const char* bytes) : text_(bytes) {}
+
+  // The file's bytes as it stood when opened (what is appended meanwhile waits for the next
+  // read). Absent, with `error` set, when it cannot be read.
+  static std::optional<UrlBody> contentsOfFile(const std::string& path, std::string& error);
+
+  std::string_view bytes() const;
+  const char* data() const { return bytes().data(); }
+  std::size_t size() const { return bytes().size(); }
+  bool empty() const { return size() == 0; }
+  void clear() {
+    text_.clear();
+    pages_.reset();
+  }
+  friend bool operator==(const UrlBody& body, std::string_view bytes) { return body.bytes() == bytes; }
+
+ private:
+  struct Pages;  // a mapping of its own, unmapped with the last copy
+  std::string text_;
+  std::shared_ptr<const Pages> pages_;
+};
+
 struct UrlRequest {
   std::string url;
   std::string method = "GET";
   std::vector<std::pair<std::string, std::string>> headers;
-  std::string body;
+  UrlBody body;
   // A reply body longer than this fails the request as soon as it crosses the limit, with
   // nothing of it kept. Absent: no limit.
   std::optional<std::size_t> maxResponseBytes{};

@@ -1,6 +1,9 @@
 #include "platform/files.hpp"
 
+#include <tavrel_sdk/platform.hpp>
+
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -113,6 +116,53 @@ ReadResult readWholeFile(const std::string& path) {
   }
   ::close(fd);
   return result;
+}
+
+struct UrlBody::Pages {
+  char* data = nullptr;
+  std::size_t size = 0;
+  std::size_t mapped = 0;
+  Pages() = default;
+  Pages(const Pages&) = delete;
+  Pages& operator=(const Pages&) = delete;
+  ~Pages() {
+    if (mapped > 0) ::munmap(data, mapped);
+  }
+};
+
+std::string_view UrlBody::bytes() const { return pages_ ? std::string_view(pages_->data, pages_->size) : text_; }
+
+std::optional<UrlBody> UrlBody::contentsOfFile(const std::string& path, std::string& error) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    error = std::strerror(errno);
+    return std::nullopt;
+  }
+  auto pages = std::make_shared<Pages>();
+  struct stat st {};
+  bool failed = ::fstat(fd, &st) != 0;
+  if (!failed && st.st_size > 0) {
+    const auto size = static_cast<std::size_t>(st.st_size);
+    void* mapped = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    failed = mapped == MAP_FAILED;
+    if (!failed) {
+      pages->data = static_cast<char*>(mapped);
+      pages->mapped = size;
+    }
+    while (!failed && pages->size < size) {
+      const ssize_t n = ::read(fd, pages->data + pages->size, size - pages->size);
+      if (n < 0 && errno == EINTR) continue;
+      failed = n < 0;
+      if (n <= 0) break;
+      pages->size += static_cast<std::size_t>(n);
+    }
+  }
+  if (failed) error = std::strerror(errno);
+  ::close(fd);
+  if (failed) return std::nullopt;
+  UrlBody body;
+  body.pages_ = std::move(pages);
+  return body;
 }
 
 }  // namespace tavrel

@@ -3,11 +3,6 @@
 #include "platform/files.hpp"
 
 #include <curl/curl.h>
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -164,7 +159,7 @@ std::optional<std::string> configure(Task& task) {
     set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
   }
   if (sendsBody) {
-    // Sent straight from the request's own string: a large upload is never copied whole.
+    // Sent straight from the request's own bytes: a large upload is never copied whole.
     set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
     set(CURLOPT_POSTFIELDS, request.body.data());
     if (method != "POST") set(CURLOPT_CUSTOMREQUEST, method.c_str());
@@ -177,25 +172,6 @@ std::optional<std::string> configure(Task& task) {
   }
   if (rc != CURLE_OK) return std::string(curl_easy_strerror(rc));
   return std::nullopt;
-}
-
-// Frees a large buffer and gives its pages back to the system. An upload's body is a whole
-// event file, read on one thread and freed on this one. glibc raises its mmap threshold (and
-// twice that, its trim threshold) to the size of each large block freed, so bodies soon come
-// from the reading thread's arena, which keeps a freed block at its top, and the process's other
-// large blocks stay in the main heap: resident memory would grow by a few times the file's size.
-void releaseBody(std::string& bytes) {
-  if (bytes.capacity() < kSmallBody) return;
-  const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
-  const auto start = reinterpret_cast<std::uintptr_t>(bytes.data());
-  const std::uintptr_t first = (start + page - 1) & ~(page - 1);
-  const std::uintptr_t last = (start + bytes.capacity()) & ~(page - 1);
-  // Whole pages inside the block only: the allocator's own words around it stay as they are.
-  if (last > first) ::madvise(reinterpret_cast<void*>(first), last - first, MADV_DONTNEED);
-  std::string().swap(bytes);
-#if defined(__GLIBC__)
-  malloc_trim(0);  // the main heap's free top and free blocks; once an upload, every 30 s
-#endif
 }
 
 bool isRedirect(long status) {
@@ -481,7 +457,6 @@ void UrlSession::Impl::finish(std::unique_ptr<Task> task, std::optional<std::str
     response.error = std::move(error);
   }
   DataTaskHandler handler = std::move(task->handler);
-  releaseBody(task->request.body);
   task.reset();  // the body and the connection's buffers go now, not when the handler has run
   completions->async([handler = std::move(handler), response = std::move(response)]() mutable {
     if (handler) handler(std::move(response));

@@ -39,8 +39,9 @@ void TavrelSDK::uploadFileToUrl(const std::optional<std::string>& fileName, cons
   }
   Platform& platform = Platform::current();
   const std::string path = appendingPathComponent(platform.documentsDirectory(), fileName.value_or(""));
-  ReadResult file = readWholeFile(path);
-  if (file.error) {
+  std::string error;
+  std::optional<UrlBody> file = UrlBody::contentsOfFile(path, error);
+  if (!file) {
     platform.log("SDK > Failed to read from " + path);
     finish(false);
     return;
@@ -50,7 +51,7 @@ void TavrelSDK::uploadFileToUrl(const std::optional<std::string>& fileName, cons
   request.url = url.value_or("");
   request.method = "PUT";
   request.headers = {{"Content-Type", "application/octet-stream"}};
-  request.body = std::move(file.data);
+  request.body = *std::move(file);
   request.keepsResponseBody = false;  // only the status counts
   // The attempt keeps the name and URL it began with, whatever a later set-up stores.
   platform.dataTask(std::move(request), [fileName, url, retries, callback](UrlResponse response) {

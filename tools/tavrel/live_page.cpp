@@ -4,13 +4,16 @@
 #include "event_plot.hpp"
 
 #include "backend/validation.hpp"
+#include "platform/files.hpp"
 
 #include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdlib>
 #include <deque>
+#include <filesystem>
 #include <map>
 #include <mutex>
 #include <string>
@@ -100,10 +103,15 @@ struct LivePage::State {
     std::uint64_t id = 0;
     std::uint64_t version = 0;
     std::int64_t time = 0;
-    EventFileContents contents;
+    EventFileKind kind = EventFileKind::Unknown;
     std::string png;
     json card;
   };
+
+  State();
+  ~State();
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
 
   CGSize screen;
   std::mutex mutex;
@@ -117,6 +125,16 @@ struct LivePage::State {
   // By URL path. Written by refresh() alone, under the mutex; refresh() reads it without.
   std::map<std::string, Recording> recordings;
   std::uint64_t nextId = 1;
+  // The latest file of each recording, named by its id: on disk, and decoded only to be drawn,
+  // so that the files of a long session, growing with it, do not grow the server's memory.
+  std::string directory;
+
+  std::string fileOf(const Recording& recording) const {
+    return appendingPathComponent(directory, std::to_string(recording.id));
+  }
+  EventFileContents contentsOf(const Recording& recording) const {
+    return readEventFile(readWholeFile(fileOf(recording)).data);
+  }
 
   // With the mutex held.
   void publish(const char* event, const json& data) {
@@ -131,13 +149,23 @@ struct LivePage::State {
     return dumped({{"requests", requests}, {"recordings", cards}});
   }
 
-  void redraw(const std::string& url, Recording& recording) const;
+  void redraw(const std::string& url, Recording& recording, EventFileContents contents) const;
 };
+
+LivePage::State::State() {
+  const char* base = std::getenv("TMPDIR");
+  std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/tavrel-page-XXXXXX";
+  if (::mkdtemp(pattern.data()) != nullptr) directory = std::move(pattern);
+}
+
+LivePage::State::~State() {
+  std::error_code ignored;
+  if (!directory.empty()) std::filesystem::remove_all(directory, ignored);
+}
 
 // The card of one upload URL, and the plot of an input file with the game events of the latest
 // game file beside it (a session's uploads share their folder).
-void LivePage::State::redraw(const std::string& url, Recording& recording) const {
-  const EventFileContents& contents = recording.contents;
+void LivePage::State::redraw(const std::string& url, Recording& recording, EventFileContents contents) const {
   json problems = json::array();
   for (const auto& problem : contents.problems) problems.push_back(describeProblem(problem));
   json events = json::array();
@@ -145,22 +173,6 @@ void LivePage::State::redraw(const std::string& url, Recording& recording) const
   for (std::size_t i = skipped; i < contents.gameEvents.size(); ++i) {
     const GameEvent& event = contents.gameEvents[i];
     events.push_back({{"t", event.t}, {"e", event.e}, {"a", event.a}});
-  }
-  recording.png.clear();
-  json plot = nullptr;
-  if (contents.kind == EventFileKind::Input) {
-    std::vector<std::pair<std::string, EventFileContents>> files{{url, contents}};
-    const Recording* game = nullptr;
-    for (const auto& [other, candidate] : recordings) {
-      if (candidate.contents.kind == EventFileKind::Game && folderOf(other) == folderOf(url) &&
-          (game == nullptr || candidate.time > game->time)) {
-        game = &candidate;
-        files.emplace_back(other, candidate.contents);
-      }
-    }
-    if (files.size() > 2) files.erase(files.begin() + 1, files.end() - 1);
-    recording.png = eventPlotPng(makeEventPlot(files, screen), kPagePlotSize);
-    plot = "/page/plot.png?id=" + std::to_string(recording.id) + "&v=" + std::to_string(recording.version);
   }
   recording.card = {{"url", url},
                     {"kind", eventFileKindName(contents.kind)},
@@ -170,7 +182,21 @@ void LivePage::State::redraw(const std::string& url, Recording& recording) const
                     {"problems", problems},
                     {"events", events},
                     {"eventsTotal", contents.gameEvents.size()},
-                    {"plot", plot}};
+                    {"plot", nullptr}};
+  recording.png.clear();
+  if (contents.kind != EventFileKind::Input) return;
+  const std::pair<const std::string, Recording>* game = nullptr;
+  for (const auto& entry : recordings) {
+    if (entry.second.kind == EventFileKind::Game && folderOf(entry.first) == folderOf(url) &&
+        (game == nullptr || entry.second.time > game->second.time)) {
+      game = &entry;
+    }
+  }
+  std::vector<std::pair<std::string, EventFileContents>> files;
+  files.emplace_back(url, std::move(contents));
+  if (game != nullptr) files.emplace_back(game->first, contentsOf(game->second));
+  recording.png = eventPlotPng(makeEventPlot(files, screen), kPagePlotSize);
+  recording.card["plot"] = "/page/plot.png?id=" + std::to_string(recording.id) + "&v=" + std::to_string(recording.version);
 }
 
 namespace {
@@ -300,7 +326,7 @@ void LivePage::record(const endpoint::RecordedRequest& request) {
   }
 }
 
-void LivePage::refresh() {
+bool LivePage::refresh() {
   State& s = *state_;
   std::map<std::string, State::Upload> uploads;
   {
@@ -310,32 +336,39 @@ void LivePage::refresh() {
   for (auto& [url, upload] : uploads) {
     // Decoded and drawn outside the lock: only this thread changes the recordings.
     const auto found = s.recordings.find(url);
-    State::Recording recording;  // its id and version only: the old file's contents are not copied
+    State::Recording recording;  // its id and version only: the old card and picture are not copied
     if (found != s.recordings.end()) {
       recording.id = found->second.id;
       recording.version = found->second.version;
     }
-    recording.contents = readEventFile(upload.body);
-    upload.body = {};
+    EventFileContents contents = readEventFile(upload.body);
+    recording.kind = contents.kind;
     recording.time = upload.time;
     ++recording.version;
-    std::vector<std::pair<std::string, State::Recording>> changed;
     {
       std::lock_guard lock(s.mutex);
       if (recording.id == 0) recording.id = s.nextId++;
+    }
+    // For the plots that draw it again; one that cannot be written draws as an empty file.
+    createFileAtPath(s.fileOf(recording), upload.body);
+    upload.body = {};
+    {
+      std::lock_guard lock(s.mutex);
       s.recordings[url] = recording;
     }
+    std::vector<std::pair<std::string, State::Recording>> changed;
     changed.emplace_back(url, std::move(recording));
+    s.redraw(url, changed.back().second, std::move(contents));
     // A game file changes the time lines of its folder's plots.
-    if (changed.front().second.contents.kind == EventFileKind::Game) {
+    if (changed.front().second.kind == EventFileKind::Game) {
       for (const auto& [other, mate] : s.recordings) {
-        if (mate.contents.kind == EventFileKind::Input && folderOf(other) == folderOf(url)) {
+        if (mate.kind == EventFileKind::Input && folderOf(other) == folderOf(url)) {
           changed.emplace_back(other, mate);
           ++changed.back().second.version;
+          s.redraw(other, changed.back().second, s.contentsOf(mate));
         }
       }
     }
-    for (auto& [path, r] : changed) s.redraw(path, r);
     std::lock_guard lock(s.mutex);
     for (auto& [path, r] : changed) {
       s.publish("recording", r.card);
@@ -347,9 +380,12 @@ void LivePage::refresh() {
         if (it->second.time < oldest->second.time) oldest = it;
       }
       s.publish("forget", {{"url", oldest->first}});
+      std::error_code ignored;
+      std::filesystem::remove(s.fileOf(oldest->second), ignored);
       s.recordings.erase(oldest);
     }
   }
+  return !uploads.empty();
 }
 
 void LivePage::close() {

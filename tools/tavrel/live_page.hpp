@@ -34,8 +34,9 @@ class LivePage {
   void install(endpoint::HttpsServer& server);
   // Every request the server records; the page's own are left out.
   void record(const endpoint::RecordedRequest& request);
-  // Decodes and draws the uploads recorded since the last call, and tells the pages.
-  void refresh();
+  // Decodes and draws the uploads recorded since the last call, and tells the pages; true when
+  // there were any.
+  bool refresh();
   // Ends every stream, so that the server stops at once.
   void close();
 

@@ -268,10 +268,9 @@ void run(const Options& options, int& exitStatus) {
     if (signal == SIGINT || signal == SIGTERM) break;
     // Nothing here reads the record; dropping it keeps a long run's memory flat.
     server->clearRequests();
-    page->refresh();
-    // Freed pages go back to the system now and then: uploads of a growing file, each received,
-    // copied and decoded on one of twenty threads, would otherwise stay in their arenas.
-    if (ticks % 25 == 0) malloc_trim(0);
+    // Freed pages go back to the system after each file decoded and drawn here, and now and then
+    // for the uploads received on twenty threads, which would otherwise stay in their arenas.
+    if (page->refresh() || ticks % 25 == 0) malloc_trim(0);
   }
   page->close();
   server->stop();

@@ -137,16 +137,20 @@ class Damage {
 };
 
 // Old and new rectangles of every view that appeared, went, changed or moved in the stacking.
-void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>& now, Damage& damage) {
-  std::unordered_map<const UIView*, std::size_t> oldIndex;
-  oldIndex.reserve(before.size());
+void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>& now, Damage& damage,
+          FrameBuffers& buffers) {
+  auto& oldIndex = buffers.oldIndex;
+  oldIndex.clear();
   for (std::size_t i = 0; i < before.size(); ++i) {
-    if (!before[i].shared || !before[i].alive.expired()) oldIndex.emplace(before[i].view, i);
+    if (!before[i].shared || !before[i].alive.expired()) oldIndex.emplace_back(before[i].view, i);
   }
-  std::vector<bool> matched(before.size(), false);
+  std::sort(oldIndex.begin(), oldIndex.end());
+  auto& matched = buffers.matched;
+  matched.assign(before.size(), false);
   std::size_t latestOld = 0;
   for (const RenderEntry& entry : now) {
-    const auto found = oldIndex.find(entry.view);
+    auto found = std::lower_bound(oldIndex.begin(), oldIndex.end(), std::pair(entry.view, std::size_t{0}));
+    if (found != oldIndex.end() && found->first != entry.view) found = oldIndex.end();
     if (found == oldIndex.end()) {
       damage.add(entry.rect);
       continue;
@@ -439,7 +443,9 @@ const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
     frame.stride = cairo_image_surface_get_stride(surface);
   }
 
-  std::vector<RenderEntry> entries;
+  // Kept from frame to frame, as the last frame's list: a frame allocates little.
+  std::vector<RenderEntry>& entries = buffers.entries;
+  entries.clear();
   const std::shared_ptr<UIWindow> window = UIApplication::sharedApplication().keyWindow();
   if (window) collect(*window, window->frame().origin, {{0.0, 0.0}, size}, 1.0, entries);
 
@@ -447,7 +453,7 @@ const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
   if (whole) {
     damage.addWhole();
   } else {
-    diff(previous, entries, damage);
+    diff(previous, entries, damage, buffers);
     damage.simplify();
   }
   if (!damage.empty()) {
@@ -465,7 +471,7 @@ const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
   }
   frame.pixels = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(surface));
   frame.damage = damage.rects();
-  previous = std::move(entries);
+  previous.swap(entries);
   return frame;
 }
 

@@ -30,6 +30,7 @@
 #include <memory>
 #include <typeindex>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace tavrel {
@@ -104,6 +105,13 @@ class BackingStores {
   std::unordered_map<std::type_index, bool> drawsContent_;  // by class, found on first use
 };
 
+// A frame's working lists, kept for the next one's.
+struct FrameBuffers {
+  std::vector<RenderEntry> entries;
+  std::vector<std::pair<const UIView*, std::size_t>> oldIndex;  // by view: the last frame's entries
+  std::vector<bool> matched;
+};
+
 struct UIHost::Renderer {
   Renderer() = default;
   ~Renderer();
@@ -118,6 +126,7 @@ struct UIHost::Renderer {
   cairo_surface_t* surface = nullptr;
   UIFrame frame;
   std::vector<RenderEntry> previous;
+  FrameBuffers buffers;
   BackingStores stores;
 };
 

@@ -384,9 +384,11 @@ const BackingStore* BackingStores::storeFor(UIView& view, double scale) {
 }
 
 const BackingStore* BackingStores::backgroundFor(const UIView& view, double scale) {
+  // A large one (a page's card) is rarely drawn again and would hold much memory: filled.
+  constexpr long long kMostPixels = 256 * 256;
   const CGSize size = view.bounds().size;
   const int width = pixels(size.width, scale), height = pixels(size.height, scale);
-  if (width <= 0 || height <= 0) return nullptr;
+  if (width <= 0 || height <= 0 || static_cast<long long>(width) * height > kMostPixels) return nullptr;
   BackingStore& store = keptFor(view).background;
   const bool resized = store.resize(width, height, bytes_);
   const std::uint64_t version = view.layerVersion() + 1;

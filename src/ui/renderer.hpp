@@ -90,7 +90,7 @@ class BackingStores {
   // whose class draws nothing, or of no size.
   const BackingStore* storeFor(UIView& view, double scale);
   // The view's background with its rounded corners, alpha not applied; null when the view has
-  // no size.
+  // no size or is large.
   const BackingStore* backgroundFor(const UIView& view, double scale);
   // Lets go of the stores of views no longer in `window`'s tree.
   void freeOffTheTree(const UIWindow* window);

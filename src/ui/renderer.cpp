@@ -216,9 +216,6 @@ class Painter {
     const CGRect local{{0.0, 0.0}, frame.size};
     const double radius = view.layer().cornerRadius();
 
-    // Inside a group or a mask, what lies below is not the frame's: no copies there.
-    const bool shelters = group || view.layer().masksToBounds();
-    sheltered_ += shelters;
     cairo_save(cr_);
     cairo_translate(cr_, frame.origin.x, frame.origin.y);
     if (group) cairo_push_group(cr_);
@@ -262,7 +259,6 @@ class Painter {
       cairo_paint_with_alpha(cr_, alpha);
     }
     cairo_restore(cr_);
-    sheltered_ -= shelters;
   }
 
  private:
@@ -279,9 +275,10 @@ class Painter {
     cairo_rectangle(cr_, x, y, store.width, store.height);
     cairo_clip(cr_);
     cairo_set_source_surface(cr_, store.surface, x, y);
-    // Over the damage's cleared pixels, where nothing of this frame lies yet, blending is a
-    // copy: most of a text's store is transparent, and a copy need not look at it.
-    const bool ontoCleared = alpha >= 1.0 && sheltered_ == 0 &&
+    // Over the damage's cleared pixels, where nothing of this frame lies yet (in a group's
+    // surface too), blending is a copy, even through a mask: most of a text's store is
+    // transparent, and a copy need not look at it. At a fraction of alpha it would be no copy.
+    const bool ontoCleared = alpha >= 1.0 &&
                              std::none_of(painted_.begin(), painted_.end(),
                                           [&](const PixelRect& r) { return Damage::overlap(at, r); });
     if (ontoCleared) cairo_set_operator(cr_, CAIRO_OPERATOR_SOURCE);
@@ -297,7 +294,6 @@ class Painter {
   double scale_;
   std::size_t next_ = 0;
   std::vector<PixelRect> painted_;  // what this frame has drawn so far, in pixels
-  int sheltered_ = 0;               // groups and masks the painting is inside
 };
 
 }  // namespace

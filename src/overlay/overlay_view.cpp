@@ -3,6 +3,7 @@
 #include <tavrel_sdk/tavrel_sdk.hpp>
 #include <tavrel_sdk/ui/application.hpp>
 
+#include "session/session_texts.hpp"
 #include "watermark/watermark_arithmetic.hpp"
 
 namespace tavrel {
@@ -102,17 +103,20 @@ void OverlayView::timerFired(Timer* /*timer*/) {
   _watermark->updateWithDelta(kTickStep);
   static const std::shared_ptr<UIColor> white = UIColor::whiteColor();
   const TextAttributes attributes{_font, white};
-  // Composed in a buffer kept from tick to tick: the text changes once a second.
+  // Composed in a buffer kept from tick to tick, from getTimestamp and getUserId's texts: a
+  // tick allocates nothing.
   std::string& text = _text;
-  text.assign(TavrelSDK::getTimestamp()).append("-").append(TavrelSDK::getUserId());
+  assignTimestamp(text);
+  text.push_back('-');
+  appendUserId(text);
   const CGSize size = measureText(text, attributes);
   // Not rounded up to whole points: the labels are as wide as the text with its fraction.
   _watermark->setTextDimensionsWithWidth(static_cast<float>(size.width), static_cast<float>(size.height));
-  auto items = _watermark->getRenderList();
-  if (!items) return;
+  std::vector<RenderItem>& items = _nextRenderItems;
+  if (!_watermark->fillRenderList(items)) return;
 
   if (!_renderItems) {
-    _renderItems = std::move(items);
+    _renderItems.emplace().swap(items);
     for (const RenderItem& item : *_renderItems) {
       auto label = makeLabel(labelFrame(item), text);
       addSubview(label);
@@ -121,17 +125,18 @@ void OverlayView::timerFired(Timer* /*timer*/) {
     return;
   }
   // The pool follows the list's length at its end only: the labels at the front live on.
-  for (std::size_t count = _renderItems->size(); count > items->size(); --count) {
+  for (std::size_t count = _renderItems->size(); count > items.size(); --count) {
     const auto label = std::move(_textViews.back());
     _textViews.pop_back();
     label->removeFromSuperview();
   }
-  for (std::size_t count = _renderItems->size(); count < items->size(); ++count) {
+  for (std::size_t count = _renderItems->size(); count < items.size(); ++count) {
     auto label = makeLabel(CGRectZero, text);
     addSubview(label);
     _textViews.push_back(std::move(label));
   }
-  _renderItems = std::move(items);
+  // The old list's buffer takes the next tick's.
+  _renderItems->swap(items);
   // Taken off and put back in list order, so the labels end up in front of any touch mark.
   for (std::size_t i = 0; i < _renderItems->size(); ++i) {
     const auto& label = _textViews[i];

@@ -132,6 +132,7 @@ class TAVREL_EXPORT OverlayView : public UIView {
   std::shared_ptr<Timer> _timer;
   // Absent until the first list; then one label in _textViews per item, in list order.
   std::optional<std::vector<RenderItem>> _renderItems;
+  std::vector<RenderItem> _nextRenderItems;  // filled by the next tick, then swapped in
   std::vector<std::shared_ptr<UILabel>> _textViews;
   std::shared_ptr<UIFont> _font;
   std::string _text;  // the latest tick's

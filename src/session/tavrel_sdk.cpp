@@ -2,6 +2,11 @@
 
 #include "platform/date_format.hpp"
 #include "platform/strings.hpp"
+#include "session/session_texts.hpp"
+
+#include <cmath>
+#include <cstdlib>
+#include <string_view>
 
 namespace tavrel {
 
@@ -21,11 +26,37 @@ void TavrelSDK::setAuthToken(const std::optional<std::string>& token) {
   }
 }
 
-std::string TavrelSDK::getTimestamp() { return localTimestamp(Platform::current().timeIntervalSince1970()); }
+void assignTimestamp(std::string& into) {
+  // The text changes once a second, or with the time zone: each thread formats it again only then.
+  thread_local double second = -1.0;
+  thread_local std::string text, zone;
+  thread_local bool zoneSet = false;
+  const double now = std::floor(Platform::current().timeIntervalSince1970());
+  const char* tz = std::getenv("TZ");
+  if (now != second || (tz != nullptr) != zoneSet || (tz && zone != tz) || text.empty()) {
+    text = localTimestamp(now);
+    second = now;
+    zoneSet = tz != nullptr;
+    zone = tz ? tz : "";
+  }
+  into.assign(text);
+}
+
+void appendUserId(std::string& into) {
+  const auto userId = _userId.load();
+  into.append(userId ? *userId : std::string_view("(null)"));
+}
+
+std::string TavrelSDK::getTimestamp() {
+  std::string text;
+  assignTimestamp(text);
+  return text;
+}
 
 std::string TavrelSDK::getUserId() {
-  auto userId = _userId.load();
-  return userId ? *userId : "(null)";
+  std::string text;
+  appendUserId(text);
+  return text;
 }
 
 }  // namespace tavrel

@@ -75,6 +75,20 @@ class Damage {
   bool empty() const { return rects_.empty(); }
   const std::vector<PixelRect>& rects() const { return rects_; }
 
+  // Whole pixels covering the rectangle, one more on each side for antialiased edges.
+  PixelRect toPixels(CGRect points) const {
+    if (points.isEmpty()) return {};
+    const int left = std::max(0, static_cast<int>(std::floor(points.minX() * scale_)) - 1);
+    const int top = std::max(0, static_cast<int>(std::floor(points.minY() * scale_)) - 1);
+    const int right = std::min(width_, static_cast<int>(std::ceil(points.maxX() * scale_)) + 1);
+    const int bottom = std::min(height_, static_cast<int>(std::ceil(points.maxY() * scale_)) + 1);
+    if (right <= left || bottom <= top) return {};
+    return {left, top, right - left, bottom - top};
+  }
+  static bool overlap(const PixelRect& a, const PixelRect& b) {
+    return a.x < b.x + b.width && b.x < a.x + a.width && a.y < b.y + b.height && b.y < a.y + a.height;
+  }
+
   // Merges overlapping rectangles, then the pairs that waste least until few are left. None
   // overlap afterwards: a host may copy each once (a Vulkan copy's regions must not overlap).
   void simplify() {
@@ -107,19 +121,6 @@ class Damage {
       }
     }
   }
-  // Whole pixels covering the rectangle, one more on each side for antialiased edges.
-  PixelRect toPixels(CGRect points) const {
-    if (points.isEmpty()) return {};
-    const int left = std::max(0, static_cast<int>(std::floor(points.minX() * scale_)) - 1);
-    const int top = std::max(0, static_cast<int>(std::floor(points.minY() * scale_)) - 1);
-    const int right = std::min(width_, static_cast<int>(std::ceil(points.maxX() * scale_)) + 1);
-    const int bottom = std::min(height_, static_cast<int>(std::ceil(points.maxY() * scale_)) + 1);
-    if (right <= left || bottom <= top) return {};
-    return {left, top, right - left, bottom - top};
-  }
-  static bool overlap(const PixelRect& a, const PixelRect& b) {
-    return a.x < b.x + b.width && b.x < a.x + a.width && a.y < b.y + b.height && b.y < a.y + a.height;
-  }
   static PixelRect unite(const PixelRect& a, const PixelRect& b) {
     const int left = std::min(a.x, b.x), top = std::min(a.y, b.y);
     return {left, top, std::max(a.x + a.width, b.x + b.width) - left, std::max(a.y + a.height, b.y + b.height) - top};
@@ -136,16 +137,20 @@ class Damage {
 };
 
 // Old and new rectangles of every view that appeared, went, changed or moved in the stacking.
-void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>& now, Damage& damage) {
-  std::unordered_map<const UIView*, std::size_t> oldIndex;
-  oldIndex.reserve(before.size());
+void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>& now, Damage& damage,
+          FrameBuffers& buffers) {
+  auto& oldIndex = buffers.oldIndex;
+  oldIndex.clear();
   for (std::size_t i = 0; i < before.size(); ++i) {
-    if (!before[i].shared || !before[i].alive.expired()) oldIndex.emplace(before[i].view, i);
+    if (!before[i].shared || !before[i].alive.expired()) oldIndex.emplace_back(before[i].view, i);
   }
-  std::vector<bool> matched(before.size(), false);
+  std::sort(oldIndex.begin(), oldIndex.end());
+  auto& matched = buffers.matched;
+  matched.assign(before.size(), false);
   std::size_t latestOld = 0;
   for (const RenderEntry& entry : now) {
-    const auto found = oldIndex.find(entry.view);
+    auto found = std::lower_bound(oldIndex.begin(), oldIndex.end(), std::pair(entry.view, std::size_t{0}));
+    if (found != oldIndex.end() && found->first != entry.view) found = oldIndex.end();
     if (found == oldIndex.end()) {
       damage.add(entry.rect);
       continue;
@@ -215,9 +220,16 @@ class Painter {
     cairo_translate(cr_, frame.origin.x, frame.origin.y);
     if (group) cairo_push_group(cr_);
     if (drawSelf && background) {
-      roundedRectPath(cr_, local, radius);
-      setSourceColor(cr_, view.backgroundColor()->CGColor(), partAlpha);
-      cairo_fill(cr_);
+      // A plain rectangle fills fast; a rounded one is drawn once and copied after.
+      const BackingStore* kept = radius > 0.0 ? stores_.backgroundFor(view, scale_) : nullptr;
+      if (kept) {
+        composite(*kept, {0.0, 0.0}, partAlpha);
+      } else {
+        roundedRectPath(cr_, local, radius);
+        setSourceColor(cr_, view.backgroundColor()->CGColor(), partAlpha);
+        cairo_fill(cr_);
+        painted_.push_back(damage_.toPixels(entry.rect));
+      }
     }
     if (view.layer().masksToBounds()) {
       roundedRectPath(cr_, local, radius);
@@ -240,6 +252,7 @@ class Painter {
       cairo_set_line_width(cr_, width);
       setSourceColor(cr_, *view.layer().borderColor(), partAlpha);
       cairo_stroke(cr_);
+      painted_.push_back(damage_.toPixels(entry.rect));
     }
     if (group) {
       cairo_pop_group_to_source(cr_);
@@ -256,13 +269,22 @@ class Painter {
     cairo_user_to_device(cr_, &x, &y);
     x = std::round(x);
     y = std::round(y);
+    const PixelRect at{static_cast<int>(x), static_cast<int>(y), store.width, store.height};
     cairo_save(cr_);
     cairo_identity_matrix(cr_);
     cairo_rectangle(cr_, x, y, store.width, store.height);
     cairo_clip(cr_);
     cairo_set_source_surface(cr_, store.surface, x, y);
+    // Over the damage's cleared pixels, where nothing of this frame lies yet (in a group's
+    // surface too), blending is a copy, even through a mask: most of a text's store is
+    // transparent, and a copy need not look at it. At a fraction of alpha it would be no copy.
+    const bool ontoCleared = alpha >= 1.0 &&
+                             std::none_of(painted_.begin(), painted_.end(),
+                                          [&](const PixelRect& r) { return Damage::overlap(at, r); });
+    if (ontoCleared) cairo_set_operator(cr_, CAIRO_OPERATOR_SOURCE);
     cairo_paint_with_alpha(cr_, alpha);
     cairo_restore(cr_);
+    painted_.push_back(at);
   }
 
   cairo_t* cr_;
@@ -271,6 +293,7 @@ class Painter {
   BackingStores& stores_;
   double scale_;
   std::size_t next_ = 0;
+  std::vector<PixelRect> painted_;  // what this frame has drawn so far, in pixels
 };
 
 }  // namespace
@@ -284,8 +307,39 @@ std::size_t BackingStore::bytes() const {
                  : 0;
 }
 
+bool BackingStore::resize(int newWidth, int newHeight, std::size_t& total) {
+  if (surface && width == newWidth && height == newHeight) return false;
+  total -= bytes();
+  if (surface) cairo_surface_destroy(surface);
+  surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, newWidth, newHeight);
+  width = newWidth;
+  height = newHeight;
+  total += bytes();
+  return true;
+}
+
 UIHost::Renderer::~Renderer() {
   if (surface) cairo_surface_destroy(surface);
+}
+
+namespace {
+
+// Whole pixels covering `size` points at `scale`.
+int pixels(double points, double scale) { return static_cast<int>(std::ceil(points * scale - 1e-9)); }
+
+}  // namespace
+
+KeptDrawing& BackingStores::keptFor(const UIView& view) {
+  auto& slot = stores_[&view];
+  if (slot && slot->owner.lock().get() != &view) {
+    bytes_ -= slot->bytes();
+    slot.reset();  // another view's, at an address used again
+  }
+  if (!slot) {
+    slot = std::make_unique<KeptDrawing>();
+    slot->owner = view.weak_from_this();
+  }
+  return *slot;
 }
 
 const BackingStore* BackingStores::storeFor(UIView& view, double scale) {
@@ -293,29 +347,11 @@ const BackingStore* BackingStores::storeFor(UIView& view, double scale) {
   if (known == drawsContent_.end()) known = drawsContent_.emplace(typeid(view), probeDrawsContent(view)).first;
   if (!known->second) return nullptr;
   const CGRect bounds = view.bounds();
-  const int width = static_cast<int>(std::ceil(bounds.size.width * scale - 1e-9));
-  const int height = static_cast<int>(std::ceil(bounds.size.height * scale - 1e-9));
+  const int width = pixels(bounds.size.width, scale), height = pixels(bounds.size.height, scale);
   if (width <= 0 || height <= 0) return nullptr;
 
-  auto& slot = stores_[&view];
-  if (slot && slot->owner.lock().get() != &view) {
-    bytes_ -= slot->bytes();
-    slot.reset();  // another view's, at an address used again
-  }
-  if (!slot) {
-    slot = std::make_unique<BackingStore>();
-    slot->owner = view.weak_from_this();
-  }
-  BackingStore& store = *slot;
-  const bool resized = store.width != width || store.height != height;
-  if (resized) {
-    bytes_ -= store.bytes();
-    if (store.surface) cairo_surface_destroy(store.surface);
-    store.surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
-    store.width = width;
-    store.height = height;
-    bytes_ += store.bytes();
-  }
+  BackingStore& store = keptFor(view).content;
+  const bool resized = store.resize(width, height, bytes_);
   const bool whole = resized || store.scale != scale || store.origin != bounds.origin || store.version == 0;
   if (!whole && store.version == view.displayVersion()) return &store;
 
@@ -340,6 +376,31 @@ const BackingStore* BackingStores::storeFor(UIView& view, double scale) {
   store.scale = scale;
   store.origin = bounds.origin;
   store.version = view.displayVersion();
+  return &store;
+}
+
+const BackingStore* BackingStores::backgroundFor(const UIView& view, double scale) {
+  // A large one (a page's card) is rarely drawn again and would hold much memory: filled.
+  constexpr long long kMostPixels = 256 * 256;
+  const CGSize size = view.bounds().size;
+  const int width = pixels(size.width, scale), height = pixels(size.height, scale);
+  if (width <= 0 || height <= 0 || static_cast<long long>(width) * height > kMostPixels) return nullptr;
+  BackingStore& store = keptFor(view).background;
+  const bool resized = store.resize(width, height, bytes_);
+  const std::uint64_t version = view.layerVersion() + 1;
+  if (!resized && store.scale == scale && store.version == version) return &store;
+  cairo_t* cr = cairo_create(store.surface);
+  cairo_set_operator(cr, CAIRO_OPERATOR_CLEAR);
+  cairo_paint(cr);
+  cairo_set_operator(cr, CAIRO_OPERATOR_OVER);
+  cairo_scale(cr, scale, scale);
+  roundedRectPath(cr, {{0.0, 0.0}, size}, view.layer().cornerRadius());
+  setSourceColor(cr, view.backgroundColor()->CGColor());
+  cairo_fill(cr);
+  cairo_destroy(cr);
+  cairo_surface_flush(store.surface);
+  store.scale = scale;
+  store.version = version;
   return &store;
 }
 
@@ -380,7 +441,9 @@ const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
     frame.stride = cairo_image_surface_get_stride(surface);
   }
 
-  std::vector<RenderEntry> entries;
+  // Kept from frame to frame, as the last frame's list: a frame allocates little.
+  std::vector<RenderEntry>& entries = buffers.entries;
+  entries.clear();
   const std::shared_ptr<UIWindow> window = UIApplication::sharedApplication().keyWindow();
   if (window) collect(*window, window->frame().origin, {{0.0, 0.0}, size}, 1.0, entries);
 
@@ -388,7 +451,7 @@ const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
   if (whole) {
     damage.addWhole();
   } else {
-    diff(previous, entries, damage);
+    diff(previous, entries, damage, buffers);
     damage.simplify();
   }
   if (!damage.empty()) {
@@ -406,7 +469,7 @@ const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
   }
   frame.pixels = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(surface));
   frame.damage = damage.rects();
-  previous = std::move(entries);
+  previous.swap(entries);
   return frame;
 }
 

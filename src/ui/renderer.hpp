@@ -30,6 +30,7 @@
 #include <memory>
 #include <typeindex>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace tavrel {
@@ -53,20 +54,30 @@ struct RenderEntry {
 };
 
 
-// What a view drew, kept between frames.
+// Pixels kept between frames.
 struct BackingStore {
   BackingStore() = default;
   BackingStore(const BackingStore&) = delete;
   BackingStore& operator=(const BackingStore&) = delete;
   ~BackingStore();
 
-  std::weak_ptr<const UIResponder> owner;  // a dead view's address may be reused
   cairo_surface_t* surface = nullptr;
   int width = 0, height = 0;  // pixels
   double scale = 0.0;
   CGPoint origin;             // the bounds origin it was drawn for
-  std::uint64_t version = 0;  // the view's displayVersion() when drawn
+  std::uint64_t version = 0;  // what it shows: the view's displayVersion() (layerVersion() + 1 for a background)
   std::size_t bytes() const;
+  // A surface of width × height pixels; true when it was made anew (cleared). `total` follows.
+  bool resize(int width, int height, std::size_t& total);
+};
+
+// What one view keeps: its drawRect's pixels, and its layer's rounded background (a touch
+// mark moved is then a copy, not a path filled again).
+struct KeptDrawing {
+  std::weak_ptr<const UIResponder> owner;  // a dead view's address may be reused
+  BackingStore content;
+  BackingStore background;
+  std::size_t bytes() const { return content.bytes() + background.bytes(); }
 };
 
 // Reached when UIView's own drawRect() runs: a class that keeps it draws nothing of its own.
@@ -78,15 +89,27 @@ class BackingStores {
   // The store of `view` as it should show now, drawn again where needed; null for a view
   // whose class draws nothing, or of no size.
   const BackingStore* storeFor(UIView& view, double scale);
+  // The view's background with its rounded corners, alpha not applied; null when the view has
+  // no size or is large.
+  const BackingStore* backgroundFor(const UIView& view, double scale);
   // Lets go of the stores of views no longer in `window`'s tree.
   void freeOffTheTree(const UIWindow* window);
   std::size_t bytes() const { return bytes_; }
   std::size_t bytesOf(const UIView& view) const;
 
  private:
-  std::unordered_map<const UIView*, std::unique_ptr<BackingStore>> stores_;
+  KeptDrawing& keptFor(const UIView& view);
+
+  std::unordered_map<const UIView*, std::unique_ptr<KeptDrawing>> stores_;
   std::size_t bytes_ = 0;
   std::unordered_map<std::type_index, bool> drawsContent_;  // by class, found on first use
+};
+
+// A frame's working lists, kept for the next one's.
+struct FrameBuffers {
+  std::vector<RenderEntry> entries;
+  std::vector<std::pair<const UIView*, std::size_t>> oldIndex;  // by view: the last frame's entries
+  std::vector<bool> matched;
 };
 
 struct UIHost::Renderer {
@@ -103,6 +126,7 @@ struct UIHost::Renderer {
   cairo_surface_t* surface = nullptr;
   UIFrame frame;
   std::vector<RenderEntry> previous;
+  FrameBuffers buffers;
   BackingStores stores;
 };
 

@@ -68,8 +68,15 @@ void Watermark::updateWithDelta(float delta) {
 }
 
 std::optional<std::vector<RenderItem>> Watermark::getRenderList() const {
-  if (!behaviour_) return std::nullopt;
-  return behaviour_->getRenderListWithWidth(canvasWidth_, canvasHeight_, textWidth_, textHeight_);
+  std::vector<RenderItem> items;
+  if (!fillRenderList(items)) return std::nullopt;
+  return items;
+}
+
+bool Watermark::fillRenderList(std::vector<RenderItem>& items) const {
+  if (!behaviour_) return false;
+  behaviour_->fillRenderListWithWidth(items, canvasWidth_, canvasHeight_, textWidth_, textHeight_);
+  return true;
 }
 
 void Watermark::resetBehaviour() {

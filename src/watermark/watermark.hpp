@@ -57,6 +57,9 @@ class TAVREL_EXPORT Watermark {
   void updateWithDelta(float delta);
   // The placements for this tick, or nullopt while no behaviour is set.
   std::optional<std::vector<RenderItem>> getRenderList() const;
+  // The same into a list the caller keeps (no allocation once it is long enough); false, and
+  // `items` untouched, while no behaviour is set.
+  bool fillRenderList(std::vector<RenderItem>& items) const;
 
   // The behaviour in place, for inspection; null while none is set.
   const WatermarkBehaviour* behaviour() const { return behaviour_.get(); }

@@ -24,9 +24,17 @@ void WatermarkBehaviour::updateWithSpeed(float, float, float, float, float) {
 
 void WatermarkBehaviour::resetWithWidth(float, float, float, float) { throw NotImplementedError(); }
 
-std::vector<RenderItem> WatermarkBehaviour::getRenderListWithWidth(float, float, float,
-                                                                   float) const {
+void WatermarkBehaviour::fillRenderListWithWidth(std::vector<RenderItem>&, float, float, float,
+                                                 float) const {
   throw NotImplementedError();
+}
+
+std::vector<RenderItem> WatermarkBehaviour::getRenderListWithWidth(float width, float height,
+                                                                   float textWidth,
+                                                                   float textHeight) const {
+  std::vector<RenderItem> items;
+  fillRenderListWithWidth(items, width, height, textWidth, textHeight);
+  return items;
 }
 
 namespace watermark_detail {

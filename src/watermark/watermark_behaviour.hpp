@@ -53,9 +53,15 @@ class TAVREL_EXPORT WatermarkBehaviour {
   // Called right after construction, possibly again at once, and at each end of a change
   // period; each behaviour decides whether a repeated reset acts.
   virtual void resetWithWidth(float width, float height, float textWidth, float textHeight);
-  // The placements of this tick in the behaviour's own order. Changes no state.
-  virtual std::vector<RenderItem> getRenderListWithWidth(float width, float height,
-                                                         float textWidth, float textHeight) const;
+  // The placements of this tick in the behaviour's own order, into `items` (what it held is
+  // replaced): a caller that keeps the vector allocates nothing once it is long enough.
+  // Changes no state.
+  virtual void fillRenderListWithWidth(std::vector<RenderItem>& items, float width, float height,
+                                       float textWidth, float textHeight) const;
+
+  // The same placements as a new list.
+  std::vector<RenderItem> getRenderListWithWidth(float width, float height, float textWidth,
+                                                 float textHeight) const;
 };
 
 }  // namespace tavrel

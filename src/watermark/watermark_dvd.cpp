@@ -46,8 +46,9 @@ void WatermarkDVD::resetWithWidth(float width, float height, float, float textHe
   dy_ = drawVelocity();
 }
 
-std::vector<RenderItem> WatermarkDVD::getRenderListWithWidth(float, float, float, float) const {
-  return {RenderItem(x_, y_)};
+void WatermarkDVD::fillRenderListWithWidth(std::vector<RenderItem>& items, float, float, float,
+                                           float) const {
+  items.assign(1, RenderItem(x_, y_));
 }
 
 }  // namespace tavrel

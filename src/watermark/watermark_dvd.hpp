@@ -14,8 +14,8 @@ class TAVREL_EXPORT WatermarkDVD final : public WatermarkBehaviour {
                        float textHeight) override;
   void resetWithWidth(float width, float height, float textWidth, float textHeight) override;
   // Exactly one item, whatever the sizes.
-  std::vector<RenderItem> getRenderListWithWidth(float width, float height, float textWidth,
-                                                 float textHeight) const override;
+  void fillRenderListWithWidth(std::vector<RenderItem>& items, float width, float height,
+                               float textWidth, float textHeight) const override;
 
   float x() const { return x_; }
   float y() const { return y_; }

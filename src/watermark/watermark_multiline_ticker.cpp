@@ -34,20 +34,18 @@ void WatermarkMultilineTicker::resetWithWidth(float, float height, float, float)
   }
 }
 
-std::vector<RenderItem> WatermarkMultilineTicker::getRenderListWithWidth(float width, float height,
-                                                                         float textWidth,
-                                                                         float) const {
+void WatermarkMultilineTicker::fillRenderListWithWidth(std::vector<RenderItem>& items, float width,
+                                                       float height, float textWidth, float) const {
   const float step = watermark_detail::rowStep(textWidth, getSpacerWidth(height));
   std::size_t count = 0;
   for (const Position& position : positions_) {
     count += watermark_detail::rowLength(position.x(), width, step);
   }
-  std::vector<RenderItem> items;
+  items.clear();
   items.reserve(count);
   for (const Position& position : positions_) {
     watermark_detail::appendRow(items, position.x(), position.y(), width, step);
   }
-  return items;
 }
 
 }  // namespace tavrel

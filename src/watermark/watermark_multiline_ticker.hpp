@@ -19,8 +19,8 @@ class TAVREL_EXPORT WatermarkMultilineTicker final : public WatermarkBehaviour {
   void resetWithWidth(float width, float height, float textWidth, float textHeight) override;
   // Grouped by line, top line first, each left to right with at least two items; empty before
   // the first reset. REQUIRES: textWidth + 2 * spacer > 0.
-  std::vector<RenderItem> getRenderListWithWidth(float width, float height, float textWidth,
-                                                 float textHeight) const override;
+  void fillRenderListWithWidth(std::vector<RenderItem>& items, float width, float height,
+                               float textWidth, float textHeight) const override;
 
   // One entry per line, top first; empty until laid out.
   const std::vector<Position>& positions() const { return positions_; }

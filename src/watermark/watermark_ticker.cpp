@@ -18,13 +18,12 @@ void WatermarkTicker::resetWithWidth(float, float height, float, float textHeigh
   y_ = watermark_detail::drawLineInBand(height, textHeight);
 }
 
-std::vector<RenderItem> WatermarkTicker::getRenderListWithWidth(float width, float height,
-                                                                float textWidth, float) const {
+void WatermarkTicker::fillRenderListWithWidth(std::vector<RenderItem>& items, float width,
+                                              float height, float textWidth, float) const {
   const float step = watermark_detail::rowStep(textWidth, getSpacerWidth(height));
-  std::vector<RenderItem> items;
+  items.clear();
   items.reserve(watermark_detail::rowLength(x_, width, step));
   watermark_detail::appendRow(items, x_, y_, width, step);
-  return items;
 }
 
 }  // namespace tavrel

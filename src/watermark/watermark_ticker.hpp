@@ -15,8 +15,8 @@ class TAVREL_EXPORT WatermarkTicker final : public WatermarkBehaviour {
   void resetWithWidth(float width, float height, float textWidth, float textHeight) override;
   // At least two items, on from x() until one starts at or past `width`.
   // REQUIRES: textWidth + 2 * spacer > 0.
-  std::vector<RenderItem> getRenderListWithWidth(float width, float height, float textWidth,
-                                                 float textHeight) const override;
+  void fillRenderListWithWidth(std::vector<RenderItem>& items, float width, float height,
+                               float textWidth, float textHeight) const override;
 
   // Left edge of the first copy (0 or negative) and top of the line.
   float x() const { return x_; }

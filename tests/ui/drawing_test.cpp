@@ -313,6 +313,16 @@ TEST_F(DrawingTest, AViewKeepsWhatItDrewAndDrawsAgainOnlyWhenAsked) {
     EXPECT_EQ(label->drawn, before + 1);
   }
 
+  // Moved over a rounded view, the text blends onto it; the view's new colour shows at once.
+  auto below = addView(root(), CGRectMake(0, 150, 150, 30), UIColor::colorWithRed(0, 0, 1, 1));
+  below->layer().setCornerRadius(8);
+  root().addSubview(label);
+  label->setAlpha(1);
+  label->setFrame(CGRectMake(20, 160, 120, 20));
+  EXPECT_THAT(pixelAt(host().renderFrame(), {138, 161}), IsRgba(0, 0, 255, 255));
+  below->setBackgroundColor(UIColor::colorWithRed(1, 0, 0, 1));
+  EXPECT_THAT(pixelAt(host().renderFrame(), {145, 165}), IsRgba(255, 0, 0, 255));
+
   // The store is the label's size at the scale, and goes with the label; a view that draws
   // nothing of its own keeps none.
   EXPECT_EQ(host().backingStoreBytes(*label), 360u * 60 * 4);

@@ -206,6 +206,21 @@ TEST_P(SdlHostTest, followsTheWindowThroughItsSizeEvents) {
   EXPECT_EQ(corners[1], 0x0000c8u) << "the game shows through the overlay";
 }
 
+// `tavrel run --window`: frames are shown until the player closes the window, whatever else the
+// window goes through.
+TEST(SdlSessionWindowTest, showsFramesUntilThePlayerClosesTheWindow) {
+  setenv("SDL_VIDEODRIVER", "dummy", 1);
+  SdlSessionWindow window("session", CGSizeMake(200, 100));
+  SDL_Event event{};
+  event.window.type = SDL_WINDOWEVENT;
+  event.window.event = SDL_WINDOWEVENT_EXPOSED;
+  SDL_PushEvent(&event);
+  EXPECT_TRUE(window.showFrame());
+  event.window.event = SDL_WINDOWEVENT_CLOSE;
+  SDL_PushEvent(&event);
+  EXPECT_FALSE(window.showFrame());
+}
+
 INSTANTIATE_TEST_SUITE_P(Renderers, SdlHostTest, ::testing::Values("software", "opengl"),
                          [](const auto& info) { return std::string(info.param); });
 

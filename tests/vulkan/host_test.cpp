@@ -210,17 +210,6 @@ TEST_P(VulkanHostTest, composesTheToolkitOverTheGameFrameAfterFrameCopyingOnlyWh
   sdk().dismissLoginPage();
   frames(12, 1.0 / 30, "after-login");
   EXPECT_FALSE(host_->isCovered());
-
-  // The swapchain made again at another size: one call, then the whole frame again.
-  checkAll();
-  game_->resize({480, 600});
-  if (handle_ != nullptr) {
-    EXPECT_EQ(tavrel_vulkan_resize(handle_, 240, 300, 480, 600), TAVREL_OK);
-  } else {
-    host_->resize(CGSizeMake(240, 300), {480, 600});
-  }
-  EXPECT_DOUBLE_EQ(host_->screenSize().width, 240.0);
-  frames(3, 1.0 / 15, "resized");
 }
 
 // The swapchain made again for a resized window, then for a screen of another scale: the

@@ -170,6 +170,9 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
   key.key = {SDL_KEYDOWN, 0, SDL_GetWindowID(window_), SDL_PRESSED, 0, 0, 0, {SDL_SCANCODE_BACKSPACE, SDLK_BACKSPACE, 0, 0}};
   EXPECT_TRUE(send(key));
   EXPECT_EQ(field->text(), "a");
+  text.text.windowID += 1;  // another window's typing: the game's
+  EXPECT_FALSE(send(text));
+  EXPECT_EQ(field->text(), "a");
   key.key.keysym = {SDL_SCANCODE_W, SDLK_w, 0, 0};
   EXPECT_TRUE(send(key));  // a game key while a field has the focus: the game does not move
   field->resignFirstResponder();

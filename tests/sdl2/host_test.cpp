@@ -173,6 +173,19 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
   text.text.windowID += 1;  // another window's typing: the game's
   EXPECT_FALSE(send(text));
   EXPECT_EQ(field->text(), "a");
+  // Return asks the field's delegate, once a press: a held key's repeats do not.
+  struct : UITextFieldDelegate {
+    int returns = 0;
+    bool textFieldShouldReturn(UITextField*) override { return ++returns > 0; }
+  } delegate;
+  field->setDelegate(&delegate);
+  key.key.keysym = {SDL_SCANCODE_RETURN, SDLK_RETURN, 0, 0};
+  send(key);
+  key.key.repeat = 1;
+  send(key);
+  key.key.repeat = 0;
+  field->setDelegate(nullptr);
+  EXPECT_EQ(delegate.returns, 1);
   key.key.keysym = {SDL_SCANCODE_W, SDLK_w, 0, 0};
   EXPECT_TRUE(send(key));  // a game key while a field has the focus: the game does not move
   field->resignFirstResponder();

@@ -243,6 +243,13 @@ TEST_P(VulkanHostFromCTest, refusesWhatItCannotUse) {
   ASSERT_EQ(tavrel_host_new(320, 240, 1, nullptr, nullptr, &headless), TAVREL_OK);
   EXPECT_EQ(tavrel_vulkan_record_draw(headless, commands), TAVREL_ERROR_INVALID_ARGUMENT);
   tavrel_host_free(headless);
+
+  // A render pass needs no colour format; dynamic rendering does.
+  VulkanHostInfo info = game_->hostInfo();
+  info.colorFormat = VK_FORMAT_UNDEFINED;
+  EXPECT_NO_THROW(VulkanHost{info}.shutdown());
+  info.renderPass = VK_NULL_HANDLE;
+  EXPECT_THROW(VulkanHost{info}, std::invalid_argument);
 }
 
 const auto caseName = [](const auto& info) {

@@ -275,6 +275,7 @@ TEST_P(OpenGLHostTest, leavesEveryPieceOfTheGamesStateAsItFoundIt) {
 TEST_P(OpenGLHostTest, fromCTakesOpenGLHostsOnlyAndComposites) {
   tavrel_host* host = nullptr;
   ASSERT_EQ(tavrel_opengl_host_new(eglGetProcAddress, 200, 100, 200, 100, &host), TAVREL_OK);
+  EXPECT_EQ(tavrel_opengl_resize(host, 1, 1, 1, 1), TAVREL_OK);  // the smallest window
   EXPECT_EQ(tavrel_opengl_resize(host, 100, 50, 200, 100), TAVREL_OK);
   EXPECT_EQ(tavrel_opengl_composite(host), TAVREL_OK);
   EXPECT_EQ(tavrel_opengl_release_gl(host), TAVREL_OK);

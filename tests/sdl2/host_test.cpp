@@ -181,6 +181,7 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
   field->setDelegate(&delegate);
   key.key.keysym = {SDL_SCANCODE_RETURN, SDLK_RETURN, 0, 0};
   send(key);
+  EXPECT_EQ(delegate.returns, 1);
   key.key.repeat = 1;
   send(key);
   key.key.repeat = 0;

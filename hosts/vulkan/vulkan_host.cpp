@@ -1,5 +1,7 @@
 #include <tavrel_sdk/vulkan_host.hpp>
 
+#include "vulkan_support.hpp"
+
 #include "overlay_frag.h"
 #include "overlay_vert.h"
 
@@ -15,39 +17,8 @@ static_assert(std::endian::native == std::endian::little,
 namespace tavrel {
 namespace {
 
-#define TAVREL_VULKAN_INSTANCE_FUNCTIONS(X) \
-  X(vkGetDeviceProcAddr)                    \
-  X(vkGetPhysicalDeviceMemoryProperties)
-#define TAVREL_VULKAN_DEVICE_FUNCTIONS(X)                                                             \
-  X(vkAllocateDescriptorSets) X(vkAllocateMemory) X(vkBindBufferMemory) X(vkBindImageMemory)          \
-  X(vkCmdBindDescriptorSets) X(vkCmdBindPipeline) X(vkCmdCopyBufferToImage) X(vkCmdDraw)              \
-  X(vkCmdPipelineBarrier) X(vkCmdSetScissor) X(vkCmdSetViewport) X(vkCreateBuffer)                    \
-  X(vkCreateDescriptorPool) X(vkCreateDescriptorSetLayout) X(vkCreateGraphicsPipelines)               \
-  X(vkCreateImage) X(vkCreateImageView) X(vkCreatePipelineLayout) X(vkCreateSampler)                  \
-  X(vkCreateShaderModule) X(vkDestroyBuffer) X(vkDestroyDescriptorPool) X(vkDestroyDescriptorSetLayout) \
-  X(vkDestroyImage) X(vkDestroyImageView) X(vkDestroyPipeline) X(vkDestroyPipelineLayout)             \
-  X(vkDestroySampler) X(vkDestroyShaderModule) X(vkFreeMemory) X(vkGetBufferMemoryRequirements)       \
-  X(vkGetImageMemoryRequirements) X(vkMapMemory) X(vkQueueWaitIdle) X(vkUpdateDescriptorSets)
-
-struct Functions {
-#define TAVREL_VULKAN_MEMBER(name) PFN_##name name = nullptr;
-  TAVREL_VULKAN_INSTANCE_FUNCTIONS(TAVREL_VULKAN_MEMBER)
-  TAVREL_VULKAN_DEVICE_FUNCTIONS(TAVREL_VULKAN_MEMBER)
-#undef TAVREL_VULKAN_MEMBER
-};
-
-// A Vulkan structure of that type with every other field zero.
-template <class T>
-T zeroed(VkStructureType type, const void* next = nullptr) {
-  T value{};
-  value.sType = type;
-  value.pNext = const_cast<void*>(next);  // some structures' pNext is not const
-  return value;
-}
-
-void check(const char* call, VkResult result) {
-  if (result != VK_SUCCESS) throw VulkanError(call, result);
-}
+using vulkan::check;
+using vulkan::zeroed;
 
 bool isSrgb(VkFormat format) {
   return format == VK_FORMAT_B8G8R8A8_SRGB || format == VK_FORMAT_R8G8B8A8_SRGB ||
@@ -71,39 +42,26 @@ VulkanError::VulkanError(const char* call, VkResult result)
       result_(result) {}
 
 struct VulkanHost::Device {
-  struct Texture {
-    VkImage image = VK_NULL_HANDLE;
-    VkDeviceMemory memory = VK_NULL_HANDLE;
-    VkImageView view = VK_NULL_HANDLE;
-    VkExtent2D extent{};
+  struct Texture : vulkan::Image {
     bool filled = false;  // holds a whole frame; its layout is then SHADER_READ_ONLY_OPTIMAL
   };
-  // Host memory the copies of one frame in flight read from; mapped for its whole life.
-  struct Staging {
-    VkBuffer buffer = VK_NULL_HANDLE;
-    VkDeviceMemory memory = VK_NULL_HANDLE;
-    unsigned char* mapped = nullptr;
-    VkDeviceSize size = 0;
-  };
+  // Host memory the copies of one frame in flight read from.
+  using Staging = vulkan::Buffer;
 
   explicit Device(const VulkanHostInfo& info);
   ~Device() { release(); }
   Device(const Device&) = delete;
   Device& operator=(const Device&) = delete;
 
-  std::uint32_t memoryType(std::uint32_t allowed, VkMemoryPropertyFlags wanted) const;
-  VkDeviceMemory allocate(const VkMemoryRequirements& requirements, VkMemoryPropertyFlags wanted);
   void makePipeline();
   void makeTexture(int width, int height);
   void destroyTexture();
   void reserve(Staging& staging, VkDeviceSize size);
-  void destroy(Staging& staging);
   void waitIdle() const { vk.vkQueueWaitIdle(info.queue); }
   void release();
 
   VulkanHostInfo info;
-  Functions vk;
-  VkPhysicalDeviceMemoryProperties memory{};
+  vulkan::Functions vk;
   VkSampler sampler = VK_NULL_HANDLE;
   VkDescriptorSetLayout setLayout = VK_NULL_HANDLE;
   VkDescriptorPool descriptorPool = VK_NULL_HANDLE;
@@ -117,24 +75,10 @@ struct VulkanHost::Device {
   std::vector<PixelRect> pending;
 };
 
-VulkanHost::Device::Device(const VulkanHostInfo& given) : info(given) {
-  const auto instanceFunction = [&](const char* name) {
-    const PFN_vkVoidFunction function = info.getInstanceProcAddr(info.instance, name);
-    if (function == nullptr) throw VulkanError(name, VK_ERROR_INITIALIZATION_FAILED);
-    return function;
-  };
-#define TAVREL_VULKAN_LOAD(name) vk.name = reinterpret_cast<PFN_##name>(instanceFunction(#name));
-  TAVREL_VULKAN_INSTANCE_FUNCTIONS(TAVREL_VULKAN_LOAD)
-#undef TAVREL_VULKAN_LOAD
-  const auto deviceFunction = [&](const char* name) {
-    const PFN_vkVoidFunction function = vk.vkGetDeviceProcAddr(info.device, name);
-    if (function == nullptr) throw VulkanError(name, VK_ERROR_INITIALIZATION_FAILED);
-    return function;
-  };
-#define TAVREL_VULKAN_LOAD(name) vk.name = reinterpret_cast<PFN_##name>(deviceFunction(#name));
-  TAVREL_VULKAN_DEVICE_FUNCTIONS(TAVREL_VULKAN_LOAD)
-#undef TAVREL_VULKAN_LOAD
-  vk.vkGetPhysicalDeviceMemoryProperties(info.physicalDevice, &memory);
+VulkanHost::Device::Device(const VulkanHostInfo& given)
+    : info(given),
+      vk(vulkan::loadFunctions(info.getInstanceProcAddr, info.instance, info.physicalDevice, info.device,
+                               info.allocator)) {
   staging.resize(info.framesInFlight);
   try {
     makePipeline();
@@ -146,7 +90,7 @@ VulkanHost::Device::Device(const VulkanHostInfo& given) : info(given) {
 
 void VulkanHost::Device::release() {
   destroyTexture();
-  for (Staging& each : staging) destroy(each);
+  for (Staging& each : staging) vulkan::destroy(vk, each);
   staging.clear();
   const VkDevice device = info.device;
   const VkAllocationCallbacks* allocator = info.allocator;
@@ -160,26 +104,6 @@ void VulkanHost::Device::release() {
   descriptorPool = VK_NULL_HANDLE;
   setLayout = VK_NULL_HANDLE;
   sampler = VK_NULL_HANDLE;
-}
-
-std::uint32_t VulkanHost::Device::memoryType(std::uint32_t allowed, VkMemoryPropertyFlags wanted) const {
-  for (std::uint32_t i = 0; i < memory.memoryTypeCount; ++i) {
-    if ((allowed & (1u << i)) != 0 && (memory.memoryTypes[i].propertyFlags & wanted) == wanted) return i;
-  }
-  return UINT32_MAX;
-}
-
-VkDeviceMemory VulkanHost::Device::allocate(const VkMemoryRequirements& requirements, VkMemoryPropertyFlags wanted) {
-  std::uint32_t type = memoryType(requirements.memoryTypeBits, wanted);
-  // Device-local is a preference: any type the resource allows will do.
-  if (type == UINT32_MAX && wanted == VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT) type = memoryType(requirements.memoryTypeBits, 0);
-  if (type == UINT32_MAX) throw VulkanError("vkAllocateMemory", VK_ERROR_FEATURE_NOT_PRESENT);
-  VkMemoryAllocateInfo allocation = zeroed<VkMemoryAllocateInfo>(VK_STRUCTURE_TYPE_MEMORY_ALLOCATE_INFO);
-  allocation.allocationSize = requirements.size;
-  allocation.memoryTypeIndex = type;
-  VkDeviceMemory made = VK_NULL_HANDLE;
-  check("vkAllocateMemory", vk.vkAllocateMemory(info.device, &allocation, info.allocator, &made));
-  return made;
 }
 
 void VulkanHost::Device::makePipeline() {
@@ -297,29 +221,9 @@ void VulkanHost::Device::makeTexture(int width, int height) {
   destroyTexture();
   const VkDevice device = info.device;
   const VkFormat format = isSrgb(info.colorFormat) ? VK_FORMAT_B8G8R8A8_SRGB : VK_FORMAT_B8G8R8A8_UNORM;
-  VkImageCreateInfo imageInfo = zeroed<VkImageCreateInfo>(VK_STRUCTURE_TYPE_IMAGE_CREATE_INFO);
-  imageInfo.imageType = VK_IMAGE_TYPE_2D;
-  imageInfo.format = format;
-  imageInfo.extent = {static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height), 1};
-  imageInfo.mipLevels = 1;
-  imageInfo.arrayLayers = 1;
-  imageInfo.samples = VK_SAMPLE_COUNT_1_BIT;
-  imageInfo.tiling = VK_IMAGE_TILING_OPTIMAL;
-  imageInfo.usage = VK_IMAGE_USAGE_TRANSFER_DST_BIT | VK_IMAGE_USAGE_SAMPLED_BIT;
-  imageInfo.sharingMode = VK_SHARING_MODE_EXCLUSIVE;
-  imageInfo.initialLayout = VK_IMAGE_LAYOUT_UNDEFINED;
-  check("vkCreateImage", vk.vkCreateImage(device, &imageInfo, info.allocator, &texture.image));
-  VkMemoryRequirements requirements{};
-  vk.vkGetImageMemoryRequirements(device, texture.image, &requirements);
-  texture.memory = allocate(requirements, VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT);
-  check("vkBindImageMemory", vk.vkBindImageMemory(device, texture.image, texture.memory, 0));
-  VkImageViewCreateInfo viewInfo = zeroed<VkImageViewCreateInfo>(VK_STRUCTURE_TYPE_IMAGE_VIEW_CREATE_INFO);
-  viewInfo.image = texture.image;
-  viewInfo.viewType = VK_IMAGE_VIEW_TYPE_2D;
-  viewInfo.format = format;
-  viewInfo.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
-  check("vkCreateImageView", vk.vkCreateImageView(device, &viewInfo, info.allocator, &texture.view));
-  texture.extent = {imageInfo.extent.width, imageInfo.extent.height};
+  static_cast<vulkan::Image&>(texture) =
+      vulkan::makeImage(vk, {static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height)}, format,
+                        VK_IMAGE_USAGE_TRANSFER_DST_BIT | VK_IMAGE_USAGE_SAMPLED_BIT);
 
   // The set is in no pending command buffer: a new texture comes only with a new size, after
   // resize() waited for the queue, or with the first frame.
@@ -333,44 +237,15 @@ void VulkanHost::Device::makeTexture(int width, int height) {
 }
 
 void VulkanHost::Device::destroyTexture() {
-  if (texture.view) vk.vkDestroyImageView(info.device, texture.view, info.allocator);
-  if (texture.image) vk.vkDestroyImage(info.device, texture.image, info.allocator);
-  if (texture.memory) vk.vkFreeMemory(info.device, texture.memory, info.allocator);
+  vulkan::destroy(vk, texture);
   texture = Texture{};
 }
 
 void VulkanHost::Device::reserve(Staging& buffer, VkDeviceSize size) {
   if (size <= buffer.size) return;
   // Its last copies are done: the game waited for this frame in flight's fence.
-  destroy(buffer);
-  VkBufferCreateInfo bufferInfo = zeroed<VkBufferCreateInfo>(VK_STRUCTURE_TYPE_BUFFER_CREATE_INFO);
-  bufferInfo.size = std::max<VkDeviceSize>(size, 64 * 1024);
-  bufferInfo.usage = VK_BUFFER_USAGE_TRANSFER_SRC_BIT;
-  bufferInfo.sharingMode = VK_SHARING_MODE_EXCLUSIVE;
-  Staging made;
-  check("vkCreateBuffer", vk.vkCreateBuffer(info.device, &bufferInfo, info.allocator, &made.buffer));
-  try {
-    VkMemoryRequirements requirements{};
-    vk.vkGetBufferMemoryRequirements(info.device, made.buffer, &requirements);
-    // Coherent: the writes need no flush, and a submission makes them visible to the copy.
-    made.memory = allocate(requirements, VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT | VK_MEMORY_PROPERTY_HOST_COHERENT_BIT);
-    check("vkBindBufferMemory", vk.vkBindBufferMemory(info.device, made.buffer, made.memory, 0));
-    void* mapped = nullptr;
-    check("vkMapMemory", vk.vkMapMemory(info.device, made.memory, 0, VK_WHOLE_SIZE, 0, &mapped));
-    made.mapped = static_cast<unsigned char*>(mapped);
-  } catch (...) {
-    destroy(made);
-    throw;
-  }
-  made.size = bufferInfo.size;
-  buffer = made;
-}
-
-void VulkanHost::Device::destroy(Staging& buffer) {
-  // Freeing the memory unmaps it.
-  if (buffer.buffer) vk.vkDestroyBuffer(info.device, buffer.buffer, info.allocator);
-  if (buffer.memory) vk.vkFreeMemory(info.device, buffer.memory, info.allocator);
-  buffer = Staging{};
+  vulkan::destroy(vk, buffer);
+  buffer = vulkan::makeMappedBuffer(vk, std::max<VkDeviceSize>(size, 64 * 1024), VK_BUFFER_USAGE_TRANSFER_SRC_BIT);
 }
 
 VulkanHost::VulkanHost(const VulkanHostInfo& info) : framesInFlight_(info.framesInFlight) {

@@ -4,7 +4,7 @@
 c_api.py [HEADER]  prints JSON: {"functions": {name: {"result": C type, "params": [C type...]}}, "callbacks": the same,
                                  "enums": {name: {constant: value}}, "structs": {name: [[field, C type]...]}}
 Types are clang's, desugared to the C spelling (tavrel_status stays tavrel_status, an enum).
-Used as a module: load(header) returns the same dictionary.
+Used as a module: load(header) returns the same dictionary; report() ends a check built on it.
 """
 import json
 import os
@@ -49,6 +49,12 @@ def load(header=DEFAULT_HEADER):
         for constant, value in constants.items():
             constants[constant] = previous = previous + 1 if value is None else value
     return api
+
+
+def report(faults, summary):
+    """The exit status of a check: each fault on a line of its own, then the summary."""
+    print("\n".join([*faults, f"{summary}, {len(faults)} faults"]))
+    return 1 if faults else 0
 
 
 if __name__ == "__main__":

@@ -6,9 +6,13 @@ check_symbols.py SYMBOLS HEADER LIBRARY
 - the header declares exactly the listed names;
 - the library exports no C name with the tavrel_ prefix that the list lacks.
 """
+import os
 import re
 import subprocess
 import sys
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "bindings"))
+import c_api  # noqa: E402
 
 
 def listed(path):
@@ -48,10 +52,7 @@ def main():
     faults += [f"declared in the header but not listed: {n}" for n in sorted(in_header - names)]
     faults += [f"listed but not declared in the header: {n}" for n in sorted(names - in_header)]
     faults += [f"exported but not listed: {n}" for n in sorted(c_names - names)]
-    for fault in faults:
-        print(fault)
-    print(f"{len(names)} symbols listed, {len(in_header)} declared, {len(faults)} faults")
-    return 1 if faults else 0
+    return c_api.report(faults, f"{len(names)} symbols listed, {len(in_header)} declared")
 
 
 if __name__ == "__main__":

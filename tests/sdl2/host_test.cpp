@@ -170,6 +170,23 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
   key.key = {SDL_KEYDOWN, 0, SDL_GetWindowID(window_), SDL_PRESSED, 0, 0, 0, {SDL_SCANCODE_BACKSPACE, SDLK_BACKSPACE, 0, 0}};
   EXPECT_TRUE(send(key));
   EXPECT_EQ(field->text(), "a");
+  text.text.windowID += 1;  // another window's typing: the game's
+  EXPECT_FALSE(send(text));
+  EXPECT_EQ(field->text(), "a");
+  // Return asks the field's delegate, once a press: a held key's repeats do not.
+  struct : UITextFieldDelegate {
+    int returns = 0;
+    bool textFieldShouldReturn(UITextField*) override { return ++returns > 0; }
+  } delegate;
+  field->setDelegate(&delegate);
+  key.key.keysym = {SDL_SCANCODE_RETURN, SDLK_RETURN, 0, 0};
+  send(key);
+  EXPECT_EQ(delegate.returns, 1);
+  key.key.repeat = 1;
+  send(key);
+  key.key.repeat = 0;
+  field->setDelegate(nullptr);
+  EXPECT_EQ(delegate.returns, 1);
   key.key.keysym = {SDL_SCANCODE_W, SDLK_w, 0, 0};
   EXPECT_TRUE(send(key));  // a game key while a field has the focus: the game does not move
   field->resignFirstResponder();
@@ -204,6 +221,21 @@ TEST_P(SdlHostTest, followsTheWindowThroughItsSizeEvents) {
   ASSERT_EQ(corners.size(), 2u);
   EXPECT_NE(corners[0], 0x0000c8u) << "the page covers the new corner";
   EXPECT_EQ(corners[1], 0x0000c8u) << "the game shows through the overlay";
+}
+
+// `tavrel run --window`: frames are shown until the player closes the window, whatever else the
+// window goes through.
+TEST(SdlSessionWindowTest, showsFramesUntilThePlayerClosesTheWindow) {
+  setenv("SDL_VIDEODRIVER", "dummy", 1);
+  SdlSessionWindow window("session", CGSizeMake(200, 100));
+  SDL_Event event{};
+  event.window.type = SDL_WINDOWEVENT;
+  event.window.event = SDL_WINDOWEVENT_EXPOSED;
+  SDL_PushEvent(&event);
+  EXPECT_TRUE(window.showFrame());
+  event.window.event = SDL_WINDOWEVENT_CLOSE;
+  SDL_PushEvent(&event);
+  EXPECT_FALSE(window.showFrame());
 }
 
 INSTANTIATE_TEST_SUITE_P(Renderers, SdlHostTest, ::testing::Values("software", "opengl"),

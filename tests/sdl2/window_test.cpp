@@ -1,75 +1,24 @@
-// The library in a real window, as a player meets it on Linux: the package installed into a
-// scratch prefix, the example game built against it, the mock service (tavrel serve), an X
-// server (Xvfb), and the game started with a token the service refuses. Real X input (xdotool)
-// logs in through the page; screenshots (ImageMagick's import) and the view tree the game
-// writes each second show the page go and the watermark drawn over the game's own scene.
-// The screenshots stay in the build tree (sdl2_window/*.png) to be looked at.
+// The SDL2 example game in a real window: a refused player logs in through the page, and the
+// watermark shows over the game's own scene.
 
-#include "support/sandbox.hpp"
 #include "support/window_session.hpp"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
-#include <filesystem>
-#include <string>
 
+namespace tavrel::testing {
 namespace {
 
-using nlohmann::json;
-using namespace tavrel::testing;
-
-TEST(Sdl2Window, aRefusedPlayerLogsInThroughThePageAndTheWatermarkShowsOverTheGame) {
-  TemporaryDirectory work;
-  const std::string dir = work.path();
-  const std::string shots = TAVREL_SDL2_TEST_OUT;
-  std::filesystem::create_directories(shots);
-
-  const ExampleSession session = startExampleSession("sdl2_game", dir);
-  if (session.noDisplay) GTEST_SKIP() << session.error;
-  ASSERT_EQ(session.error, "");
-  const std::string& log = session.log;
+TEST_F(ExampleWindowTest, sdl2GameLogsInAndShowsTheWatermarkOverItsScene) {
   setenv("SDL_VIDEODRIVER", "x11", 1);
-  Background game({session.game, kRefusedToken, session.launchUrl}, dir + "/game.log");
-
-  // The refusal brings the page.
-  const auto page = waitForLoginPage(session.treeFile);
-  ASSERT_TRUE(page) << readFile(dir + "/game.log") << readFile(session.treeFile);
-  const Box& login = page->login;
-  json tree;
-  const auto window = findWindow("sdl2_game");
-  ASSERT_TRUE(window);
-  Shot shot{nullptr, *window};
-  const auto screenshot = [&](const std::string& name) { return shot.take(shots + "/" + name, log); };
-  // The button shows where the tree puts it (beside its title, which is white).
-  ASSERT_TRUE(waitUntil([&] {
-    return screenshot("page.png") && shot.count(isLoginOrange, login.midY(), login.midY() + 1, login.x + 4, login.x + 5) == 1;
-  }));
-
-  ASSERT_TRUE(typeLogin(*window, *page, log)) << readFile(log);
-  screenshot("typed.png");
-
-  // The login through the service (which knows only ann:secret-pw, so the typing arrived)
-  // takes the page away; the game plays under the overlay.
-  ASSERT_TRUE(click(*window, login, log));
-  const auto played = waitForPageGone(session.treeFile);
-  ASSERT_TRUE(played) << readFile(dir + "/serve.log");
-  tree = *played;
-  ASSERT_TRUE(waitUntil([&] { return screenshot("played.png") && shot.count(isLoginOrange, 0, window->height) == 0; }));
-  EXPECT_NE(readFile(dir + "/game.log").find("the session may go on"), std::string::npos);
-  EXPECT_NE(readFile(dir + "/serve.log").find("POST /m/launch/project/auth/ios 200"), std::string::npos);
-
+  if (!launch("sdl2_game")) return;
+  EXPECT_TRUE(shows("page.png", [&] { return loginButtonShown(); }));
+  ASSERT_NO_FATAL_FAILURE(logIn());
+  EXPECT_TRUE(watermarked());
   // White is the library's alone: the watermark's text. The ground shows through the overlay.
-  const std::string userId = kRefusedToken.substr(24, 24);
-  const auto watermark = [&](const json& v) {
-    const auto text = v.value("text", json());
-    return text.is_string() && text.get<std::string>().ends_with("-" + userId);
-  };
-  EXPECT_TRUE(find(tree["rootViewController"]["view"], watermark)) << tree.dump(1);
-  EXPECT_GT(shot.count(isWhite, 0, window->height), 40);
-  const int ground = shot.count([](std::uint32_t p) { return p == 0x1e5a32; }, 490, window->height);  // (30, 90, 50)
-  EXPECT_GT(ground, window->width * (window->height - 490) / 2);
-  EXPECT_TRUE(game.running());
+  EXPECT_TRUE(shows("played.png", [&] {
+    return count(isLoginOrange) == 0 && count(isWhite) > 40 && count(isGround, 490) > window_.width * (window_.height - 490) / 2;
+  }));
 }
 
 }  // namespace
+}  // namespace tavrel::testing

@@ -1,22 +1,28 @@
 #include "support/window_session.hpp"
 
-#include "support/sandbox.hpp"
 #include "support/tool_runner.hpp"
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <thread>
+#include <tuple>
 #include <utility>
-#include <vector>
 
 namespace tavrel::testing {
 
 using nlohmann::json;
 
-bool run(const std::string& command, const std::string& log) {
-  return std::system(("(" + command + ") >>'" + log + "' 2>&1").c_str()) == 0;
+namespace {
+
+// The rest of the line after `key` in `text`; empty when it is not there.
+std::string lineValue(const std::string& text, const std::string& key) {
+  const auto at = text.find(key);
+  if (at == std::string::npos) return {};
+  const auto start = at + key.size();
+  return text.substr(start, text.find('\n', start) - start);
 }
 
 std::string capture(const std::string& command) {
@@ -29,6 +35,29 @@ std::string capture(const std::string& command) {
   return out;
 }
 
+bool contains(const std::string& path, const std::string& text) {
+  std::ifstream in(path);
+  return std::string(std::istreambuf_iterator<char>(in), {}).find(text) != std::string::npos;
+}
+
+const json& presentedPage(const json& tree) {
+  static const json none;
+  return tree.is_object() ? tree["rootViewController"]["presentedViewController"] : none;
+}
+
+// The game's own view: what lies under any page.
+const json& gameView(const json& tree) {
+  static const json none;
+  return tree.is_object() ? tree["rootViewController"]["view"] : none;
+}
+
+std::optional<Found> field(const json& tree, const char* placeholder) {
+  if (!presentedPage(tree).is_object()) return std::nullopt;
+  return find(presentedPage(tree)["view"], [&](const json& v) { return v.value("placeholder", json()) == placeholder; });
+}
+
+}  // namespace
+
 bool waitUntil(const std::function<bool()>& done, double seconds) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
   while (!done()) {
@@ -38,155 +67,52 @@ bool waitUntil(const std::function<bool()>& done, double seconds) {
   return true;
 }
 
-std::string lineValue(const std::string& text, const std::string& key) {
-  const auto at = text.find(key);
-  if (at == std::string::npos) return {};
-  const auto start = at + key.size();
-  return text.substr(start, text.find('\n', start) - start);
+std::string sourcePath(const std::string& relative) { return TAVREL_SOURCE_DIR "/" + relative; }
+
+Service startService(const std::string& dir, const std::string& scheme, const std::vector<std::string>& more) {
+  Service service;
+  std::vector<std::string> argv{toolPath(), "serve", "--token", std::string(48, 'A'), "--user", "ann:secret-pw",
+                                "--scheme", scheme};
+  argv.insert(argv.end(), more.begin(), more.end());
+  const std::string log = dir + "/serve.log";
+  service.process = std::make_unique<Background>(argv, log);
+  if (!waitUntil([&] { return contains(log, "launch-url:"); })) {
+    service.error = "tavrel serve did not start: " + readFile(log);
+    return service;
+  }
+  const std::string served = readFile(log);
+  service.baseUrl = lineValue(served, "base-url: ");
+  service.caFile = lineValue(served, "ca-file: ");
+  return service;
 }
 
-ExampleSession startExampleSession(const std::string& name, const std::string& dir) {
-  ExampleSession session;
-  session.dir = dir;
-  session.log = dir + "/commands.log";
-  session.x = startXServer(dir + "/xvfb.log");
-  if (!session.x) {
-    session.noDisplay = true;
-    session.error = "no X server could be started (Xvfb, from scripts/setup): " + readFile(dir + "/xvfb.log");
-    return session;
-  }
-  setenv("DISPLAY", session.x->display.c_str(), 1);
-  const std::string tool = toolPath();
-  if (tool.empty()) {
-    session.error = "TAVREL_TOOL is not set";
-    return session;
-  }
-  const std::string prefix = dir + "/prefix";
-  if (!run("cmake --install '" TAVREL_BINARY_DIR "' --prefix '" + prefix + "'", session.log) ||
-      !run("cmake -S '" TAVREL_SOURCE_DIR "/examples/" + name + "' -B '" + dir + "/game' -G Ninja -DCMAKE_PREFIX_PATH='" +
-               prefix + "' && cmake --build '" + dir + "/game'",
-           session.log)) {
-    session.error = "the example does not build against the installed package: " + readFile(session.log);
-    return session;
-  }
-  session.game = dir + "/game/" + name;
-
-  const std::string scheme = [&] {
-    std::string s;
-    for (char c : name) if (c != '_') s += c;
-    return s;
-  }();
-  session.serve = std::make_unique<Background>(
-      std::vector<std::string>{tool, "serve", "--token", std::string(48, 'A'), "--user", "ann:secret-pw", "--scheme", scheme},
-      dir + "/serve.log");
-  if (!waitUntil([&] { return readFile(dir + "/serve.log").find("launch-url:") != std::string::npos; })) {
-    session.error = "tavrel serve did not start: " + readFile(dir + "/serve.log");
-    return session;
-  }
-  const std::string served = readFile(dir + "/serve.log");
-  const std::string baseUrl = lineValue(served, "base-url: ");
-  const auto composed = runTool(
-      {"launch-url", "compose", "--scheme", scheme, "--token", kRefusedToken, "--game-event-url",
-       baseUrl + "/game-events.evt", "--input-event-url", baseUrl + "/input-events.evt", "--recording-started-at",
-       std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(
-                          std::chrono::system_clock::now().time_since_epoch()).count())});
-  if (composed.status != 0) {
-    session.error = "no launch URL: " + composed.err;
-    return session;
-  }
-  session.launchUrl = composed.out.substr(0, composed.out.find('\n'));
-  session.treeFile = dir + "/tree.json";
-  for (const auto& [variable, value] : {std::pair{"TAVREL_CA_FILE", lineValue(served, "ca-file: ")},
-                                        {"TAVREL_SERVICE_URL", baseUrl},
-                                        {"TAVREL_TREE_FILE", session.treeFile},
-                                        {"TAVREL_DOCUMENTS", dir + "/documents"}}) {
-    setenv(variable, value.c_str(), 1);
-  }
-  return session;
+std::string Service::launchUrl(const std::string& scheme, const std::string& token) const {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const auto composed = runTool({"launch-url", "compose", "--scheme", scheme, "--token", token, "--game-event-url",
+                                 baseUrl + "/game-events.evt", "--input-event-url", baseUrl + "/input-events.evt",
+                                 "--recording-started-at",
+                                 std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(now).count())});
+  return composed.status == 0 ? composed.out.substr(0, composed.out.find('\n')) : "";
 }
 
-json readTree(const std::string& path) {
-  std::ifstream in(path);
-  return json::parse(in, nullptr, /*allow_exceptions=*/false);
-}
-
-const json& presentedPage(const json& tree) {
-  static const json none;
-  if (!tree.is_object()) return none;
-  return tree["rootViewController"]["presentedViewController"];
-}
-
-std::optional<Box> find(const json& view, const std::function<bool(const json&)>& match, double x, double y) {
+std::optional<Found> find(const json& view, const std::function<bool(const json&)>& match, double x, double y) {
   if (!view.is_object()) return std::nullopt;
   const auto& frame = view["frame"];
   x += frame[0].get<double>();
   y += frame[1].get<double>();
-  if (match(view)) return Box{static_cast<int>(x), static_cast<int>(y), frame[2].get<int>(), frame[3].get<int>()};
+  if (match(view)) return Found{{static_cast<int>(x), static_cast<int>(y), frame[2].get<int>(), frame[3].get<int>()}, view};
   for (const auto& subview : view["subviews"]) {
     if (auto found = find(subview, match, x, y)) return found;
   }
   return std::nullopt;
 }
 
-std::optional<LoginPage> waitForLoginPage(const std::string& treeFile, int width) {
-  json tree;
-  const bool slidIn = waitUntil([&] {
-    tree = readTree(treeFile);
-    const json& page = presentedPage(tree);
-    return page.is_object() && page["view"].is_object() && page["view"]["frame"][1] == 0 &&
-           (width == 0 || page["view"]["frame"][2] == width);
-  });
-  if (!slidIn || presentedPage(tree)["class"] != "LoginViewController") return std::nullopt;
-  const json& view = presentedPage(tree)["view"];
-  const auto field = [](const char* placeholder) {
-    return [placeholder](const json& v) { return v.value("placeholder", json()) == placeholder; };
-  };
-  const auto username = find(view, field("Tavrel username"));
-  const auto password = find(view, field("Password"));
-  const auto login = find(view, [](const json& v) { return v.value("currentTitle", json()) == "Login"; });
-  if (!username || !password || !login) return std::nullopt;
-  return LoginPage{*username, *password, *login};
-}
-
-std::optional<Window> findWindow(const std::string& name) {
-  Window window;
-  window.id = capture("xdotool search --sync --onlyvisible --name '^" + name + "$' | head -1");
-  window.id = window.id.substr(0, window.id.find('\n'));
-  if (window.id.empty()) return std::nullopt;
-  const std::string geometry = capture("xdotool getwindowgeometry " + window.id);
-  if (std::sscanf(lineValue(geometry, "Position: ").c_str(), "%d,%d", &window.x0, &window.y0) != 2 ||
-      std::sscanf(lineValue(geometry, "Geometry: ").c_str(), "%dx%d", &window.width, &window.height) != 2) {
-    return std::nullopt;
-  }
-  return window;
-}
-
-bool click(const Window& window, const Box& box, const std::string& log) {
-  return run("xdotool mousemove --window " + window.id + " " + std::to_string(box.midX()) + " " +
-                 std::to_string(box.midY()) + " click 1",
-             log);
-}
-
-bool typeLogin(const Window& window, const LoginPage& page, const std::string& log) {
-  const std::string type = "xdotool type --delay 40 ";
-  return run("xdotool windowfocus --sync " + window.id, log) && click(window, page.username, log) &&
-         run(type + "ann", log) && click(window, page.password, log) && run(type + "secret-pw", log);
-}
-
-std::optional<json> waitForPageGone(const std::string& treeFile) {
-  json tree;
-  if (!waitUntil([&] {
-        tree = readTree(treeFile);
-        return tree.is_object() && presentedPage(tree).is_null();
-      })) {
-    return std::nullopt;
-  }
-  return tree;
-}
-
-bool Shot::take(const std::string& path, const std::string& log) {
-  if (!run("import -window root '" + path + "'", log)) return false;
+bool Shot::load(const std::string& path) {
   surface.reset(cairo_image_surface_create_from_png(path.c_str()), cairo_surface_destroy);
+  if (window.id.empty()) {
+    window.width = cairo_image_surface_get_width(surface.get());
+    window.height = cairo_image_surface_get_height(surface.get());
+  }
   return cairo_surface_status(surface.get()) == CAIRO_STATUS_SUCCESS;
 }
 
@@ -198,16 +124,183 @@ std::uint32_t Shot::at(int x, int y) const {
 
 int Shot::count(const std::function<bool(std::uint32_t)>& pass, int top, int bottom, int left, int right) const {
   int n = 0;
-  for (int y = top; y < bottom; ++y) {
+  for (int y = top; y < (bottom < 0 ? window.height : bottom); ++y) {
     for (int x = left; x < (right < 0 ? window.width : right); ++x) n += pass(at(x, y)) ? 1 : 0;
   }
   return n;
 }
 
 bool isWhite(std::uint32_t p) { return (p >> 16) >= 235 && ((p >> 8) & 0xff) >= 235 && (p & 0xff) >= 235; }
-
 bool isLoginOrange(std::uint32_t p) {
   return (p >> 16) >= 245 && ((p >> 8) & 0xff) >= 92 && ((p >> 8) & 0xff) <= 112 && (p & 0xff) <= 10;
+}
+bool isGround(std::uint32_t p) { return p == 0x1e5a32; }
+bool isMarked(std::uint32_t p) { return (p >> 16) > 150 && (p & 0xff) > 150; }
+
+bool ExampleWindowTest::launch(const std::string& name, std::vector<std::string> argv, bool build,
+                               const std::string& search) {
+  dir_ = work_.path();
+  // sdl2_game's screenshots in sdl2_window/, and so on.
+  shots_ = (std::filesystem::current_path() / (name.substr(0, name.rfind('_')) + "_window")).string();
+  std::filesystem::create_directories(shots_);
+  x_ = startXServer(dir_ + "/xvfb.log");
+  if (!x_) {
+    [&] { GTEST_SKIP() << "no X server could be started (Xvfb, from scripts/setup): " << readFile(dir_ + "/xvfb.log"); }();
+    return false;
+  }
+  setenv("DISPLAY", x_->display.c_str(), 1);
+  if (std::getenv("XDG_RUNTIME_DIR") == nullptr) setenv("XDG_RUNTIME_DIR", dir_.c_str(), 1);  // else Mesa complains
+  if (build) {
+    const std::string prefix = dir_ + "/prefix";
+    EXPECT_TRUE(run("cmake --install '" TAVREL_BINARY_DIR "' --prefix '" + prefix + "' && cmake -S '" +
+                    sourcePath("examples/" + name) + "' -B '" + dir_ + "/game' -G Ninja -DCMAKE_PREFIX_PATH='" +
+                    prefix + "' && cmake --build '" + dir_ + "/game'"))
+        << "the example does not build against the installed package: " << logs();
+    argv.push_back(dir_ + "/game/" + name);
+  }
+  std::string scheme;
+  for (char c : name) scheme += c == '_' ? "" : std::string(1, c);
+  service_ = startService(dir_, scheme);
+  const std::string url = service_.launchUrl(scheme, kRefusedToken);
+  if (HasFailure() || !service_.error.empty() || url.empty()) {
+    ADD_FAILURE() << service_.error << " no launch URL or no game";
+    return false;
+  }
+  for (const auto& [variable, value] : {std::pair{"TAVREL_CA_FILE", service_.caFile},
+                                        {"TAVREL_SERVICE_URL", service_.baseUrl},
+                                        {"TAVREL_TREE_FILE", dir_ + "/tree.json"},
+                                        {"TAVREL_DOCUMENTS", dir_ + "/documents"}}) {
+    setenv(variable, value.c_str(), 1);
+  }
+  argv.insert(argv.end(), {kRefusedToken, url});
+  game_ = std::make_unique<Background>(argv, dir_ + "/game.log");
+
+  // The refusal brings the page.
+  if (!findPage()) {
+    ADD_FAILURE() << "no login page: " << logs();
+    return false;
+  }
+  window_.id = capture("timeout 30 xdotool search --sync --onlyvisible " + (search.empty() ? "--name '^" + name + "$'" : search) +
+                       " | head -1");
+  window_.id = window_.id.substr(0, window_.id.find('\n'));
+  const std::string geometry = capture("xdotool getwindowgeometry " + window_.id);
+  if (window_.id.empty() ||
+      std::sscanf(lineValue(geometry, "Position: ").c_str(), "%d,%d", &window_.x0, &window_.y0) != 2 ||
+      std::sscanf(lineValue(geometry, "Geometry: ").c_str(), "%dx%d", &window_.width, &window_.height) != 2) {
+    ADD_FAILURE() << "no window: " << geometry;
+    return false;
+  }
+  shot_.window = window_;
+  return true;
+}
+
+void ExampleWindowTest::TearDown() {
+  if (game_) {
+    EXPECT_TRUE(game_->running()) << logs();
+  }
+  game_.reset();
+  service_.process.reset();
+  x_.reset();
+}
+
+bool ExampleWindowTest::findPage(int width) {
+  json last;
+  const bool slidIn = waitUntil([&] {
+    last = tree();
+    const json& page = presentedPage(last);
+    return page.is_object() && page["view"].is_object() && page["view"]["frame"][1] == 0 &&
+           (width == 0 || page["view"]["frame"][2] == width);
+  });
+  const json& page = presentedPage(last);
+  if (!slidIn) return false;
+  const auto login = find(page["view"], [](const json& v) { return v.value("currentTitle", json()) == "Login"; });
+  const auto username = field(last, "Tavrel username");
+  const auto password = field(last, "Password");
+  if (page["class"] != "LoginViewController" || !login || !username || !password) return false;
+  std::tie(username_, password_, login_) = std::tuple{username->box, password->box, login->box};
+  return true;
+}
+
+bool ExampleWindowTest::shows(const std::string& png, const std::function<bool()>& seen, double seconds) {
+  return waitUntil([&] { return run("import -window root '" + shots_ + "/" + png + "'") && shot_.load(shots_ + "/" + png) && seen(); },
+                   seconds);
+}
+
+bool ExampleWindowTest::loginButtonShown() const {
+  return shot_.count(isLoginOrange, login_.midY(), login_.midY() + 1, login_.x + 4, login_.x + 5) == 1;
+}
+
+bool ExampleWindowTest::click(const Box& box) {
+  return run("xdotool mousemove --window " + window_.id + " " + std::to_string(box.midX()) + " " +
+             std::to_string(box.midY()) + " click 1");
+}
+
+void ExampleWindowTest::logIn() {
+  ASSERT_TRUE(run("xdotool windowfocus --sync " + window_.id)) << logs();
+  for (const auto& [box, placeholder, text] : {std::tuple{username_, "Tavrel username", "ann"},
+                                               std::tuple{password_, "Password", "secret-pw"}}) {
+    ASSERT_TRUE(click(box));
+    // Keys typed before the click has given the field the focus would go to the game.
+    ASSERT_TRUE(waitUntil([&] {
+      const auto found = field(tree(), placeholder);
+      return found && found->view.value("isFirstResponder", false);
+    })) << placeholder << " never had the focus";
+    ASSERT_TRUE(run(std::string("xdotool type --delay 40 ") + text));
+    ASSERT_TRUE(waitUntil([&] {
+      const auto found = field(tree(), placeholder);
+      return found && found->view.value("text", json()) == text;
+    })) << placeholder << " never showed what was typed";
+  }
+  // The service knows only ann:secret-pw: the login through it takes the page away.
+  ASSERT_TRUE(click(login_));
+  ASSERT_TRUE(waitUntil([&] { return tree().is_object() && presentedPage(tree()).is_null(); })) << logs();
+  ASSERT_TRUE(waitUntil([&] { return contains(dir_ + "/game.log", "the session may go on"); })) << logs();
+  EXPECT_TRUE(contains(dir_ + "/serve.log", "POST /m/launch/project/auth/ios 200"));
+}
+
+bool ExampleWindowTest::fingerDown(Box from, Box to) {
+  const auto at = [&](const Box& b) { return " mousemove --window " + window_.id + " " + std::to_string(b.x) + " " + std::to_string(b.y); };
+  return run("xdotool" + at(from) + " mousedown 1" + at(to)) && waitUntil([&] {
+           return find(gameView(tree()), [](const json& v) { return v.value("class", json()) == "TouchMark"; })
+               .has_value();
+         });
+}
+
+void ExampleWindowTest::fingerUp() { run("xdotool mouseup 1"); }
+
+bool ExampleWindowTest::resize(int width, int height) {
+  if (!run("xdotool windowsize --sync " + window_.id + " " + std::to_string(width) + " " + std::to_string(height))) return false;
+  const std::string geometry = capture("xdotool getwindowgeometry " + window_.id);
+  if (lineValue(geometry, "Geometry: ") != std::to_string(width) + "x" + std::to_string(height)) return false;
+  window_.width = shot_.window.width = width;
+  window_.height = shot_.window.height = height;
+  return !presentedPage(tree()).is_object() || findPage(width);
+}
+
+bool ExampleWindowTest::run(const std::string& command) {
+  return std::system(("(" + command + ") >>'" + dir_ + "/commands.log' 2>&1").c_str()) == 0;
+}
+
+json ExampleWindowTest::tree() const {
+  std::ifstream in(dir_ + "/tree.json");
+  return json::parse(in, nullptr, /*allow_exceptions=*/false);
+}
+
+bool ExampleWindowTest::watermarked() const {
+  const std::string ending = "-" + kRefusedToken.substr(24);
+  return find(gameView(tree()), [&](const json& v) {
+           const auto text = v.value("text", json());
+           return text.is_string() && text.get<std::string>().ends_with(ending);
+         }).has_value();
+}
+
+std::string ExampleWindowTest::logs() const {
+  std::string all;
+  for (const char* name : {"game.log", "serve.log", "commands.log"}) {
+    std::ifstream in(dir_ + "/" + name);
+    all += std::string("--- ") + name + "\n" + std::string(std::istreambuf_iterator<char>(in), {});
+  }
+  return all;
 }
 
 }  // namespace tavrel::testing

@@ -1,13 +1,17 @@
 #pragma once
 
-// What the tests of the example games in real windows share: the package installed into a
-// scratch prefix and an example built against it, the mock service (tavrel serve) with a
-// launch URL whose token it refuses, the game's window found with xdotool, its view tree, and
-// screenshots read back with Cairo.
+// One harness for the example games in real windows (C, C++, Vulkan, LÖVE, pygame): the package
+// installed into a scratch prefix and the example built against it, tavrel serve (which knows
+// only ann:secret-pw), an X server of the test's own, the game started with a token the service
+// refuses and a launch URL, its window found with xdotool, the view tree it writes each second,
+// real X input, and screenshots (ImageMagick's import) read back with Cairo. The screenshots stay
+// in the test's build folder (sdl2_window/*.png for sdl2_game) to be looked at.
 
+#include "support/sandbox.hpp"
 #include "support/x_server.hpp"
 
 #include <cairo.h>
+#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
@@ -15,41 +19,26 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tavrel::testing {
 
-// Runs a shell command with its output appended to `log`; true on status 0.
-bool run(const std::string& command, const std::string& log);
-// A shell command's standard output.
-std::string capture(const std::string& command);
 // Polls until `done` holds; the bound is generous, what is checked is the state reached.
 bool waitUntil(const std::function<bool()>& done, double seconds = 30.0);
-// The rest of the line after `key` in `text`; empty when it is not there.
-std::string lineValue(const std::string& text, const std::string& key);
+// A file of the source tree.
+std::string sourcePath(const std::string& relative);
 
-// An X server of its own (DISPLAY set for the game, xdotool and import), the example game
-// `name` (examples/NAME) built against the installed package, talking to a tavrel serve that
-// accepts only ann:secret-pw, with the environment set for the game (its service, certificate,
-// documents, the view tree file). Empty `error` when all went well; `noDisplay` when no X
-// server could be started, for the test to skip.
-struct ExampleSession {
-  std::optional<XServer> x;
-  bool noDisplay = false;
-  std::string dir;         // the work directory
-  std::string log;         // the commands' output
-  std::string game;        // the built game's path
-  std::string launchUrl;   // carrying the refused token
-  std::string treeFile;    // where the game writes its view tree
-  std::string error;
-  std::unique_ptr<Background> serve;
-};
 inline const std::string kRefusedToken = std::string(24, 'r') + "PLAYER-ID-OF-24-CHARS-00";
-ExampleSession startExampleSession(const std::string& name, const std::string& dir);
 
-// The key window's tree as the game last wrote it; discarded JSON when unreadable.
-nlohmann::json readTree(const std::string& path);
-// The controller presented over the game's root controller; null when none.
-const nlohmann::json& presentedPage(const nlohmann::json& tree);
+// tavrel serve in `dir` (its log serve.log) for a game of URL scheme `scheme`, accepting the token
+// of 48 'A' and ann:secret-pw; `error` says why not when it did not start.
+struct Service {
+  std::unique_ptr<Background> process;
+  std::string baseUrl, caFile, error;
+  // A launch URL carrying `token`, with upload URLs on this service; empty when the tool refused.
+  std::string launchUrl(const std::string& scheme, const std::string& token) const;
+};
+Service startService(const std::string& dir, const std::string& scheme, const std::vector<std::string>& more = {});
 
 // A view's frame in window points.
 struct Box {
@@ -57,45 +46,81 @@ struct Box {
   int midX() const { return x + width / 2; }
   int midY() const { return y + height / 2; }
 };
-// The first view under `view` (whose superview is at x, y) that `match` takes.
-std::optional<Box> find(const nlohmann::json& view, const std::function<bool(const nlohmann::json&)>& match,
-                        double x = 0, double y = 0);
-// The login page once it has slid in (its view at the top; `width` points wide unless 0), as
-// the game's view tree shows it: where its two fields and its button are. Nullopt when none
-// came in time.
-struct LoginPage {
-  Box username, password, login;
+// The first view under `view` (whose superview is at x, y) that `match` takes, and where it is.
+struct Found {
+  Box box;
+  nlohmann::json view;
 };
-std::optional<LoginPage> waitForLoginPage(const std::string& treeFile, int width = 0);
+std::optional<Found> find(const nlohmann::json& view, const std::function<bool(const nlohmann::json&)>& match,
+                          double x = 0, double y = 0);
 
-// A top-level window by its exact name, and where it lies on the screen.
+// A top-level window and where it lies on the screen.
 struct Window {
   std::string id;
   int x0 = 0, y0 = 0, width = 0, height = 0;
 };
-std::optional<Window> findWindow(const std::string& name);
 
-// Real X input (xdotool): a click at the centre of a box of the window; the window focused and
-// the page's fields filled with ann and secret-pw; true when every command ran.
-bool click(const Window& window, const Box& box, const std::string& log);
-bool typeLogin(const Window& window, const LoginPage& page, const std::string& log);
-// The game's tree once no page stands over the game; nullopt when the page stayed.
-std::optional<nlohmann::json> waitForPageGone(const std::string& treeFile);
-
-// A screenshot of the whole screen (ImageMagick's import), read back with Cairo, seen through
-// a window's place on it.
+// A PNG read back with Cairo, seen through a window's place on it.
 struct Shot {
   std::shared_ptr<cairo_surface_t> surface;
   Window window;
 
-  bool take(const std::string& path, const std::string& log);
+  bool load(const std::string& path);  // the window: the whole picture
   // The window's pixel (x, y) as 0xRRGGBB.
   std::uint32_t at(int x, int y) const;
   // Pixels of the window's rows [top, bottom) and columns [left, right) whose 0xRRGGBB passes.
-  int count(const std::function<bool(std::uint32_t)>& pass, int top, int bottom, int left = 0, int right = -1) const;
+  int count(const std::function<bool(std::uint32_t)>& pass, int top = 0, int bottom = -1, int left = 0,
+            int right = -1) const;
 };
 
 bool isWhite(std::uint32_t rgb);
 bool isLoginOrange(std::uint32_t rgb);  // the Login button's (1, 0.4, 0)
+bool isGround(std::uint32_t rgb);       // the example scenes' ground, (30, 90, 50)
+bool isMarked(std::uint32_t rgb);       // a touch mark's white at 2/3 over a dark scene
+
+class ExampleWindowTest : public ::testing::Test {
+ protected:
+  // Starts examples/NAME (built against the installed package when `build`, after what runs it,
+  // `launcher`: LÖVE, or the game itself) and waits for its login page and its window (xdotool's
+  // `search`, else its title); false, with the test failed or skipped (no X server), when they
+  // did not come.
+  bool launch(const std::string& name, std::vector<std::string> launcher = {}, bool build = true,
+              const std::string& search = "");
+  void TearDown() override;
+
+  // Screenshots until `seen` holds: the X server shows a frame a moment after it is drawn.
+  bool shows(const std::string& png, const std::function<bool()>& seen, double seconds = 10.0);
+  bool loginButtonShown() const;
+  int count(const std::function<bool(std::uint32_t)>& pass, int top = 0) const {
+    return shot_.count(pass, top, window_.height);
+  }
+  // Types ann and secret-pw into the page's fields, each once it has the focus, taps Login, and
+  // waits for the page to go and the game to say the session may go on.
+  void logIn();
+  // The left button pressed at `from` and dragged to `to` (a finger on the scene), until its mark
+  // is in the view tree; fingerUp() lifts it.
+  bool fingerDown(Box from, Box to);
+  void fingerUp();
+  // The window resized by the player (a tiling window manager); the page found again when it is up.
+  bool resize(int width, int height);
+  bool run(const std::string& command);
+  nlohmann::json tree() const;
+  bool watermarked() const;  // the watermark's text with the player's id, in the view tree
+  std::string logs() const;  // the game's, the service's and the commands' output
+
+  TemporaryDirectory work_;
+  std::string dir_;
+  std::optional<XServer> x_;
+  Service service_;
+  std::unique_ptr<Background> game_;
+  std::string shots_;
+  Window window_;
+  Box username_, password_, login_;
+  Shot shot_;
+
+ private:
+  bool findPage(int width = 0);
+  bool click(const Box& box);
+};
 
 }  // namespace tavrel::testing

@@ -1,7 +1,6 @@
 #include "vulkan/offscreen_game.hpp"
 
 #include <cstring>
-#include <stdexcept>
 #include <utility>
 
 namespace tavrel::testing {
@@ -28,18 +27,8 @@ VkRect2D quadRect(const Quad& quad, VkExtent2D extent) {
            static_cast<std::uint32_t>(scaled(quad.y + quad.height, extent.height) - top)}};
 }
 
-// A Vulkan structure of that type with every other field zero.
-template <class T>
-T zeroed(VkStructureType type, const void* next = nullptr) {
-  T value{};
-  value.sType = type;
-  value.pNext = const_cast<void*>(next);  // some structures' pNext is not const
-  return value;
-}
-
-void check(const char* call, VkResult result) {
-  if (result != VK_SUCCESS) throw std::runtime_error(std::string(call) + " failed: " + std::to_string(result));
-}
+using vulkan::check;
+using vulkan::zeroed;
 
 }  // namespace
 
@@ -55,13 +44,9 @@ struct OffscreenGame::Frame {
   VkCommandBuffer commands = VK_NULL_HANDLE;
   VkFence fence = VK_NULL_HANDLE;
   bool submitted = false;
-  VkImage image = VK_NULL_HANDLE;
-  VkDeviceMemory imageMemory = VK_NULL_HANDLE;
-  VkImageView view = VK_NULL_HANDLE;
+  vulkan::Image target;
   VkFramebuffer framebuffer = VK_NULL_HANDLE;
-  VkBuffer readBack = VK_NULL_HANDLE;
-  VkDeviceMemory readBackMemory = VK_NULL_HANDLE;
-  void* mapped = nullptr;
+  vulkan::Buffer readBack;
 };
 
 std::unique_ptr<OffscreenGame> OffscreenGame::create(const Options& options, std::string* whyNot) {
@@ -148,6 +133,7 @@ std::unique_ptr<OffscreenGame> OffscreenGame::create(const Options& options, std
   deviceInfo.pQueueCreateInfos = &queueInfo;
   check("vkCreateDevice", vkCreateDevice(game->physicalDevice_, &deviceInfo, nullptr, &game->device_));
   vkGetDeviceQueue(game->device_, game->queueFamily_, 0, &game->queue_);
+  game->vk_ = vulkan::loadFunctions(vkGetInstanceProcAddr, game->instance_, game->physicalDevice_, game->device_, nullptr);
 
   if (!options.dynamicRendering) {
     VkAttachmentDescription attachment{};
@@ -236,69 +222,28 @@ VulkanHostInfo OffscreenGame::hostInfo() const {
 }
 
 void OffscreenGame::makeTargets() {
-  VkPhysicalDeviceMemoryProperties memory{};
-  vkGetPhysicalDeviceMemoryProperties(physicalDevice_, &memory);
-  const auto allocate = [&](const VkMemoryRequirements& requirements, VkMemoryPropertyFlags wanted) {
-    for (std::uint32_t i = 0; i < memory.memoryTypeCount; ++i) {
-      if ((requirements.memoryTypeBits & (1u << i)) && (memory.memoryTypes[i].propertyFlags & wanted) == wanted) {
-        VkMemoryAllocateInfo info{VK_STRUCTURE_TYPE_MEMORY_ALLOCATE_INFO, nullptr, requirements.size, i};
-        VkDeviceMemory made = VK_NULL_HANDLE;
-        check("vkAllocateMemory", vkAllocateMemory(device_, &info, nullptr, &made));
-        return made;
-      }
-    }
-    throw std::runtime_error("no memory type");
-  };
   for (Frame& frame : frames_) {
-    VkImageCreateInfo imageInfo = zeroed<VkImageCreateInfo>(VK_STRUCTURE_TYPE_IMAGE_CREATE_INFO);
-    imageInfo.imageType = VK_IMAGE_TYPE_2D;
-    imageInfo.format = kFormat;
-    imageInfo.extent = {extent_.width, extent_.height, 1};
-    imageInfo.mipLevels = imageInfo.arrayLayers = 1;
-    imageInfo.samples = VK_SAMPLE_COUNT_1_BIT;
-    imageInfo.tiling = VK_IMAGE_TILING_OPTIMAL;
-    imageInfo.usage = VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSFER_SRC_BIT;
-    check("vkCreateImage", vkCreateImage(device_, &imageInfo, nullptr, &frame.image));
-    VkMemoryRequirements requirements{};
-    vkGetImageMemoryRequirements(device_, frame.image, &requirements);
-    frame.imageMemory = allocate(requirements, VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT);
-    check("vkBindImageMemory", vkBindImageMemory(device_, frame.image, frame.imageMemory, 0));
-    VkImageViewCreateInfo viewInfo = zeroed<VkImageViewCreateInfo>(VK_STRUCTURE_TYPE_IMAGE_VIEW_CREATE_INFO);
-    viewInfo.image = frame.image;
-    viewInfo.viewType = VK_IMAGE_VIEW_TYPE_2D;
-    viewInfo.format = kFormat;
-    viewInfo.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
-    check("vkCreateImageView", vkCreateImageView(device_, &viewInfo, nullptr, &frame.view));
+    frame.target = vulkan::makeImage(vk_, extent_, kFormat, VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSFER_SRC_BIT);
     if (renderPass_ != VK_NULL_HANDLE) {
       VkFramebufferCreateInfo framebufferInfo = zeroed<VkFramebufferCreateInfo>(VK_STRUCTURE_TYPE_FRAMEBUFFER_CREATE_INFO);
       framebufferInfo.renderPass = renderPass_;
       framebufferInfo.attachmentCount = 1;
-      framebufferInfo.pAttachments = &frame.view;
+      framebufferInfo.pAttachments = &frame.target.view;
       framebufferInfo.width = extent_.width;
       framebufferInfo.height = extent_.height;
       framebufferInfo.layers = 1;
       check("vkCreateFramebuffer", vkCreateFramebuffer(device_, &framebufferInfo, nullptr, &frame.framebuffer));
     }
-    VkBufferCreateInfo bufferInfo = zeroed<VkBufferCreateInfo>(VK_STRUCTURE_TYPE_BUFFER_CREATE_INFO);
-    bufferInfo.size = VkDeviceSize{extent_.width} * extent_.height * 4;
-    bufferInfo.usage = VK_BUFFER_USAGE_TRANSFER_DST_BIT;
-    check("vkCreateBuffer", vkCreateBuffer(device_, &bufferInfo, nullptr, &frame.readBack));
-    vkGetBufferMemoryRequirements(device_, frame.readBack, &requirements);
-    frame.readBackMemory = allocate(requirements, VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT | VK_MEMORY_PROPERTY_HOST_COHERENT_BIT);
-    check("vkBindBufferMemory", vkBindBufferMemory(device_, frame.readBack, frame.readBackMemory, 0));
-    check("vkMapMemory", vkMapMemory(device_, frame.readBackMemory, 0, VK_WHOLE_SIZE, 0, &frame.mapped));
+    frame.readBack = vulkan::makeMappedBuffer(vk_, VkDeviceSize{extent_.width} * extent_.height * 4, VK_BUFFER_USAGE_TRANSFER_DST_BIT);
   }
 }
 
 void OffscreenGame::destroyTargets() {
   for (Frame& frame : frames_) {
     if (frame.framebuffer) vkDestroyFramebuffer(device_, frame.framebuffer, nullptr);
-    vkDestroyImageView(device_, frame.view, nullptr);
-    vkDestroyImage(device_, frame.image, nullptr);
-    vkFreeMemory(device_, frame.imageMemory, nullptr);
-    vkDestroyBuffer(device_, frame.readBack, nullptr);
-    vkFreeMemory(device_, frame.readBackMemory, nullptr);
-    frame = Frame{frame.commands, frame.fence, frame.submitted};
+    vulkan::destroy(vk_, frame.target);
+    vulkan::destroy(vk_, frame.readBack);
+    frame.framebuffer = VK_NULL_HANDLE;
   }
 }
 
@@ -322,7 +267,7 @@ std::uint32_t OffscreenGame::frame(const Outside& outside, const Inside& inside)
   clear.color = kSky;
   VkImageMemoryBarrier barrier = zeroed<VkImageMemoryBarrier>(VK_STRUCTURE_TYPE_IMAGE_MEMORY_BARRIER);
   barrier.srcQueueFamilyIndex = barrier.dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
-  barrier.image = frame.image;
+  barrier.image = frame.target.image;
   barrier.subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
   if (renderPass_ != VK_NULL_HANDLE) {
     VkRenderPassBeginInfo pass = zeroed<VkRenderPassBeginInfo>(VK_STRUCTURE_TYPE_RENDER_PASS_BEGIN_INFO);
@@ -339,7 +284,7 @@ std::uint32_t OffscreenGame::frame(const Outside& outside, const Inside& inside)
     vkCmdPipelineBarrier(commands, VK_PIPELINE_STAGE_TRANSFER_BIT, VK_PIPELINE_STAGE_COLOR_ATTACHMENT_OUTPUT_BIT, 0, 0,
                          nullptr, 0, nullptr, 1, &barrier);
     VkRenderingAttachmentInfo attachment = zeroed<VkRenderingAttachmentInfo>(VK_STRUCTURE_TYPE_RENDERING_ATTACHMENT_INFO);
-    attachment.imageView = frame.view;
+    attachment.imageView = frame.target.view;
     attachment.imageLayout = VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL;
     attachment.loadOp = VK_ATTACHMENT_LOAD_OP_CLEAR;
     attachment.storeOp = VK_ATTACHMENT_STORE_OP_STORE;
@@ -373,13 +318,13 @@ std::uint32_t OffscreenGame::frame(const Outside& outside, const Inside& inside)
   VkBufferImageCopy copy{};
   copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
   copy.imageExtent = {extent_.width, extent_.height, 1};
-  vkCmdCopyImageToBuffer(commands, frame.image, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, frame.readBack, 1, &copy);
+  vkCmdCopyImageToBuffer(commands, frame.target.image, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, frame.readBack.buffer, 1, &copy);
   // The host reads the buffer once the fence says the copy is done.
   VkBufferMemoryBarrier toHost = zeroed<VkBufferMemoryBarrier>(VK_STRUCTURE_TYPE_BUFFER_MEMORY_BARRIER);
   toHost.srcAccessMask = VK_ACCESS_TRANSFER_WRITE_BIT;
   toHost.dstAccessMask = VK_ACCESS_HOST_READ_BIT;
   toHost.srcQueueFamilyIndex = toHost.dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
-  toHost.buffer = frame.readBack;
+  toHost.buffer = frame.readBack.buffer;
   toHost.size = VK_WHOLE_SIZE;
   vkCmdPipelineBarrier(commands, VK_PIPELINE_STAGE_TRANSFER_BIT, VK_PIPELINE_STAGE_HOST_BIT, 0, 0, nullptr, 1, &toHost,
                        0, nullptr);
@@ -396,7 +341,7 @@ std::uint32_t OffscreenGame::frame(const Outside& outside, const Inside& inside)
 const std::uint32_t* OffscreenGame::readBack(std::uint32_t frameIndex) {
   Frame& frame = frames_.at(frameIndex);
   if (frame.submitted) check("vkWaitForFences", vkWaitForFences(device_, 1, &frame.fence, VK_TRUE, UINT64_MAX));
-  return static_cast<const std::uint32_t*>(frame.mapped);
+  return reinterpret_cast<const std::uint32_t*>(frame.readBack.mapped);
 }
 
 std::uint32_t OffscreenGame::scenePixel(int x, int y) const {

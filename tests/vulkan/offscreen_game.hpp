@@ -8,6 +8,8 @@
 
 #include <tavrel_sdk/vulkan_host.hpp>
 
+#include "vulkan_support.hpp"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -71,6 +73,7 @@ class OffscreenGame {
   VkDevice device_ = VK_NULL_HANDLE;
   std::uint32_t queueFamily_ = 0;
   VkQueue queue_ = VK_NULL_HANDLE;
+  vulkan::Functions vk_;
   VkRenderPass renderPass_ = VK_NULL_HANDLE;
   VkCommandPool commandPool_ = VK_NULL_HANDLE;
   std::vector<Frame> frames_;

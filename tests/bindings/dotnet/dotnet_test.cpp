@@ -5,35 +5,25 @@
 #include "support/tool_runner.hpp"
 #include "support/window_session.hpp"
 
-#include <cairo.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <filesystem>
-#include <memory>
 
 namespace tavrel::testing {
 namespace {
 
-const std::string kValidToken(48, 'V');
-
 class DotnetBinding : public ::testing::Test {
  protected:
   void SetUp() override {
-    serve_ = std::make_unique<Background>(
-        std::vector<std::string>{toolPath(), "serve", "--token", kValidToken, "--user", "ann:secret-pw", "--scheme",
-                                 "dotnetgame", "--uploads", dir_.path() + "/uploads"},
-        dir_.path() + "/serve.log");
-    ASSERT_TRUE(waitUntil([&] { return readFile(dir_.path() + "/serve.log").find("launch-url:") != std::string::npos; }));
-    const std::string served = readFile(dir_.path() + "/serve.log");
-    baseUrl_ = lineValue(served, "base-url: ");
-    environment_ = {"TAVREL_CA_FILE=" + lineValue(served, "ca-file: "), "TAVREL_SERVICE_URL=" + baseUrl_,
-                    "TAVREL_DOCUMENTS=" + dir_.path() + "/documents", "TAVREL_VALID_TOKEN=" + kValidToken};
+    service_ = startService(dir_.path(), "dotnetgame", {"--uploads", dir_.path() + "/uploads"});
+    ASSERT_EQ(service_.error, "");
+    environment_ = {"TAVREL_CA_FILE=" + service_.caFile, "TAVREL_SERVICE_URL=" + service_.baseUrl,
+                    "TAVREL_DOCUMENTS=" + dir_.path() + "/documents", "TAVREL_VALID_TOKEN=" + std::string(48, 'A')};
   }
 
   TemporaryDirectory dir_;
-  std::unique_ptr<Background> serve_;
-  std::string baseUrl_;
+  Service service_;
   std::vector<std::string> environment_;
 };
 
@@ -45,21 +35,15 @@ TEST_F(DotnetBinding, ChecksUnderMono) {
 // A PNG the game wrote, read as the window tests read screenshots.
 Shot picture(const std::string& path) {
   Shot shot;
-  shot.surface.reset(cairo_image_surface_create_from_png(path.c_str()), cairo_surface_destroy);
-  shot.window = {"", 0, 0, cairo_image_surface_get_width(shot.surface.get()), cairo_image_surface_get_height(shot.surface.get())};
+  EXPECT_TRUE(shot.load(path)) << path;
   return shot;
 }
 
 TEST_F(DotnetBinding, ExampleGamePlaysTheGateAndExitsWithTheSession) {
-  const std::string refused = std::string(24, 'r') + "PLAYER-ID-OF-24-CHARS-00";
-  const ToolRun url = runTool({"launch-url", "compose", "--scheme", "dotnetgame", "--token", refused,
-                               "--game-event-url", baseUrl_ + "/g.evt", "--recording-started-at",
-                               std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                                  std::chrono::system_clock::now().time_since_epoch()).count())});
-  ASSERT_EQ(url.status, 0) << url.err;
+  const std::string url = service_.launchUrl("dotnetgame", kRefusedToken);
+  ASSERT_NE(url, "");
   const ToolRun game = runProgram(
-      "sh", {"-c", "cd \"$0\" && exec mono --debug " DOTNET_GAME " \"$1\" \"$2\"", dir_.path(), refused,
-             url.out.substr(0, url.out.find('\n'))},
+      "sh", {"-c", "cd \"$0\" && exec mono --debug " DOTNET_GAME " \"$1\" \"$2\"", dir_.path(), kRefusedToken, url},
       environment_, std::chrono::minutes(2));
   EXPECT_EQ(game.status, 255) << game.out << game.err;  // the exit alert's OK
   EXPECT_NE(game.out.find("the session may go on (on the main thread: True)"), std::string::npos) << game.out;

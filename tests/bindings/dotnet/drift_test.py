@@ -88,10 +88,7 @@ def main():
         if len(cs_fields) != len(c_types) or any(cs not in MARSHALS_AS[c] for c, cs in zip(c_types, cs_fields)):
             faults.append(f"{c_name}: fields {cs_fields}, the header has {c_types}")
 
-    for fault in faults:
-        print(fault)
-    print(f"{len(api['functions'])} header functions, {len(faults)} differences")
-    return 1 if faults else 0
+    return c_api.report(faults, f"{len(api['functions'])} header functions")
 
 
 if __name__ == "__main__":

@@ -142,8 +142,8 @@ def test_fingers_follow_the_window_and_its_size(window):
 
 
 def test_a_completion_comes_once_on_the_main_thread(serve):
-    tavrel.set_trusted_certificates_file(serve.banner["ca-file"])
-    tavrel.set_service_base_url_for_testing(serve.banner["base-url"])
+    tavrel.set_trusted_certificates_file(serve["ca-file"])
+    tavrel.set_service_base_url_for_testing(serve["base-url"])
     tavrel.set_auth_token(VALID_TOKEN)
     calls = []
     tavrel.validate(lambda ok: calls.append((ok, threading.get_ident())))

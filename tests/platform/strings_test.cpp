@@ -22,7 +22,7 @@ TEST(PercentDecoding, DecodesEscapesAndRejectsWhatThePlatformRejects) {
       {"%", std::nullopt},    {"%4", std::nullopt},     {"%zz", std::nullopt},
       {"%G1", std::nullopt},  {"%1G", std::nullopt},
       {"a%2", std::nullopt},  {"%C3", std::nullopt},    // a lone lead byte is not UTF-8
-      {"%FF", std::nullopt},  {"%ED%A0%80", std::nullopt},  // an encoded surrogate is not UTF-8
+      {"%FF", std::nullopt},  {"%ED%A0%80", std::nullopt}, {"%ED%BF%BF", std::nullopt},  // surrogates are not UTF-8
   };
   for (const auto& c : cases) {
     EXPECT_EQ(removingPercentEncoding(c.input), c.expected) << c.input;

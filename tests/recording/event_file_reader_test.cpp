@@ -13,6 +13,8 @@ namespace {
 TEST(EventFileReader, ReadsWellFormedFiles) {
   EXPECT_TRUE(readEventFile(kHeader).wellFormed());
   EXPECT_TRUE(readEventFile(kMagic).wellFormed());
+  for (const char* t : {"2147483647", "-2147483648"})  // the ends of 32 bits
+    EXPECT_TRUE(readEventFile(kHeader + "{\"a\": \"x\", \"e\": \"y\", \"t\": " + t + "}\n").wellFormed()) << t;
   // A touch moved with no touch ended after it, and a record of another kind with no payload.
   const EventFileContents input = readEventFile(kMagic + kMoved + words({9, 1}));
   ASSERT_TRUE(input.wellFormed());
@@ -39,7 +41,7 @@ TEST(EventFileReader, ReportsWhereAFileIsDamaged) {
       {kHeader + "\n", 6, 3, "not one JSON object"},
       {kHeader + "{\"a\": \"x\", \"e\": \"y\"}\n", 6, 3, "no whole number \"t\""},
       {kHeader + "{\"a\": \"x\", \"e\": \"y\", \"t\": 2147483648}\n", 6, 3, "does not fit in 32 bits"},
-      {kHeader + "{\"a\": \"caf\xC3\xA9\", \"e\": \"y\", \"t\": 1}\n", 6, 3, "outside 7-bit ASCII"},
+      {kHeader + "{\"a\": \"caf\x80\", \"e\": \"y\", \"t\": 1}\n", 6, 3, "outside 7-bit ASCII"},
       {"INP\x03" + kMoved, 3, std::nullopt, "an unknown version"},
       {"INP", 3, std::nullopt, "ends inside the magic"},
       {kMagic + kMoved + kEnded.substr(0, 6), 36, std::nullopt, "truncated last record: 6 bytes"},

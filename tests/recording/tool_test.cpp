@@ -1,29 +1,14 @@
-// The recording verbs of the tavrel tool, run as a program: `inspect` on files written here,
-// `demo` end to end.
+// tavrel inspect, run as a program on files written here.
 
 #include "sample_events.hpp"
-#include "support/sandbox.hpp"
 #include "support/tool_runner.hpp"
 
 #include <nlohmann/json.hpp>
 
-#include <fstream>
-
 namespace tavrel::testing {
 namespace {
 
-class InspectTool : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
-  }
-  std::string write(const std::string& name, const std::string& bytes) {
-    const std::string path = directory_.path() + "/" + name;
-    std::ofstream(path, std::ios::binary) << bytes;
-    return path;
-  }
-  TemporaryDirectory directory_;
-};
+using InspectTool = ToolTest;
 
 TEST_F(InspectTool, PrintsTablesOrOneJsonDocumentAndExitsByTheWorstFile) {
   const ToolRun run = runTool({"inspect", write("g.evt", kHeader + kLine), write("i.evt", kMagic + kMoved + kEnded)});

@@ -130,18 +130,6 @@ TEST_F(Uploads, NoReplyOrNoUrlFailsTwiceWithAPauseAfterEach) {
   EXPECT_EQ(server_.latestBody("/g.evt"), readFile(gameEventPath()));
 }
 
-TEST_F(Uploads, AnUploadBehindA307ArrivesWholeAtTheFinalUrl) {
-  recordOneEventEach();
-  server_.redirectRequests(307);
-  const auto uploaded = upload(gameName(), gameUrl(), 0);
-  sim().runUntilIdle();
-  EXPECT_EQ(*uploaded, true);
-  const auto seen = server_.requests();
-  ASSERT_EQ(seen.size(), 2u) << "a redirect is not the retry";
-  EXPECT_EQ(std::tie(seen[1].method, seen[1].target), std::tuple("PUT", "/moved/g.evt?sig=a%2Bb&exp=9"));
-  EXPECT_EQ(server_.latestBody("/g.evt"), readFile(gameEventPath()));
-}
-
 class SilentEndpoint : public Uploads {
  protected:
   SilentEndpoint() { simOptions.silentNetworkAfter = std::chrono::milliseconds(50); }

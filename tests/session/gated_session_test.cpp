@@ -88,17 +88,18 @@ TEST_F(GatedSession, ARefusedTokenBringsThePageAndALoginStartsTheReloginTimer) {
 
 TEST_F(GatedSession, ASecondLoginAddsASecondTimerAndBothFire) {
   const auto advanceTo = [&](double t) { sim().advance(t - sim().elapsed()); };
-  sdk().showLoginPage(nullptr);
-  sim().runUntilIdle();
-  logIn();
-  const double timerA = sim().elapsed();
-  finishTransitions();
+  // A page of the game's own, and a login through it; when its timer started.
+  const auto logInThroughAPage = [&] {
+    sdk().showLoginPage(nullptr);
+    sim().runUntilIdle();
+    logIn();
+    const double started = sim().elapsed();
+    finishTransitions();
+    return started;
+  };
+  const double timerA = logInThroughAPage();
   advanceTo(timerA + 300.0);
-  sdk().showLoginPage(nullptr);
-  sim().runUntilIdle();
-  logIn();
-  const double timerB = sim().elapsed();
-  finishTransitions();
+  const double timerB = logInThroughAPage();
   advanceTo(timerA + 600.5);
   ASSERT_TRUE(pageUp()) << "timer A";
   logIn();

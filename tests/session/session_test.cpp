@@ -76,16 +76,5 @@ TEST(SessionGlobals, StartWithTheirValuesAtLoad) {
                _inputEventUrl.load() || _validationCallback.get());
 }
 
-TEST(SessionGlobals, AbsentAndEmptyTextsAreBothEmptyButOnlyOneIsNull) {
-  EXPECT_TRUE(SessionString{""}.isEmpty());
-  SessionString text{nullptr};
-  EXPECT_TRUE(text.isEmpty());
-  text.set("");
-  EXPECT_TRUE(text.isEmpty());
-  EXPECT_TRUE(text.load());
-  text.set("u");
-  EXPECT_FALSE(text.isEmpty());
-}
-
 }  // namespace
 }  // namespace tavrel

@@ -1,8 +1,7 @@
 #pragma once
 
-// `tavrel serve` as a child process with its stdout on a pipe, killed if a test leaves it
-// running. The shell prints its process id, which the tool keeps once exec'd; then come the
-// start lines ("name: value") in `banner`, up to the launch URL.
+// A program as a child process with its stdout on a pipe, killed if a test leaves it running.
+// The shell prints its process id, which the program keeps once exec'd.
 
 #include "support/tool_runner.hpp"
 
@@ -18,41 +17,56 @@
 
 namespace tavrel::testing {
 
-class ServeProcess {
+class ChildProcess {
  public:
-  explicit ServeProcess(const std::vector<std::string>& arguments) {
-    std::string command = "echo $$; exec '" + toolPath() + "' serve";
-    for (const auto& argument : arguments) command += " '" + argument + "'";
-    output_ = ::popen(command.c_str(), "r");
+  explicit ChildProcess(const std::vector<std::string>& command) {
+    std::string line = "echo $$; exec";
+    for (const auto& word : command) line += " '" + word + "'";
+    output_ = ::popen(line.c_str(), "r");
     pid_ = std::stoi(readLine());
-    for (std::string line; banner.count("launch-url") == 0 && !(line = readLine()).empty();) {
-      banner[line.substr(0, line.find(": "))] = line.substr(line.find(": ") + 2);
-    }
   }
-  ~ServeProcess() {
+  ~ChildProcess() {
     if (pid_ > 0) ::kill(pid_, SIGKILL);
     if (output_ != nullptr) ::pclose(output_);
   }
-  ServeProcess(const ServeProcess&) = delete;
-  ServeProcess& operator=(const ServeProcess&) = delete;
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
 
+  // The next line without its end; empty at the end of the output.
   std::string readLine() {
     char line[4096];
     if (std::fgets(line, sizeof line, output_) == nullptr) return {};
     return std::string(line, std::strcspn(line, "\n"));
   }
-  // Sends `signal` and waits; the exit status, or -1 when the tool did not exit.
+  bool ended() const { return std::feof(output_) != 0; }
+  // Sends `signal` and waits; the exit status, or -1 when the program did not exit.
   int finish(int signal) {
     ::kill(std::exchange(pid_, -1), signal);
     const int status = ::pclose(std::exchange(output_, nullptr));
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
-  std::map<std::string, std::string> banner;
-
  private:
   std::FILE* output_ = nullptr;
   pid_t pid_ = -1;
+};
+
+// `tavrel serve`, with its start lines ("name: value") in `banner`, up to the launch URL.
+class ServeProcess : public ChildProcess {
+ public:
+  explicit ServeProcess(std::vector<std::string> arguments) : ChildProcess(withTool(std::move(arguments))) {
+    for (std::string line; banner.count("launch-url") == 0 && !(line = readLine()).empty();) {
+      banner[line.substr(0, line.find(": "))] = line.substr(line.find(": ") + 2);
+    }
+  }
+
+  std::map<std::string, std::string> banner;
+
+ private:
+  static std::vector<std::string> withTool(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {toolPath(), "serve"});
+    return arguments;
+  }
 };
 
 }  // namespace tavrel::testing

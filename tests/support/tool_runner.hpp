@@ -2,7 +2,12 @@
 
 // Runs the built tavrel tool (its path comes in the environment variable TAVREL_TOOL).
 
+#include "support/sandbox.hpp"
+
+#include <gtest/gtest.h>
+
 #include <chrono>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -26,5 +31,20 @@ ToolRun runTool(const std::vector<std::string>& arguments, const std::vector<std
 ToolRun runProgram(const std::string& program, const std::vector<std::string>& arguments,
                    const std::vector<std::string>& environment = {},
                    std::chrono::milliseconds limit = std::chrono::minutes(5));
+
+// Fixture: skipped where the tool is not built; files for it in a fresh directory.
+class ToolTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
+  }
+  // Writes `bytes` to `name` in the directory; its path.
+  std::string write(const std::string& name, const std::string& bytes) {
+    const std::string path = directory_.path() + "/" + name;
+    std::ofstream(path, std::ios::binary) << bytes;
+    return path;
+  }
+  TemporaryDirectory directory_;
+};
 
 }  // namespace tavrel::testing

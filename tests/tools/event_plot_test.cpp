@@ -7,13 +7,9 @@
 #include <tavrel_sdk/ui/image.hpp>
 
 #include "recording/sample_events.hpp"
-#include "support/sandbox.hpp"
 #include "support/tool_runner.hpp"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <fstream>
 #include <memory>
 
 namespace tavrel::testing {
@@ -105,12 +101,12 @@ TEST(EventPlot, TellsFingersTracksAndDroppedRunsApartOnALandscapeScreen) {
   EXPECT_EQ(layout.lastMs, 3100);
 }
 
-TEST(EventPlot, ToolDrawsWhatItCanReadAndNamesWhatItCannot) {
-  if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
-  TemporaryDirectory directory;
-  const std::string input = directory.path() + "/i.evt", png = directory.path() + "/plot.png";
-  std::ofstream(input, std::ios::binary) << kMagic + kMoved + kEnded;
-  const ToolRun run = runTool({"plot", input, directory.path() + "/missing.evt", "-o", png, "--size", "640x480"});
+using EventPlotTool = ToolTest;
+
+TEST_F(EventPlotTool, DrawsWhatItCanReadAndNamesWhatItCannot) {
+  const std::string png = directory_.path() + "/plot.png";
+  const ToolRun run = runTool({"plot", write("i.evt", kMagic + kMoved + kEnded), directory_.path() + "/missing.evt",
+                               "-o", png, "--size", "640x480"});
   EXPECT_EQ(run.status, 1);
   EXPECT_NE(run.err.find("missing.evt: cannot read"), std::string::npos) << run.err;
   const auto picture = UIImage::imageWithData(readFile(png));

@@ -3,14 +3,9 @@
 // draws, through the machine's fonts where there are any and as missing-glyph boxes where not.
 // Each picture is drawn by the tool in a process of its own, whose environment names the fonts.
 
-#include "support/sandbox.hpp"
 #include "support/tool_runner.hpp"
 
 #include <fontconfig/fontconfig.h>
-
-#include <gtest/gtest.h>
-
-#include <fstream>
 
 namespace tavrel::testing {
 namespace {
@@ -19,12 +14,8 @@ namespace {
 const std::string kCyrillicToken = std::string(24, 'a') + "Игорь-Петров-игрок-00001";
 const std::string kDevanagariToken = std::string(24, 'a') + "देवनागरी-खिलाड़ी-0000001";
 
-class Fonts : public ::testing::Test {
+class Fonts : public ToolTest {
  protected:
-  void SetUp() override {
-    if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
-    std::ofstream(noFonts_) << "<?xml version=\"1.0\"?>\n<fontconfig></fontconfig>\n";
-  }
   // The picture `render` draws, with the machine's fonts or (`withoutFonts`) with none.
   std::string picture(std::vector<std::string> render, bool withoutFonts) {
     const std::string png = directory_.path() + "/" + std::to_string(count_++) + ".png";
@@ -36,8 +27,7 @@ class Fonts : public ::testing::Test {
     return readFile(png);
   }
 
-  TemporaryDirectory directory_;
-  const std::string noFonts_ = directory_.path() + "/no-fonts.conf";
+  const std::string noFonts_ = write("no-fonts.conf", "<?xml version=\"1.0\"?>\n<fontconfig></fontconfig>\n");
   int count_ = 0;
 };
 

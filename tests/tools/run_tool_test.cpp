@@ -1,19 +1,24 @@
 // tavrel run and tavrel demo, run as processes: the script language's errors with their lines
 // and exit statuses, one short script per road through the login gate (each a test in itself:
-// status 0 means every check in it held), and the demo's report.
+// status 0 means every check in it held), the demo's report, and the live page of `tavrel serve`
+// that a scripted session played against, in a real browser (Chromium, headless).
 
 #include <tavrel_sdk/ui/image.hpp>
 
-#include "support/sandbox.hpp"
+#include "support/serve_process.hpp"
 #include "support/tool_runner.hpp"
 
 #include <nlohmann/json.hpp>
 
+#include <cairo.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <chrono>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
+#include <memory>
 
 namespace tavrel::testing {
 namespace {
@@ -25,134 +30,9 @@ const std::string kRefused = "refused-token-0000000000player-ann-0000000000001";
 const std::string kGame = "game plain\nservice token " + kValid + "\nservice refuse-token " + kRefused +
                           "\nservice user ann secret\n";
 
-class RunTool : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
-  }
-  // Runs `text` as x.session; extra arguments follow.
-  ToolRun run(const std::string& text, std::vector<std::string> extra = {}) {
-    const std::string script = directory_.path() + "/x.session";
-    std::ofstream(script) << text;
-    std::vector<std::string> arguments{"run", script, "--out", out()};
-    arguments.insert(arguments.end(), extra.begin(), extra.end());
-    return runTool(arguments);
-  }
-  std::string out() const { return directory_.path() + "/out"; }
-  nlohmann::json report() const { return nlohmann::json::parse(readFile(out() + "/report.json")); }
-  // The story's lines, as the report tells them.
-  std::vector<std::string> story() const {
-    const nlohmann::json whole = report();
-    std::vector<std::string> lines;
-    for (const auto& entry : whole["story"]) lines.push_back(entry["text"]);
-    return lines;
-  }
-  bool toldThat(const std::string& text) const {
-    const auto lines = story();
-    return std::find(lines.begin(), lines.end(), text) != lines.end();
-  }
-
-  TemporaryDirectory directory_;
-};
-
-TEST_F(RunTool, ScriptFaultsNameTheirLineAndExitTwo) {
-  const struct {
-    const char* script;
-    const char* message;
-  } cases[] = {
-      {"validate\n\nfly 3\n", "x.session:3: unknown command 'fly'"},
-      {"# waits\nwait 2,5\n", "x.session:2: wait: expected a duration, got '2,5'"},
-      {"wait 1:75\n", "x.session:1: wait: a duration out of range: 75"},
-      {"wait 1:\n", "x.session:1: wait: expected a duration, got '1:'"},
-      {"down 1 5,5\nmove 1 9,9\n", "x.session:2: move: expected 'over SECONDS' after the points"},
-      {"repeat 100000\nwait 0\nwait 0\nwait 0\nwait 0\nwait 0\nwait 0\nend\n"
-       "repeat 100000\nwait 0\nwait 0\nwait 0\nwait 0\nwait 0\nwait 0\nend\n",
-       "x.session:16: end: more than 1000000 steps"},
-      {"validate\nscreen 390x844\n", "x.session:2: screen: a setting comes before the first action"},
-      {"tap \"Login\n", "x.session:1: a quoted text has no closing \""},
-      {"check game-events >= many\n", "x.session:1: check: expected a count, got 'many'"},
-      {"wait-until presented Dialog\n", "x.session:1: wait-until: expected LoginViewController, UIAlertController or any"},
-      {"repeat 2\nsnapshot a\nend\n", "x.session:2: snapshot: a repeated snapshot would repeat its name"},
-      {"repeat 2\nwait 1\n", "x.session:1: repeat: no end"},
-      {"check not log \"\"\n", "x.session:1: check: expected a text, got an empty one"},  // would always hold
-      {"url-schemes\nvalidate\n", "x.session:1: url-schemes: expected a URL scheme"},
-      // What a script asks of the clock is bounded, before anything runs.
-      {"wait 7201\n", "x.session:1: wait: a duration longer than a session may run (120:00.0): 7201"},
-      {"down 1 5,5\nmove 1 9,9 over 1e6\n", "x.session:2: move: a duration longer than a session may run"},
-      {"validate\nrepeat 1000\nwait-until exit 255 timeout 8\nend\n", "x.session:3: the session could run past 120:00.0"},
-      // Run errors: the script reads well but cannot be played.
-      {"wait 5\nat 0:02\n", "x.session:2: the session is already at 0:05.0"},
-      {"up 3\n", "x.session:1: finger 3 is not down"},
-      {"launch token=short\n", "x.session:1: cannot compose the launch URL: the token has 5 characters"},
-      // Set-up errors name the setting that asked for them.
-      {"seed 2\nservice token t\n\nvalidate\n", "x.session:2: service: set by the other service's own options"},
-  };
-  for (const auto& c : cases) {
-    // The last case plays against another service; none is there, and none is reached.
-    const bool other = std::string(c.message).find("other service") != std::string::npos;
-    const ToolRun result =
-        other ? run(c.script, {"--service", "https://127.0.0.1:9", "--ca-file", "/nonexistent.pem"}) : run(c.script);
-    EXPECT_EQ(result.status, 2) << c.script;
-    EXPECT_NE(result.err.find(c.message), std::string::npos) << c.script << "\n" << result.err;
-  }
-
-  // Neither a file nor a folder of someone else's (its snapshots/ would be deleted) is an output.
-  const std::string notAFolder = directory_.path() + "/a-file";
-  std::ofstream(notAFolder) << "not a folder";
-  const std::string someoneElses = directory_.path() + "/home";
-  std::filesystem::create_directories(someoneElses + "/snapshots");
-  std::ofstream(someoneElses + "/notes.txt") << "mine";
-  for (const std::string& out : {notAFolder, someoneElses}) {
-    const ToolRun result = runTool({"run", directory_.path() + "/x.session", "--out", out});
-    EXPECT_EQ(result.status, 2);
-    EXPECT_NE(result.err.find("--out"), std::string::npos) << result.err;
-  }
-  EXPECT_TRUE(std::filesystem::exists(someoneElses + "/snapshots"));
-}
-
-TEST_F(RunTool, AFailedCheckExitsOneWithWhatWasThere) {
-  ToolRun result = run(kGame + "initialise-overlay " + kValid + "\nvalidate\nwait 1\ncheck presented LoginViewController\n");
-  EXPECT_EQ(result.status, 1);
-  EXPECT_NE(result.err.find("x.session:8: check presented LoginViewController failed; nothing is presented"),
-            std::string::npos)
-      << result.err;
-  EXPECT_EQ(report()["exitStatus"], 1);
-
-  result = run("game plain\ntap \"Login\"\n");
-  EXPECT_EQ(result.status, 1);
-  EXPECT_NE(result.err.find("x.session:2: nothing on the screen shows \"Login\""), std::string::npos) << result.err;
-
-  result = run(kGame + "wait-until text \"Login\" timeout 0.5\n");
-  EXPECT_EQ(result.status, 1);
-  EXPECT_NE(result.err.find("x.session:5: wait-until text \"Login\": not after 0:00.5; no text on the screen"),
-            std::string::npos)
-      << result.err;
-
-  // A text counts where a tap could reach it: not on a page still sliding in, not under the page.
-  result = run("game animated\nservice refuse-token " + kRefused + "\ninitialise-overlay " + kRefused +
-               "\nwait 0.1\ncheck text \"Score 0\"\nvalidate\nwait-until text \"Login\"\ntap \"Login\"\n"
-               "check text \"Score 0\"\n");
-  EXPECT_EQ(result.status, 1);
-  EXPECT_NE(result.err.find("x.session:9: check text \"Score 0\" failed"), std::string::npos) << result.err;
-
-  // The log's time stamps are not what the SDK said; a status is a number, however it is written.
-  result = run("launch token=" + kValid +
-                   " game-events=/g.evt\ngame-event start\nwait 31\ncheck not log \"[0:30\"\ncheck uploads 0200 = 0\n",
-               {"--no-frames"});
-  EXPECT_EQ(result.status, 1);
-  EXPECT_NE(result.err.find("x.session:5: check uploads 200 = 0 failed"), std::string::npos) << result.err;
-}
-
-const std::string kLogIn = R"(tap "Tavrel username"
-type ann
-tap "Password"
-type secret
-tap "Login"
-wait-until not presented LoginViewController timeout 5
-)";
-
-TEST_F(RunTool, ARefusedTokenBringsThePageAndALoginLetsTheGameOn) {
-  const ToolRun result = run(kGame + "initialise-overlay " + kRefused + R"(
+// A refused token: the page, a wrong password and its alert, then the right one.
+const std::string kRefusedThenLogIn = "initialise-overlay " + kRefused + R"(
+show-touches
 validate
 wait-until presented LoginViewController timeout 5
 tap "Tavrel username"
@@ -170,7 +50,102 @@ backspace 5
 type secret
 tap "Login"
 wait-until not presented LoginViewController timeout 5
-)");
+)";
+
+class RunTool : public ToolTest {
+ protected:
+  // Runs `text` as x.session; extra arguments follow.
+  ToolRun run(const std::string& text, std::vector<std::string> extra = {}) {
+    std::vector<std::string> arguments{"run", write("x.session", text), "--out", out()};
+    arguments.insert(arguments.end(), extra.begin(), extra.end());
+    return runTool(arguments);
+  }
+  std::string out() const { return directory_.path() + "/out"; }
+  nlohmann::json report() const { return nlohmann::json::parse(readFile(out() + "/report.json")); }
+  // Whether the report's story tells this line.
+  bool toldThat(const std::string& text) const {
+    const nlohmann::json whole = report();
+    for (const auto& entry : whole["story"])
+      if (entry["text"] == text) return true;
+    return false;
+  }
+};
+
+TEST_F(RunTool, ScriptFaultsAndFailedChecksNameTheirLine) {
+  const std::vector<std::string> noFrames{"--no-frames"};
+  const std::vector<std::string> otherService{"--service", "https://127.0.0.1:9", "--ca-file", "/nonexistent.pem"};
+  const struct {
+    std::string script;
+    int status;
+    const char* message;
+    std::vector<std::string> extra = {};
+  } cases[] = {
+      {"validate\n\nfly 3\n", 2, "x.session:3: unknown command 'fly'"},
+      {"# waits\nwait 2,5\n", 2, "x.session:2: wait: expected a duration, got '2,5'"},
+      {"wait 1:75\n", 2, "x.session:1: wait: a duration out of range: 75"},
+      {"wait 1:\n", 2, "x.session:1: wait: expected a duration, got '1:'"},
+      {"down 1 5,5\nmove 1 9,9\n", 2, "x.session:2: move: expected 'over SECONDS' after the points"},
+      {"repeat 100000\nwait 0\nwait 0\nwait 0\nwait 0\nwait 0\nwait 0\nend\n"
+       "repeat 100000\nwait 0\nwait 0\nwait 0\nwait 0\nwait 0\nwait 0\nend\n",
+       2, "x.session:16: end: more than 1000000 steps"},
+      {"validate\nscreen 390x844\n", 2, "x.session:2: screen: a setting comes before the first action"},
+      {"tap \"Login\n", 2, "x.session:1: a quoted text has no closing \""},
+      {"check game-events >= many\n", 2, "x.session:1: check: expected a count, got 'many'"},
+      {"wait-until presented Dialog\n", 2, "x.session:1: wait-until: expected LoginViewController, UIAlertController or any"},
+      {"repeat 2\nsnapshot a\nend\n", 2, "x.session:2: snapshot: a repeated snapshot would repeat its name"},
+      {"repeat 2\nwait 1\n", 2, "x.session:1: repeat: no end"},
+      {"check not log \"\"\n", 2, "x.session:1: check: expected a text, got an empty one"},  // would always hold
+      {"url-schemes\nvalidate\n", 2, "x.session:1: url-schemes: expected a URL scheme"},
+      // What a script asks of the clock is bounded, before anything runs.
+      {"wait 7201\n", 2, "x.session:1: wait: a duration longer than a session may run (120:00.0): 7201"},
+      {"down 1 5,5\nmove 1 9,9 over 1e6\n", 2, "x.session:2: move: a duration longer than a session may run"},
+      {"validate\nrepeat 1000\nwait-until exit 255 timeout 8\nend\n", 2, "x.session:3: the session could run past 120:00.0"},
+      // Run errors: the script reads well but cannot be played.
+      {"wait 5\nat 0:02\n", 2, "x.session:2: the session is already at 0:05.0"},
+      {"up 3\n", 2, "x.session:1: finger 3 is not down"},
+      {"launch token=short\n", 2, "x.session:1: cannot compose the launch URL: the token has 5 characters"},
+      // Set-up errors name the setting that asked for them; no other service is there, none is reached.
+      {"seed 2\nservice token t\n\nvalidate\n", 2, "x.session:2: service: set by the other service's own options",
+       otherService},
+      {"validate\n", 2, "--service and --ca-file go together", {"--service", "https://127.0.0.1:9"}},
+      // Failed checks: status 1, with what was there instead.
+      {kGame + "initialise-overlay " + kValid + "\nvalidate\nwait 1\ncheck presented LoginViewController\n", 1,
+       "x.session:8: check presented LoginViewController failed; nothing is presented"},
+      {"game plain\ntap \"Login\"\n", 1, "x.session:2: nothing on the screen shows \"Login\""},
+      {kGame + "wait-until text \"Login\" timeout 0.5\n", 1,
+       "x.session:5: wait-until text \"Login\": not after 0:00.5; no text on the screen"},
+      // A text counts where a tap could reach it: not on a page still sliding in, not under the page.
+      {"game animated\nservice refuse-token " + kRefused + "\ninitialise-overlay " + kRefused +
+           "\nwait 0.1\ncheck text \"Score 0\"\nvalidate\nwait-until text \"Login\"\ntap \"Login\"\n"
+           "check text \"Score 0\"\n",
+       1, "x.session:9: check text \"Score 0\" failed"},
+      // The log's time stamps are not what the SDK said; a status is a number, however it is written.
+      {"launch token=" + kValid + " game-events=/g.evt\ngame-event start\nwait 31\ncheck not log \"[0:30\"\n"
+                                  "check uploads 0200 = 0\n",
+       1, "x.session:5: check uploads 200 = 0 failed", noFrames},
+  };
+  for (const auto& c : cases) {
+    const ToolRun result = run(c.script, c.extra);
+    EXPECT_EQ(result.status, c.status) << c.script;
+    EXPECT_NE(result.err.find(c.message), std::string::npos) << c.script << "\n" << result.err;
+  }
+  EXPECT_EQ(report()["exitStatus"], 1) << "a failed check still writes its report";
+
+  // Neither a file nor a folder of someone else's (its snapshots/ would be deleted) is an output.
+  const std::string notAFolder = write("a-file", "not a folder");
+  const std::string someoneElses = directory_.path() + "/home";
+  std::filesystem::create_directories(someoneElses + "/snapshots");
+  write("home/notes.txt", "mine");
+  for (const std::string& out : {notAFolder, someoneElses}) {
+    const ToolRun result = runTool({"run", directory_.path() + "/x.session", "--out", out});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.err.find("--out"), std::string::npos) << result.err;
+  }
+  EXPECT_TRUE(std::filesystem::exists(someoneElses + "/snapshots"));
+}
+
+TEST_F(RunTool, ARefusedTokenBringsThePageAndALoginLetsTheGameOn) {
+  const ToolRun result = run(kGame + kRefusedThenLogIn);
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(report()["checksPassed"], 2);
   EXPECT_TRUE(toldThat("the game hears yes on the main thread"));
@@ -189,33 +164,8 @@ TEST_F(RunTool, AValidTokenBringsNoPage) {
   EXPECT_FALSE(report()["files"][1]["created"]);
 }
 
-TEST_F(RunTool, TheRepeatPageComesSixHundredSecondsAfterALogin) {
-  const ToolRun result = run(kGame + "initialise-overlay " + kRefused +
-                                 "\nvalidate\nwait-until presented LoginViewController timeout 5\n" + kLogIn + R"(
-wait 598
-check not presented any
-wait-until presented LoginViewController timeout 3
-)",
-                             {"--no-frames"});
-  EXPECT_EQ(result.status, 0) << result.err;
-}
-
-TEST_F(RunTool, AValidLaunchUrlTakesThePageAwayWithoutAnimation) {
-  const ToolRun result = run(kGame + "initialise-overlay " + kRefused + R"(
-validate
-wait-until presented LoginViewController timeout 5
-launch token=)" + kValid + R"(
-wait-until not presented LoginViewController timeout 5
-wait 700
-check not presented any # the page's own completion is lost: no timer
-)",
-                             {"--no-frames"});
-  EXPECT_EQ(result.status, 0) << result.err;
-  EXPECT_TRUE(toldThat("the login page goes without animation"));
-  EXPECT_TRUE(toldThat("the game hears yes on a background queue"));
-}
-
-TEST_F(RunTool, TheExitAlertsOkIsRecordedAsExit255) {
+// On the real clock the exit is real: the report and the log are written on the way out.
+TEST_F(RunTool, TheExitAlertsOkEndsARealtimeRunWithStatus255) {
   const ToolRun result = run(kGame + "initialise-overlay " + kValid + R"(
 check exit none
 terminate-with-popup
@@ -224,20 +174,9 @@ check text "Please start your gameplay session through the Tavrel iOS app!"
 tap "OK"
 wait 1
 check exit 255
-)");
-  EXPECT_EQ(result.status, 0) << result.err;
-  EXPECT_EQ(report()["exitRecorded"], 255);
-
-  // On the real clock the exit is real: the report and the log are written on the way out.
-  const ToolRun real = run(kGame + "initialise-overlay " + kValid + R"(
-terminate-with-popup
-wait-until presented UIAlertController timeout 2
-tap "OK"
-wait 1
-check exit 255
 )",
-                           {"--realtime", "--no-frames"});
-  EXPECT_EQ(real.status, 255) << real.err;
+                             {"--realtime", "--no-frames"});
+  EXPECT_EQ(result.status, 255) << result.err;
   EXPECT_EQ(report()["exitRecorded"], 255);
   EXPECT_NE(report()["failure"].get<std::string>().find(": the game ended the process with exit(255)"),
             std::string::npos)
@@ -280,6 +219,114 @@ TEST_F(RunTool, TheDemoReportsItsWholeSession) {
   EXPECT_EQ(sheet->pixelHeight(), 76 + 2 * (std::round(240 * 1688 / 780.0) + 44 + 20) + 768 + 20)
       << "two rows of snapshots, then the plot";
   EXPECT_TRUE(nlohmann::json::parse(readFile(out() + "/snapshots/playing.json")).is_object());
+}
+
+std::string chromium() {
+  for (const char* name : {"chromium", "chromium-browser"}) {
+    const std::string found = runProgram("sh", {"-c", std::string("command -v ") + name}).out;
+    if (!found.empty()) return found.substr(0, found.find('\n'));
+  }
+  return {};
+}
+
+// Pixels of the plot's first finger's colour in a screenshot.
+int firstFingerPixels(const std::string& png) {
+  const auto picture = UIImage::imageWithData(readFile(png));
+  if (picture == nullptr) return 0;
+  cairo_surface_t* pixels = picture->surface();
+  cairo_surface_flush(pixels);
+  const unsigned char* data = cairo_image_surface_get_data(pixels);
+  const int stride = cairo_image_surface_get_stride(pixels);
+  int count = 0;
+  for (int y = 0; y < picture->pixelHeight(); ++y) {
+    for (int x = 0; x < picture->pixelWidth(); ++x) {
+      const auto pixel = *reinterpret_cast<const std::uint32_t*>(data + y * stride + x * 4);
+      const int r = (pixel >> 16) & 255, g = (pixel >> 8) & 255, b = pixel & 255;
+      count += std::abs(r - 79) < 16 && std::abs(g - 158) < 16 && b > 230;
+    }
+  }
+  return count;
+}
+
+// What the session sent, as the page shows it: its requests with their outcome, its recordings
+// decoded (the game events' table, the touches' plot as a picture), and no secret anywhere.
+TEST_F(RunTool, TheLivePageShowsWhatAScriptedSessionSentAndNoSecret) {
+  const std::string browser = chromium();
+  if (browser.empty()) GTEST_SKIP() << "Chromium is not installed (scripts/setup installs it)";
+  ServeProcess serve({"--token", kValid, "--refuse-token", kRefused, "--user", "ann:secret"});
+  const std::string page = serve.banner["page"];
+  ASSERT_EQ(page, serve.banner["base-url"] + "/");
+  const ToolRun result = run("screen 390x844 @1\ngame plain\nlaunch token=" + kRefused +
+                                 " game-events=/s1/g.evt input-events=/s1/i.evt\n" + kRefusedThenLogIn + R"(
+game-event level-start first-level
+down 1 60,200
+move 1 330,700 over 1.5
+wait 1.5
+up 1
+game-event level-end
+wait 31
+)",
+                             {"--no-frames", "--service", serve.banner["base-url"], "--ca-file", serve.banner["ca-file"]});
+  ASSERT_EQ(result.status, 0) << result.err << result.out;
+  // The run saw none of the requests: it says so, not zeros.
+  EXPECT_NE(readFile(out() + "/report.txt")
+                .find("service        " + serve.banner["base-url"] + ", another service: its requests are not counted"),
+            std::string::npos);
+
+  // No virtual time: the open stream would hold it still. A time-out guards against a browser
+  // that never ends. The page's script asks for the plot after it loaded, which a loaded machine
+  // may not have done when the DOM is dumped or the screen shot: asked again until it has.
+  std::vector<std::string> flags{"60", browser, "--headless=new", "--ignore-certificate-errors", "--disable-gpu",
+                                 "--user-data-dir=" + directory_.path() + "/profile"};
+  if (::geteuid() == 0) flags.push_back("--no-sandbox");
+  const auto browse = [&](std::vector<std::string> what) {
+    what.insert(what.begin(), flags.begin(), flags.end());
+    what.push_back(page);
+    return runProgram("timeout", what);
+  };
+  ToolRun dom;
+  for (int attempt = 0; attempt < 5 && dom.out.find("/page/plot.png?id=") == std::string::npos; ++attempt) {
+    dom = browse({"--dump-dom"});
+    ASSERT_EQ(dom.status, 0) << dom.err;
+  }
+  for (const char* text : {"token check", "refused", "login", "unknown user or password", "logged in", "upload",
+                           "/s1/g.evt", "/s1/i.evt", "level-start", "first-level", "level-end", "/page/plot.png?id="}) {
+    EXPECT_NE(dom.out.find(text), std::string::npos) << text << "\n" << dom.out;
+  }
+  for (const std::string& secret : {kValid, kRefused, std::string("secret"), std::string("wrong")}) {
+    EXPECT_EQ(dom.out.find(secret), std::string::npos) << secret;
+  }
+  const std::string png = directory_.path() + "/page.png";
+  int track = 0;
+  for (int attempt = 0; attempt < 5 && track <= 20; ++attempt) {
+    ASSERT_EQ(browse({"--window-size=1400,1000", "--screenshot=" + png}).status, 0);
+    track = firstFingerPixels(png);
+  }
+  EXPECT_GT(track, 20) << "no track of finger 0 in " << png;
+}
+
+// Each page holds a slot of the server's while its stream is open; one that goes frees it at once,
+// not when a heartbeat written seconds later fails.
+TEST_F(RunTool, AClosedLivePageFreesItsSlotAtOnce) {
+  ServeProcess serve({});
+  const auto answer = [&](const char* seconds) {
+    return runProgram("curl", {"--max-time", seconds, "-sS", "-o", "/dev/null", "-w", "%{http_code}", "--cacert",
+                               serve.banner["ca-file"], serve.banner["base-url"] + "/page/events"})
+        .out;
+  };
+  std::vector<std::unique_ptr<ChildProcess>> pages;
+  for (int i = 0; i < 4; ++i) {
+    pages.push_back(std::make_unique<ChildProcess>(std::vector<std::string>{
+        "curl", "-sS", "-N", "--cacert", serve.banner["ca-file"], serve.banner["base-url"] + "/page/events"}));
+    ASSERT_FALSE(pages.back()->readLine().empty());  // the stream has begun
+  }
+  EXPECT_EQ(answer("3"), "503") << "a fifth page while four are open";
+  pages.clear();
+  // Well before a heartbeat (5 s after a stream began) could fail, however slow each try is.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+  std::string status;
+  while (status != "200" && std::chrono::steady_clock::now() < deadline) status = answer("0.5");
+  EXPECT_EQ(status, "200");
 }
 
 }  // namespace

@@ -1,14 +1,13 @@
 #include "support/tool_runner.hpp"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
 namespace tavrel::testing {
 namespace {
 
-TEST(WatermarkTool, PrintsEveryKthTickAsShortestFloatsAndRepeatsUnderASeed) {
-  if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
+using WatermarkTool = ToolTest;
+
+TEST_F(WatermarkTool, PrintsEveryKthTickAsShortestFloatsAndRepeatsUnderASeed) {
   const ToolRun run = runTool(
       {"watermark", "--behaviour", "2", "--canvas", "844x390", "--text", "300x12", "--ticks", "4", "--every", "2"});
   ASSERT_EQ(run.status, 0) << run.err;
@@ -22,8 +21,7 @@ TEST(WatermarkTool, PrintsEveryKthTickAsShortestFloatsAndRepeatsUnderASeed) {
   EXPECT_EQ(runTool({"watermark", "--behaviour", "3", "--seed", "42", "--ticks", "3"}).out, seeded.out);
 }
 
-TEST(WatermarkTool, RejectsBadInputWithStatusTwo) {
-  if (toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
+TEST_F(WatermarkTool, RejectsBadInputWithStatusTwo) {
   const std::vector<std::string> cases[] = {{"--behaviour", "4"}, {"--behaviour", "-1"},
                                             {"--canvas", "844"},  {"--canvas", "0x390"},
                                             {"--text", "12x"},    {"--ticks", "-1"},

@@ -237,8 +237,12 @@ bool ExampleWindowTest::click(const Box& box) {
 
 void ExampleWindowTest::logIn() {
   ASSERT_TRUE(run("xdotool windowfocus --sync " + window_.id)) << logs();
-  for (const auto& [box, placeholder, text] : {std::tuple{username_, "Tavrel username", "ann"},
-                                               std::tuple{password_, "Password", "secret-pw"}}) {
+  for (const auto& entry : {std::tuple{username_, "Tavrel username", "ann"},
+                            std::tuple{password_, "Password", "secret-pw"}}) {
+    // Named, not a structured binding: clang before 16 cannot capture one in a lambda.
+    const auto& [box, placeholderName, typed] = entry;
+    const char* placeholder = placeholderName;
+    const char* text = typed;
     ASSERT_TRUE(click(box));
     // Keys typed before the click has given the field the focus would go to the game.
     ASSERT_TRUE(waitUntil([&] {

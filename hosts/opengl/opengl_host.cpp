@@ -9,6 +9,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace tavrel {
@@ -26,7 +27,7 @@ namespace tavrel {
   X(CREATEPROGRAM, CreateProgram) X(ATTACHSHADER, AttachShader) X(LINKPROGRAM, LinkProgram)    \
   X(GETPROGRAMIV, GetProgramiv) X(GETPROGRAMINFOLOG, GetProgramInfoLog)                        \
   X(DELETEPROGRAM, DeleteProgram) X(GETUNIFORMLOCATION, GetUniformLocation)                    \
-  X(UNIFORM1I, Uniform1i) X(GENVERTEXARRAYS, GenVertexArrays) X(BINDVERTEXARRAY, BindVertexArray) \
+  X(UNIFORM1I, Uniform1i) X(UNIFORM4F, Uniform4f) X(GENVERTEXARRAYS, GenVertexArrays) X(BINDVERTEXARRAY, BindVertexArray) \
   X(DELETEVERTEXARRAYS, DeleteVertexArrays) X(DRAWARRAYS, DrawArrays)
 
 struct GLFunctions {
@@ -37,32 +38,47 @@ struct GLFunctions {
 
   bool es = false;
   GLuint program = 0;
+  GLint quad = -1, texel = -1, tint = -1;  // the program's uniforms
   GLuint vertexArray = 0;
-  GLuint texture = 0;
-  int textureWidth = 0;
-  int textureHeight = 0;
+  GLuint white = 0;  // one texel, under a rectangle of one colour
+
+  // A store's texture, by the store's id.
+  struct Texture {
+    GLuint name = 0;
+    std::uint64_t generation = 0;
+    int width = 0, height = 0;
+    GLint filter = 0;
+    std::uint64_t drawn = 0;  // the last frame that listed it
+  };
+  std::unordered_map<std::uint64_t, Texture> textures;
+  std::uint64_t frames = 0;
 };
 
 namespace {
 
-// The quad is made from the vertex index, so no buffer is bound and none of the game's
-// attribute state is touched. Frame row 0 is the top of the screen.
+// Each quad is made from the vertex index and two uniforms (its corners in clip space, its
+// texture coordinates), so no buffer is bound and none of the game's attribute state is
+// touched. A store's row 0 is its top, uploaded first: t runs down the screen.
 constexpr const char* kVertexShader = R"(
+uniform vec4 quad;
+uniform vec4 texel;
 out vec2 uv;
 void main() {
   vec2 corner = vec2(float(gl_VertexID & 1), float(gl_VertexID >> 1));
-  uv = vec2(corner.x, 1.0 - corner.y);
-  gl_Position = vec4(corner * 2.0 - 1.0, 0.0, 1.0);
+  uv = mix(texel.xy, texel.zw, corner);
+  gl_Position = vec4(mix(quad.xy, quad.zw, corner), 0.0, 1.0);
 })";
 
-// The frame's bytes are Cairo's ARGB32 in memory order B, G, R, A, uploaded as RGBA (which
-// OpenGL ES takes without an extension) and put in order here.
+// A store's bytes are Cairo's ARGB32 in memory order B, G, R, A, uploaded as RGBA (which
+// OpenGL ES takes without an extension) and put in order here; `tint` is the opacity, or a
+// colour over the white texel.
 constexpr const char* kFragmentShader = R"(
 uniform sampler2D frame;
+uniform vec4 tint;
 in vec2 uv;
 out vec4 colour;
 void main() {
-  colour = texture(frame, uv).bgra;
+  colour = texture(frame, uv).bgra * tint;
 })";
 
 // Enables the draw needs off (blending is on); a game may have left any of them on.
@@ -169,14 +185,9 @@ struct SavedState {
   std::array<GLboolean, kDesktopSwitches.size()> desktop{};
 };
 
-PixelRect clipped(PixelRect rect, int width, int height) {
-  const int right = std::min(rect.x + rect.width, width);
-  const int bottom = std::min(rect.y + rect.height, height);
-  rect.x = std::max(rect.x, 0);
-  rect.y = std::max(rect.y, 0);
-  rect.width = std::max(right - rect.x, 0);
-  rect.height = std::max(bottom - rect.y, 0);
-  return rect;
+PixelRect intersection(const PixelRect& a, const PixelRect& b) {
+  const int left = std::max(a.x, b.x), top = std::max(a.y, b.y);
+  return {left, top, std::min(a.x + a.width, b.x + b.width) - left, std::min(a.y + a.height, b.y + b.height) - top};
 }
 
 }  // namespace
@@ -242,6 +253,9 @@ void OpenGLHost::load(const std::function<void*(const char*)>& getProcAddress) {
   gl->UseProgram(gl->program);
   gl->Uniform1i(gl->GetUniformLocation(gl->program, "frame"), 0);
   gl->UseProgram(previousProgram);
+  gl->quad = gl->GetUniformLocation(gl->program, "quad");
+  gl->texel = gl->GetUniformLocation(gl->program, "texel");
+  gl->tint = gl->GetUniformLocation(gl->program, "tint");
   gl->GenVertexArrays(1, &gl->vertexArray);
   gl_ = std::move(gl);
 }
@@ -260,75 +274,115 @@ void OpenGLHost::resize(CGSize windowSize, int framebufferWidth, int framebuffer
   screenChanged();
 }
 
-void OpenGLHost::presentFrame(const UIFrame& frame) {
-  if (frame.width != gl_->textureWidth || frame.height != gl_->textureHeight) {
-    uploadWholeFrame_ = true;
-    pending_.clear();
-    return;
-  }
-  for (const PixelRect& rect : frame.damage) {
-    const PixelRect inside = clipped(rect, frame.width, frame.height);
-    if (inside.width > 0 && inside.height > 0) pending_.push_back(inside);
-  }
-}
-
 void OpenGLHost::composite() {
   if (!gl_ || gl_->program == 0) return;
-  const UIFrame& frame = renderFrame();
+  const UILayerFrame& frame = renderLayers();
   if (frame.width <= 0 || frame.height <= 0) return;
-  const SavedState saved(*gl_, uploadWholeFrame_ || !pending_.empty());
-  upload(frame);
-  draw();
-}
-
-void OpenGLHost::upload(const UIFrame& frame) {
-  if (!uploadWholeFrame_ && pending_.empty()) return;
   GLFunctions& gl = *gl_;
-  gl.BindTexture(GL_TEXTURE_2D, gl.texture);
-  gl.BindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
-  gl.PixelStorei(GL_UNPACK_ALIGNMENT, 4);
-  gl.PixelStorei(GL_UNPACK_ROW_LENGTH, frame.stride / 4);
-  if (!gl.es) {
-    gl.PixelStorei(GL_UNPACK_SWAP_BYTES, GL_FALSE);
-    gl.PixelStorei(GL_UNPACK_LSB_FIRST, GL_FALSE);
-  }
-  if (uploadWholeFrame_) {
-    if (gl.texture == 0) {
-      gl.GenTextures(1, &gl.texture);
-      gl.BindTexture(GL_TEXTURE_2D, gl.texture);
-      gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-      gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-    }
-    // One texel a pixel needs no filtering (and a software rasteriser draws the quad at half
-    // the cost); a frame of another size than the framebuffer is smoothed.
-    const GLint filter = frame.width == framebufferWidth_ && frame.height == framebufferHeight_ ? GL_NEAREST : GL_LINEAR;
-    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, filter);
-    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, filter);
+  const bool uploading =
+      gl.white == 0 || std::any_of(frame.layers.begin(), frame.layers.end(), [&](const UILayer& layer) {
+        const auto found = gl.textures.find(layer.id);
+        return layer.pixels && (found == gl.textures.end() || found->second.generation != layer.generation);
+      });
+  const SavedState saved(gl, uploading);
+  if (uploading) {
+    gl.BindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
+    gl.PixelStorei(GL_UNPACK_ALIGNMENT, 4);
     gl.PixelStorei(GL_UNPACK_SKIP_PIXELS, 0);
     gl.PixelStorei(GL_UNPACK_SKIP_ROWS, 0);
-    gl.TexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, frame.width, frame.height, 0, GL_RGBA, GL_UNSIGNED_BYTE, frame.pixels);
-    gl.textureWidth = frame.width;
-    gl.textureHeight = frame.height;
-    bytesUploaded_ += static_cast<std::uint64_t>(frame.width) * frame.height * 4;
-    ++uploads_;
-    uploadWholeFrame_ = false;
-    pending_.clear();
-    return;
+    if (!gl.es) {
+      gl.PixelStorei(GL_UNPACK_SWAP_BYTES, GL_FALSE);
+      gl.PixelStorei(GL_UNPACK_LSB_FIRST, GL_FALSE);
+    }
   }
-  for (const PixelRect& rect : pending_) {
-    gl.PixelStorei(GL_UNPACK_SKIP_PIXELS, rect.x);
-    gl.PixelStorei(GL_UNPACK_SKIP_ROWS, rect.y);
-    gl.TexSubImage2D(GL_TEXTURE_2D, 0, rect.x, rect.y, rect.width, rect.height, GL_RGBA, GL_UNSIGNED_BYTE,
-                     frame.pixels);
-    bytesUploaded_ += static_cast<std::uint64_t>(rect.width) * rect.height * 4;
-    ++uploads_;
+  if (gl.white == 0) {
+    constexpr std::uint32_t kWhite = 0xffffffff;
+    gl.PixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+    gl.GenTextures(1, &gl.white);
+    gl.BindTexture(GL_TEXTURE_2D, gl.white);
+    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+    gl.TexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, 1, 1, 0, GL_RGBA, GL_UNSIGNED_BYTE, &kWhite);
   }
-  pending_.clear();
+  prepareDraw();
+  ++gl.frames;
+  // One texel a pixel needs no filtering (and a software rasteriser draws a quad at half the
+  // cost); a frame of another size than the framebuffer is smoothed.
+  const GLint filter = frame.width == framebufferWidth_ && frame.height == framebufferHeight_ ? GL_NEAREST : GL_LINEAR;
+  const PixelRect screen{0, 0, frame.width, frame.height};
+  for (const UILayer& layer : frame.layers) {
+    const PixelRect shown = intersection(intersection(layer.rect, layer.clip), screen);
+    if (layer.pixels) {
+      bindStore(layer, filter);
+    } else {
+      gl.BindTexture(GL_TEXTURE_2D, gl.white);
+    }
+    if (shown.width <= 0 || shown.height <= 0 || layer.rect.width <= 0 || layer.rect.height <= 0) continue;
+    const auto x = [&](int pixel) { return static_cast<float>(2.0 * pixel / frame.width - 1.0); };
+    const auto y = [&](int pixel) { return static_cast<float>(1.0 - 2.0 * pixel / frame.height); };
+    const auto u = [&](int pixel) { return static_cast<float>(static_cast<double>(pixel - layer.rect.x) / layer.rect.width); };
+    const auto v = [&](int pixel) { return static_cast<float>(static_cast<double>(pixel - layer.rect.y) / layer.rect.height); };
+    const int right = shown.x + shown.width, bottom = shown.y + shown.height;
+    gl.Uniform4f(gl.quad, x(shown.x), y(shown.y), x(right), y(bottom));
+    gl.Uniform4f(gl.texel, u(shown.x), v(shown.y), u(right), v(bottom));
+    const auto opacity = static_cast<float>(layer.opacity);
+    if (layer.pixels) {
+      gl.Uniform4f(gl.tint, opacity, opacity, opacity, opacity);
+    } else {
+      const auto level = [&](int shift) { return static_cast<float>((layer.color >> shift) & 0xff) / 255.0f * opacity; };
+      gl.Uniform4f(gl.tint, level(16), level(8), level(0), level(24));
+    }
+    gl.DrawArrays(GL_TRIANGLE_STRIP, 0, 4);
+  }
+  // The textures of stores that left the frame go with them.
+  for (auto it = gl.textures.begin(); it != gl.textures.end();) {
+    if (it->second.drawn == gl.frames) {
+      ++it;
+      continue;
+    }
+    gl.DeleteTextures(1, &it->second.name);
+    it = gl.textures.erase(it);
+  }
 }
 
-void OpenGLHost::draw() {
+std::size_t OpenGLHost::textures() const { return gl_ ? gl_->textures.size() : 0; }
+
+void OpenGLHost::bindStore(const UILayer& layer, GLint filter) {
   GLFunctions& gl = *gl_;
-  gl.BindTexture(GL_TEXTURE_2D, gl.texture);
+  GLFunctions::Texture& texture = gl.textures[layer.id];
+  texture.drawn = gl.frames;
+  const bool made = texture.name == 0;
+  if (made) {
+    gl.GenTextures(1, &texture.name);
+    gl.BindTexture(GL_TEXTURE_2D, texture.name);
+    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+  } else {
+    gl.BindTexture(GL_TEXTURE_2D, texture.name);
+  }
+  if (texture.filter != filter) {
+    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, filter);
+    gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, filter);
+    texture.filter = filter;
+  }
+  if (!made && texture.generation == layer.generation) return;
+  gl.PixelStorei(GL_UNPACK_ROW_LENGTH, layer.stride / 4);
+  if (texture.width == layer.rect.width && texture.height == layer.rect.height) {
+    gl.TexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, layer.rect.width, layer.rect.height, GL_RGBA, GL_UNSIGNED_BYTE,
+                     layer.pixels);
+  } else {
+    gl.TexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, layer.rect.width, layer.rect.height, 0, GL_RGBA, GL_UNSIGNED_BYTE,
+                  layer.pixels);
+    texture.width = layer.rect.width;
+    texture.height = layer.rect.height;
+  }
+  texture.generation = layer.generation;
+  bytesUploaded_ += static_cast<std::uint64_t>(layer.rect.width) * layer.rect.height * 4;
+  ++uploads_;
+}
+
+void OpenGLHost::prepareDraw() {
+  GLFunctions& gl = *gl_;
   gl.BindSampler(0, 0);
   gl.UseProgram(gl.program);
   gl.BindVertexArray(gl.vertexArray);
@@ -342,18 +396,17 @@ void OpenGLHost::draw() {
   gl.Enable(GL_BLEND);
   gl.BlendEquationSeparate(GL_FUNC_ADD, GL_FUNC_ADD);
   gl.BlendFuncSeparate(GL_ONE, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
-  gl.DrawArrays(GL_TRIANGLE_STRIP, 0, 4);
 }
 
 void OpenGLHost::releaseGL() {
   if (!gl_) return;
   GLFunctions& gl = *gl_;
-  if (gl.texture != 0) gl.DeleteTextures(1, &gl.texture);
+  for (const auto& [id, texture] : gl.textures) gl.DeleteTextures(1, &texture.name);
+  gl.textures.clear();
+  if (gl.white != 0) gl.DeleteTextures(1, &gl.white);
   if (gl.vertexArray != 0) gl.DeleteVertexArrays(1, &gl.vertexArray);
   if (gl.program != 0) gl.DeleteProgram(gl.program);
-  gl.texture = gl.vertexArray = gl.program = 0;
-  gl.textureWidth = gl.textureHeight = 0;
-  uploadWholeFrame_ = true;
+  gl.white = gl.vertexArray = gl.program = 0;
 }
 
 }  // namespace tavrel

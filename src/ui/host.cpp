@@ -75,6 +75,8 @@ const UIFrame& UIHost::renderFrame() {
   return frame;
 }
 
+const UILayerFrame& UIHost::renderLayers() { return renderer_->renderLayers(screenSize(), screenScale()); }
+
 std::string UIHost::renderPNG() {
   const UIFrame& frame = renderFrame();
   std::vector<png_byte> row(static_cast<std::size_t>(frame.width) * 4);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <typeinfo>
 #include <unordered_map>
@@ -64,6 +65,7 @@ class Damage {
   Damage(int width, int height, double scale) : width_(width), height_(height), scale_(scale) {}
 
   void addWhole() { rects_ = {{0, 0, width_, height_}}; }
+  void add(PixelRect pixels) { rects_.push_back(pixels); }
   void add(CGRect points) {
     const PixelRect pixels = toPixels(points);
     if (pixels.width > 0 && pixels.height > 0) rects_.push_back(pixels);
@@ -73,6 +75,7 @@ class Damage {
     return std::any_of(rects_.begin(), rects_.end(), [&](const PixelRect& r) { return overlap(p, r); });
   }
   bool empty() const { return rects_.empty(); }
+  Damage emptyLike() const { return {width_, height_, scale_}; }
   const std::vector<PixelRect>& rects() const { return rects_; }
 
   // Whole pixels covering the rectangle, one more on each side for antialiased edges.
@@ -190,22 +193,54 @@ bool probeDrawsContent(UIView& view) {
   return !baseDrawRectReached();
 }
 
+// Cairo's own rounding of a colour to 8-bit premultiplied levels, so that a rectangle of one
+// colour laid by a layer host comes out as Cairo fills it.
+std::uint32_t premultiplied(const CGColorRef& color) {
+  const auto level = [](double value) {
+    return static_cast<std::uint32_t>(static_cast<std::uint16_t>(std::clamp(value, 0.0, 1.0) * 65535.0 + 0.5) >> 8);
+  };
+  const double alpha = std::clamp(color.alpha, 0.0, 1.0);
+  return level(alpha) << 24 | level(color.red * alpha) << 16 | level(color.green * alpha) << 8 | level(color.blue * alpha);
+}
+
+// What a subtree's entries look like, as one number: a flattened subtree is drawn again when it
+// changes (never 0, which stands for "not drawn").
+std::uint64_t lookOf(const std::vector<RenderEntry>& entries, std::size_t index) {
+  std::uint64_t look = 1469598103934665603ull;
+  const auto mix = [&](auto value) {
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &value, sizeof value);
+    look = (look ^ bits) * 1099511628211ull;
+  };
+  for (std::size_t i = index; i < entries[index].subtreeEnd; ++i) {
+    const RenderEntry& e = entries[i];
+    mix(e.view), mix(e.displayVersion), mix(e.layerVersion), mix(e.alpha), mix(e.subtreeEnd - index);
+    for (const CGRect& r : {e.rect, e.clip}) mix(r.origin.x), mix(r.origin.y), mix(r.size.width), mix(r.size.height);
+    mix(e.contentOrigin.x), mix(e.contentOrigin.y);
+  }
+  return look | 1;
+}
+
+// One walk of the tree in paint order, for both kinds of frame: it lays the views' pixels
+// down into `cr` where the damage reaches, or, given `layers`, lists every visible view's
+// pieces there, laying down on the CPU only a subtree that quads cannot show (flatten()).
 class Painter {
  public:
   Painter(cairo_t* cr, const std::vector<RenderEntry>& entries, const Damage& damage, BackingStores& stores,
-          double scale)
-      : cr_(cr), entries_(entries), damage_(damage), stores_(stores), scale_(scale) {}
+          double scale, UILayerFrame* layers = nullptr, std::size_t first = 0, PixelRect offset = {})
+      : cr_(cr), entries_(entries), damage_(damage), stores_(stores), scale_(scale), layers_(layers), next_(first),
+        offset_(offset) {}
 
   void paint(const UIView& view) {
     if (!isDrawn(view)) return;
     assert(next_ < entries_.size() && entries_[next_].view == &view);
     const RenderEntry& entry = entries_[next_];
-    if (!damage_.touches(entry.subtreeRect)) {
+    if (!layers_ && !damage_.touches(entry.subtreeRect)) {
       next_ = entry.subtreeEnd;
       return;
     }
-    ++next_;
-    const bool drawSelf = damage_.touches(entry.rect);
+    const std::size_t index = next_++;
+    const bool drawSelf = layers_ || damage_.touches(entry.rect);
     const bool hasChildren = entry.subtreeEnd > next_;
     const bool background = hasBackground(view), border = hasBorder(view), content = mayDrawContent(view);
     const double alpha = std::min(view.alpha(), 1.0);
@@ -215,6 +250,12 @@ class Painter {
     const CGRect frame = view.frame();
     const CGRect local{{0.0, 0.0}, frame.size};
     const double radius = view.layer().cornerRadius();
+    if (layers_ && (group || border || (radius > 0.0 && view.layer().masksToBounds()) ||
+                    (background && radius > 0.0 && !stores_.backgroundFor(view, scale_)))) {
+      flatten(view, index);
+      return;
+    }
+    clip_ = &entry.clip;
 
     cairo_save(cr_);
     cairo_translate(cr_, frame.origin.x, frame.origin.y);
@@ -224,6 +265,8 @@ class Painter {
       const BackingStore* kept = radius > 0.0 ? stores_.backgroundFor(view, scale_) : nullptr;
       if (kept) {
         composite(*kept, {0.0, 0.0}, partAlpha);
+      } else if (layers_) {
+        layDown(nullptr, local, premultiplied(view.backgroundColor()->CGColor()), partAlpha);
       } else {
         roundedRectPath(cr_, local, radius);
         setSourceColor(cr_, view.backgroundColor()->CGColor(), partAlpha);
@@ -231,7 +274,7 @@ class Painter {
         painted_.push_back(damage_.toPixels(entry.rect));
       }
     }
-    if (view.layer().masksToBounds()) {
+    if (view.layer().masksToBounds() && !layers_) {  // a layer's clip is its entry's
       roundedRectPath(cr_, local, radius);
       cairo_clip(cr_);
     }
@@ -269,7 +312,11 @@ class Painter {
     cairo_user_to_device(cr_, &x, &y);
     x = std::round(x);
     y = std::round(y);
-    const PixelRect at{static_cast<int>(x), static_cast<int>(y), store.width, store.height};
+    const PixelRect at{static_cast<int>(x) + offset_.x, static_cast<int>(y) + offset_.y, store.width, store.height};
+    if (layers_) {
+      layDown(store, at, 0, alpha);
+      return;
+    }
     cairo_save(cr_);
     cairo_identity_matrix(cr_);
     cairo_rectangle(cr_, x, y, store.width, store.height);
@@ -287,16 +334,81 @@ class Painter {
     painted_.push_back(at);
   }
 
+  // A subtree quads cannot show (a group's alpha, a border, a rounded clip or background drawn
+  // in place) laid down on the CPU into one store the size of its pixels, as the CPU frame would
+  // lay it, and listed as one layer: drawn again only when something in it changed.
+  void flatten(const UIView& view, std::size_t index) {
+    const RenderEntry& entry = entries_[index];
+    next_ = entry.subtreeEnd;
+    const PixelRect at = damage_.toPixels(entry.subtreeRect);
+    if (at.width <= 0 || at.height <= 0) return;
+    BackingStore& flat = stores_.flatFor(view, at.width, at.height);
+    const std::uint64_t look = lookOf(entries_, index);
+    if (flat.version != look || flat.scale != scale_) {
+      cairo_t* cr = cairo_create(flat.surface);
+      cairo_set_operator(cr, CAIRO_OPERATOR_CLEAR);
+      cairo_paint(cr);
+      cairo_set_operator(cr, CAIRO_OPERATOR_OVER);
+      cairo_translate(cr, -at.x, -at.y);
+      cairo_scale(cr, scale_, scale_);
+      // paint() starts from the superview's bounds, as the frame's walk reaches the view.
+      const CGRect frame = view.frame(), bounds = view.bounds();
+      cairo_translate(cr, entry.contentOrigin.x + bounds.origin.x - frame.origin.x,
+                      entry.contentOrigin.y + bounds.origin.y - frame.origin.y);
+      Damage all = damage_.emptyLike();
+      all.add(at);
+      Painter(cr, entries_, all, stores_, scale_, nullptr, index, at).paint(view);
+      cairo_destroy(cr);
+      cairo_surface_flush(flat.surface);
+      flat.scale = scale_;
+      flat.version = look;
+      ++flat.generation;
+    }
+    clip_ = &entry.clip;
+    layDown(flat, at, 0, 1.0);
+  }
+
+  // A layer: `store`'s pixels at `at`, or a rectangle of `color` at `rect` (points, the current
+  // user space) without one.
+  void layDown(const BackingStore& store, PixelRect at, std::uint32_t color, double alpha) {
+    layers_->layers.push_back({store.id, store.generation,
+                               reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(store.surface)),
+                               cairo_image_surface_get_stride(store.surface), at, toPixels(*clip_), alpha, color});
+  }
+  void layDown(std::nullptr_t, CGRect rect, std::uint32_t color, double alpha) {
+    double left = rect.minX(), top = rect.minY(), right = rect.maxX(), bottom = rect.maxY();
+    cairo_user_to_device(cr_, &left, &top);
+    cairo_user_to_device(cr_, &right, &bottom);
+    const PixelRect at = rounded(left, top, right, bottom);
+    layers_->layers.push_back({0, 0, nullptr, 0, at, toPixels(*clip_), alpha, color});
+  }
+  static PixelRect rounded(double left, double top, double right, double bottom) {
+    const auto l = static_cast<int>(std::lround(left)), t = static_cast<int>(std::lround(top));
+    return {l, t, static_cast<int>(std::lround(right)) - l, static_cast<int>(std::lround(bottom)) - t};
+  }
+  // A clip on whole pixels: a layer host cuts there.
+  PixelRect toPixels(CGRect points) const {
+    return rounded(points.minX() * scale_, points.minY() * scale_, points.maxX() * scale_, points.maxY() * scale_);
+  }
+
   cairo_t* cr_;
   const std::vector<RenderEntry>& entries_;
   const Damage& damage_;
   BackingStores& stores_;
   double scale_;
-  std::size_t next_ = 0;
-  std::vector<PixelRect> painted_;  // what this frame has drawn so far, in pixels
+  UILayerFrame* layers_;
+  std::size_t next_;
+  PixelRect offset_;  // where the surface's first pixel lies on the frame
+  const CGRect* clip_ = nullptr;  // the clip of the view whose pieces are listed
+  std::vector<PixelRect> painted_;  // what this frame has drawn so far, in pixels of the frame
 };
 
 }  // namespace
+
+BackingStore::BackingStore() : id([] {
+  static std::uint64_t made = 0;
+  return ++made;
+}()) {}
 
 BackingStore::~BackingStore() {
   if (surface) cairo_surface_destroy(surface);
@@ -320,6 +432,7 @@ bool BackingStore::resize(int newWidth, int newHeight, std::size_t& total) {
 
 UIHost::Renderer::~Renderer() {
   if (surface) cairo_surface_destroy(surface);
+  if (pixel) cairo_surface_destroy(pixel);
 }
 
 namespace {
@@ -376,6 +489,7 @@ const BackingStore* BackingStores::storeFor(UIView& view, double scale) {
   store.scale = scale;
   store.origin = bounds.origin;
   store.version = view.displayVersion();
+  ++store.generation;
   return &store;
 }
 
@@ -401,7 +515,14 @@ const BackingStore* BackingStores::backgroundFor(const UIView& view, double scal
   cairo_surface_flush(store.surface);
   store.scale = scale;
   store.version = version;
+  ++store.generation;
   return &store;
+}
+
+BackingStore& BackingStores::flatFor(const UIView& view, int width, int height) {
+  BackingStore& store = keptFor(view).flat;
+  if (store.resize(width, height, bytes_)) store.version = 0;
+  return store;
 }
 
 void BackingStores::freeOffTheTree(const UIWindow* window) {
@@ -428,12 +549,54 @@ void UIHost::Renderer::reset() {
   previous.clear();
 }
 
+namespace {
+
+// The window's views in paint order into `buffers.entries`, and the damage since `previous`
+// (all of it without one).
+std::shared_ptr<UIWindow> walk(CGSize size, const std::vector<RenderEntry>* previous, Damage& damage,
+                               FrameBuffers& buffers) {
+  buffers.entries.clear();
+  std::shared_ptr<UIWindow> window = UIApplication::sharedApplication().keyWindow();
+  if (window) collect(*window, window->frame().origin, {{0.0, 0.0}, size}, 1.0, buffers.entries);
+  if (previous) {
+    diff(*previous, buffers.entries, damage, buffers);
+  } else {
+    damage.addWhole();
+  }
+  return window;
+}
+
+}  // namespace
+
+const UILayerFrame& UIHost::Renderer::renderLayers(CGSize size, double scale) {
+  const int width = static_cast<int>(std::lround(size.width * scale));
+  const int height = static_cast<int>(std::lround(size.height * scale));
+  layers.width = width;
+  layers.height = height;
+  layers.scale = scale;
+  layers.layers.clear();
+  // A layer frame lists every visible view, so it needs no damage: only the CPU frame's
+  // measure of a pixel.
+  Damage damage(width, height, scale);
+  const std::shared_ptr<UIWindow> window = walk(size, nullptr, damage, buffers);
+  if (window) {
+    if (!pixel) pixel = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 1, 1);
+    cairo_t* cr = cairo_create(pixel);
+    cairo_scale(cr, scale, scale);
+    Painter(cr, buffers.entries, damage, stores, scale, &layers).paint(*window);
+    cairo_destroy(cr);
+  }
+  stores.freeOffTheTree(window.get());
+  return layers;
+}
+
 const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
   const int width = static_cast<int>(std::lround(size.width * scale));
   const int height = static_cast<int>(std::lround(size.height * scale));
   const bool whole = !surface || width != frame.width || height != frame.height || scale != frame.scale;
   if (whole) {
-    reset();
+    if (surface) cairo_surface_destroy(surface);
+    previous.clear();
     surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
     frame.width = width;
     frame.height = height;
@@ -442,18 +605,10 @@ const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
   }
 
   // Kept from frame to frame, as the last frame's list: a frame allocates little.
-  std::vector<RenderEntry>& entries = buffers.entries;
-  entries.clear();
-  const std::shared_ptr<UIWindow> window = UIApplication::sharedApplication().keyWindow();
-  if (window) collect(*window, window->frame().origin, {{0.0, 0.0}, size}, 1.0, entries);
-
   Damage damage(width, height, scale);
-  if (whole) {
-    damage.addWhole();
-  } else {
-    diff(previous, entries, damage, buffers);
-    damage.simplify();
-  }
+  const std::shared_ptr<UIWindow> window = walk(size, whole ? nullptr : &previous, damage, buffers);
+  std::vector<RenderEntry>& entries = buffers.entries;
+  damage.simplify();
   if (!damage.empty()) {
     cairo_t* cr = cairo_create(surface);
     for (const PixelRect& r : damage.rects()) cairo_rectangle(cr, r.x, r.y, r.width, r.height);

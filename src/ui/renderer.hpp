@@ -56,7 +56,7 @@ struct RenderEntry {
 
 // Pixels kept between frames.
 struct BackingStore {
-  BackingStore() = default;
+  BackingStore();
   BackingStore(const BackingStore&) = delete;
   BackingStore& operator=(const BackingStore&) = delete;
   ~BackingStore();
@@ -66,6 +66,8 @@ struct BackingStore {
   double scale = 0.0;
   CGPoint origin;             // the bounds origin it was drawn for
   std::uint64_t version = 0;  // what it shows: the view's displayVersion() (layerVersion() + 1 for a background)
+  const std::uint64_t id;        // never another store's, even after this one went
+  std::uint64_t generation = 0;  // counts the drawings: a GPU copy of an older one is stale
   std::size_t bytes() const;
   // A surface of width × height pixels; true when it was made anew (cleared). `total` follows.
   bool resize(int width, int height, std::size_t& total);
@@ -77,7 +79,8 @@ struct KeptDrawing {
   std::weak_ptr<const UIResponder> owner;  // a dead view's address may be reused
   BackingStore content;
   BackingStore background;
-  std::size_t bytes() const { return content.bytes() + background.bytes(); }
+  BackingStore flat;  // for a layer host: the view's whole subtree where it is not laid as quads
+  std::size_t bytes() const { return content.bytes() + background.bytes() + flat.bytes(); }
 };
 
 // Reached when UIView's own drawRect() runs: a class that keeps it draws nothing of its own.
@@ -92,6 +95,8 @@ class BackingStores {
   // The view's background with its rounded corners, alpha not applied; null when the view has
   // no size or is large.
   const BackingStore* backgroundFor(const UIView& view, double scale);
+  // The store a layer host takes for `view`'s whole subtree.
+  BackingStore& flatFor(const UIView& view, int width, int height);
   // Lets go of the stores of views no longer in `window`'s tree.
   void freeOffTheTree(const UIWindow* window);
   std::size_t bytes() const { return bytes_; }
@@ -120,6 +125,8 @@ struct UIHost::Renderer {
 
   // Draws the key window's tree for a screen of `size` points at `scale`.
   const UIFrame& render(CGSize size, double scale);
+  // The same tree as layers (UIHost::renderLayers()).
+  const UILayerFrame& renderLayers(CGSize size, double scale);
   // Forgets the last frame: the next one is drawn whole.
   void reset();
 
@@ -127,6 +134,8 @@ struct UIHost::Renderer {
   UIFrame frame;
   std::vector<RenderEntry> previous;
   FrameBuffers buffers;
+  UILayerFrame layers;
+  cairo_surface_t* pixel = nullptr;  // a layer frame's walk needs a context, not its pixels
   BackingStores stores;
 };
 

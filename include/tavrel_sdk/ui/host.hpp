@@ -45,6 +45,31 @@ struct UIFrame {
   std::vector<PixelRect> damage;
 };
 
+// One piece of what a compositor of the host's own lays down, back to front (renderLayers()):
+// a view's kept pixels, or a rectangle of one colour. Pixel units, frame row 0 at the top.
+struct UILayer {
+  // Kept pixels: `id` names one store for as long as it lives and is never used again after;
+  // `generation` changes whenever its pixels or size do, so a texture made from it is good
+  // until then. A rectangle of one colour: id 0, no pixels.
+  std::uint64_t id = 0;
+  std::uint64_t generation = 0;
+  const std::uint32_t* pixels = nullptr;  // premultiplied ARGB32 in native byte order, as UIFrame's
+  int stride = 0;                         // in bytes
+  PixelRect rect;                         // where it lies on the frame; the pixels' size
+  PixelRect clip;                         // the part of the frame it may cover
+  double opacity = 1.0;                   // laid down at this fraction
+  std::uint32_t color = 0;                // premultiplied 0xAARRGGBB of a rectangle of one colour
+};
+
+// The frame as layers: laid down in order, over transparent pixels, with premultiplied blending
+// (one, one minus source alpha), each at whole pixels, they make the pixels of UIFrame.
+struct UILayerFrame {
+  int width = 0;
+  int height = 0;
+  double scale = 1.0;
+  std::vector<UILayer> layers;
+};
+
 // A finger at a point of the screen, in points. `id` is the host's name for the finger and
 // stays the same from down to up.
 struct Finger {
@@ -72,6 +97,13 @@ class TAVREL_EXPORT UIHost {
   // since the last frame, hands the frame to presentFrame() and returns it. The pixels stay
   // valid until the next render.
   const UIFrame& renderFrame();
+  // For a host that composites on its own (a GPU keeping each store as a texture): the same
+  // tree, walked the same way, as the ordered layers that make the frame, instead of their
+  // pixels laid down on the CPU. A layer's pixels stay valid until the next render of either
+  // kind. Where a part of the tree cannot be laid as quads (a group with a fraction of alpha, a
+  // border, rounded corners that clip, a large rounded background) that part is one layer, drawn
+  // again when something in it changes. renderFrame() keeps working beside it.
+  const UILayerFrame& renderLayers();
   // Renders, then writes the whole frame as a PNG (colour type 6, straight alpha). False on failure.
   bool writePNG(const std::string& path);
   // Renders, then returns the whole frame as the bytes of such a PNG; empty on failure.

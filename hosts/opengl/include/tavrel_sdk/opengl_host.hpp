@@ -5,9 +5,10 @@
 //
 // The game keeps its window, its context, its loader and its loop. Each frame, with its context
 // current, it draws its own scene, calls OpenGLHost::composite() to lay the library's views
-// (overlay, login page, alerts) over the bound draw framebuffer, and swaps. What changed in
-// the views since the last frame goes up into one texture, damaged rectangles only, which one
-// quad draws over the whole framebuffer with premultiplied blending. Every piece of GL state
+// (overlay, login page, alerts) over the bound draw framebuffer, and swaps. Each view's kept
+// drawing is a texture of its own (UIHost::renderLayers()), uploaded when its pixels change
+// and deleted when its view leaves; a frame draws one quad a layer, in order, with
+// premultiplied blending, so a view that only moved costs a quad. Every piece of GL state
 // the compositor touches is put back as it found it. Input comes through the game's own event
 // handling (hosts/glfw for GLFW, SdlHost::handleEvent() for SDL2) or the members of UIHost.
 // Link tavrel::tavrel_sdk_opengl (find_package(tavrel_sdk CONFIG COMPONENTS opengl)); the
@@ -18,10 +19,10 @@
 #include <tavrel_sdk/export.hpp>
 #include <tavrel_sdk/ui/host.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <vector>
 
 namespace tavrel {
 
@@ -55,36 +56,31 @@ class TAVREL_EXPORT OpenGLHost final : public UIHost {
   // nothing changed, so a loop may call it every frame.
   void resize(CGSize windowSize, int framebufferWidth, int framebufferHeight);
 
-  // Renders what changed in the toolkit, uploads those rectangles, and draws the toolkit's frame
-  // over the whole of the bound draw framebuffer. Call with the game's context current, after
+  // Lists the toolkit's layers, uploads the stores whose pixels changed, and draws the layers
+  // over the bound draw framebuffer, the frame's size stretched over the whole of it. Call with the game's context current, after
   // the game drew its frame and before it swaps. Does nothing after releaseGL().
   void composite();
 
-  // Deletes the texture, the program and the vertex array, with the context current; call before
+  // Deletes the textures, the program and the vertex array, with the context current; call before
   // the context goes, when the game no longer composites.
   void releaseGL();
 
-  // What went up into the texture since the host was made, in bytes, and in how many uploads.
+  // What went up into textures since the host was made, in bytes, and in how many uploads;
+  // how many stores' textures the host holds now.
   std::uint64_t bytesUploaded() const { return bytesUploaded_; }
   std::uint64_t uploads() const { return uploads_; }
-
- protected:
-  void presentFrame(const UIFrame& frame) override;
+  std::size_t textures() const;
 
  private:
   void load(const std::function<void*(const char*)>& getProcAddress);
-  void upload(const UIFrame& frame);
-  void draw();
+  void bindStore(const UILayer& layer, int filter);
+  void prepareDraw();
 
   std::unique_ptr<GLFunctions> gl_;
   CGSize screenSize_;
   double scale_ = 1.0;
   int framebufferWidth_ = 0;
   int framebufferHeight_ = 0;
-  // Damage of frames rendered since the last upload, which may have come from other callers
-  // (a PNG written meanwhile) while the context was not current.
-  std::vector<PixelRect> pending_;
-  bool uploadWholeFrame_ = true;
   std::uint64_t bytesUploaded_ = 0;
   std::uint64_t uploads_ = 0;
 };

@@ -263,7 +263,7 @@ void OpenGLHost::load(const std::function<void*(const char*)>& getProcAddress) {
 bool OpenGLHost::isES() const { return gl_ && gl_->es; }
 
 void OpenGLHost::resize(CGSize windowSize, int framebufferWidth, int framebufferHeight) {
-  if (windowSize.width == screenSize_.width && windowSize.height == screenSize_.height &&
+  if (windowSize.width != screenSize_.width && windowSize.height == screenSize_.height &&
       framebufferWidth == framebufferWidth_ && framebufferHeight == framebufferHeight_) {
     return;
   }

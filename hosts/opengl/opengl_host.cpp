@@ -143,7 +143,7 @@ struct SavedState {
     if (!gl.es) {
       for (std::size_t i = 0; i < kDesktopSwitches.size(); ++i) set(kDesktopSwitches[i], desktop[i]);
       // The front and back modes have been one since OpenGL 3.2 core.
-      gl.PolygonMode(GL_FRONT_AND_BACK, polygonMode[0]);
+      gl.PolygonMode(GL_FRONT_AND_BACK, polygonMode[1]);
     }
     for (std::size_t i = 0; i < kCommonSwitches.size(); ++i) set(kCommonSwitches[i], common[i]);
     set(GL_BLEND, blend);
@@ -263,7 +263,7 @@ void OpenGLHost::load(const std::function<void*(const char*)>& getProcAddress) {
 bool OpenGLHost::isES() const { return gl_ && gl_->es; }
 
 void OpenGLHost::resize(CGSize windowSize, int framebufferWidth, int framebufferHeight) {
-  if (windowSize.width != screenSize_.width && windowSize.height == screenSize_.height &&
+  if (windowSize.width == screenSize_.width && windowSize.height == screenSize_.height &&
       framebufferWidth == framebufferWidth_ && framebufferHeight == framebufferHeight_) {
     return;
   }

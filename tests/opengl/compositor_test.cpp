@@ -118,6 +118,9 @@ TEST_P(OpenGLHostTest, keepsEachStoreAsATextureAndMovesIt) {
   EXPECT_EQ(host_->uploads(), 5u);
   EXPECT_EQ(host_->bytesUploaded() - bytes, 100u * 30 * 4);
 
+  // A flattened subtree that changes is drawn and goes up again.
+  framed->setBackgroundColor(UIColor::colorWithRed(0, 0, 1, 0.6));
+  EXPECT_EQ(compositeAndCompare(), "");
   // A removed view's texture goes, a hidden one's too.
   label->removeFromSuperview();
   EXPECT_EQ(compositeAndCompare(), "");

@@ -77,29 +77,25 @@ class GlfwInputTest : public testing::SimulatedSession {
     SimulatedSession::TearDown();
   }
 
-  // GLFW's own way in: the callbacks installed on the window now.
+  // GLFW's own way in: the callback installed on the window now, as GLFW calls it.
+  template <class Callback>
+  Callback installed(Callback (*set)(GLFWwindow*, Callback)) {
+    const Callback callback = set(window_, nullptr);
+    set(window_, callback);
+    return callback;
+  }
   void click(double x, double y, int button = GLFW_MOUSE_BUTTON_LEFT) {
     move(x, y);
-    const GLFWmousebuttonfun installed = glfwSetMouseButtonCallback(window_, nullptr);
-    glfwSetMouseButtonCallback(window_, installed);
-    installed(window_, button, GLFW_PRESS, 0);
-    installed(window_, button, GLFW_RELEASE, 0);
+    installed(glfwSetMouseButtonCallback)(window_, button, GLFW_PRESS, 0);
+    installed(glfwSetMouseButtonCallback)(window_, button, GLFW_RELEASE, 0);
   }
-  void move(double x, double y) {
-    const GLFWcursorposfun installed = glfwSetCursorPosCallback(window_, nullptr);
-    glfwSetCursorPosCallback(window_, installed);
-    installed(window_, x, y);
-  }
+  void move(double x, double y) { installed(glfwSetCursorPosCallback)(window_, x, y); }
   void key(int key) {
-    const GLFWkeyfun installed = glfwSetKeyCallback(window_, nullptr);
-    glfwSetKeyCallback(window_, installed);
-    installed(window_, key, 0, GLFW_PRESS, 0);
-    installed(window_, key, 0, GLFW_RELEASE, 0);
+    installed(glfwSetKeyCallback)(window_, key, 0, GLFW_PRESS, 0);
+    installed(glfwSetKeyCallback)(window_, key, 0, GLFW_RELEASE, 0);
   }
   void type(const std::u32string& text) {
-    const GLFWcharfun installed = glfwSetCharCallback(window_, nullptr);
-    glfwSetCharCallback(window_, installed);
-    for (char32_t c : text) installed(window_, static_cast<unsigned int>(c));
+    for (char32_t c : text) installed(glfwSetCharCallback)(window_, static_cast<unsigned int>(c));
   }
   std::vector<std::string> takeGameSaw() { return std::exchange(gameSaw(), {}); }
 
@@ -139,13 +135,9 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
 
   // A finger down when the window loses the focus is cancelled: no tap.
   move(50, 25);
-  const GLFWmousebuttonfun buttonCallback = glfwSetMouseButtonCallback(window_, nullptr);
-  glfwSetMouseButtonCallback(window_, buttonCallback);
-  buttonCallback(window_, GLFW_MOUSE_BUTTON_LEFT, GLFW_PRESS, 0);
-  const GLFWwindowfocusfun focusCallback = glfwSetWindowFocusCallback(window_, nullptr);
-  glfwSetWindowFocusCallback(window_, focusCallback);
-  focusCallback(window_, GLFW_FALSE);
-  buttonCallback(window_, GLFW_MOUSE_BUTTON_LEFT, GLFW_RELEASE, 0);
+  installed(glfwSetMouseButtonCallback)(window_, GLFW_MOUSE_BUTTON_LEFT, GLFW_PRESS, 0);
+  installed(glfwSetWindowFocusCallback)(window_, GLFW_FALSE);
+  installed(glfwSetMouseButtonCallback)(window_, GLFW_MOUSE_BUTTON_LEFT, GLFW_RELEASE, 0);
   EXPECT_EQ(taps, 1);
   EXPECT_EQ(takeGameSaw(), (Events{"cursor", "button 0 1", "focus 0", "button 0 0"}));
 
@@ -155,9 +147,7 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
   click(50, 25, GLFW_MOUSE_BUTTON_RIGHT);
   key(GLFW_KEY_W);
   type(U"w");
-  const GLFWscrollfun scroll = glfwSetScrollCallback(window_, nullptr);
-  glfwSetScrollCallback(window_, scroll);
-  scroll(window_, 0.0, 1.0);
+  installed(glfwSetScrollCallback)(window_, 0.0, 1.0);
   EXPECT_EQ(taps, 1);
   EXPECT_EQ(takeGameSaw(), Events{});
 }

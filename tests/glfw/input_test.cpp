@@ -123,10 +123,18 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
   // A focused field takes characters and keys; the game gets the mouse still.
   click(150, 25);
   ASSERT_TRUE(field->isFirstResponder());
-  type(U"añ€😀");
+  type(U"añ\u0800€😀");  // U+0800: the first character of three bytes
   key(GLFW_KEY_BACKSPACE);
   key(GLFW_KEY_W);
-  EXPECT_EQ(field->text(), "añ€");
+  EXPECT_EQ(field->text(), "añ\u0800€");
+  struct : UITextFieldDelegate {
+    int returns = 0;
+    bool textFieldShouldReturn(UITextField*) override { return ++returns > 0; }
+  } delegate;
+  field->setDelegate(&delegate);
+  key(GLFW_KEY_ENTER);
+  field->setDelegate(nullptr);
+  EXPECT_EQ(delegate.returns, 1);
   EXPECT_EQ(takeGameSaw(), (Events{"cursor", "button 0 1", "button 0 0"}));
   field->resignFirstResponder();
   key(GLFW_KEY_W);

@@ -15,6 +15,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -73,11 +74,12 @@ class SdlHostTest : public testing::SimulatedSession, public ::testing::WithPara
     return pixel & 0xffffff;
   }
   bool send(SDL_Event event) { return host_->handleEvent(event); }
-  // How many of a button's press and release the toolkit took.
-  int click(int x, int y, Uint8 button = SDL_BUTTON_LEFT) {
+  // How many of a button's press and release the toolkit took; `between` comes between them.
+  int click(int x, int y, Uint8 button = SDL_BUTTON_LEFT, std::optional<SDL_Event> between = {}) {
     SDL_Event event{};
     event.button = {SDL_MOUSEBUTTONDOWN, 0, SDL_GetWindowID(window_), 0, button, SDL_PRESSED, 1, 0, x, y};
     const int down = send(event) ? 1 : 0;
+    if (between) send(*between);
     event.type = SDL_MOUSEBUTTONUP;
     return down + (send(event) ? 1 : 0);
   }
@@ -142,6 +144,11 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
                                  finger(SDL_FINGERUP, 8, 0.75f), finger(SDL_FINGERUP, 7)}) {
     send(event);
   }
+  EXPECT_EQ(taps, 3);
+  // A press when the window loses the focus is cancelled: no tap.
+  SDL_Event focusLost{};
+  focusLost.window = {SDL_WINDOWEVENT, 0, SDL_GetWindowID(window_), SDL_WINDOWEVENT_FOCUS_LOST, 0, 0, 0, 0, 0};
+  click(50, 25, SDL_BUTTON_LEFT, focusLost);
   EXPECT_EQ(taps, 3);
 
   EXPECT_FALSE(SDL_IsTextInputActive());

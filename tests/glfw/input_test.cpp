@@ -5,7 +5,7 @@
 #include <tavrel_sdk/glfw_input.hpp>
 #include <tavrel_sdk/ui.hpp>
 
-#include "support/sandbox.hpp"
+#include "support/game_screen.hpp"
 #include "support/x_server.hpp"
 
 #define GLFW_INCLUDE_NONE
@@ -23,58 +23,47 @@ namespace tavrel {
 namespace {
 
 // What reached the game's callbacks, one word an event ("button 0 1", "char 97", ...).
-std::vector<std::string>& gameSaw() {
-  static std::vector<std::string> events;
-  return events;
-}
+std::vector<std::string> gameSaw;
 
 void installGameCallbacks(GLFWwindow* window) {
   glfwSetMouseButtonCallback(window, [](GLFWwindow*, int button, int action, int) {
-    gameSaw().push_back("button " + std::to_string(button) + " " + std::to_string(action));
+    gameSaw.push_back("button " + std::to_string(button) + " " + std::to_string(action));
   });
-  glfwSetCursorPosCallback(window, [](GLFWwindow*, double, double) { gameSaw().push_back("cursor"); });
-  glfwSetScrollCallback(window, [](GLFWwindow*, double, double) { gameSaw().push_back("scroll"); });
-  glfwSetKeyCallback(window, [](GLFWwindow*, int key, int, int, int) { gameSaw().push_back("key " + std::to_string(key)); });
-  glfwSetCharCallback(window, [](GLFWwindow*, unsigned int c) { gameSaw().push_back("char " + std::to_string(c)); });
-  glfwSetWindowFocusCallback(window, [](GLFWwindow*, int focused) { gameSaw().push_back("focus " + std::to_string(focused)); });
+  glfwSetCursorPosCallback(window, [](GLFWwindow*, double, double) { gameSaw.push_back("cursor"); });
+  glfwSetScrollCallback(window, [](GLFWwindow*, double, double) { gameSaw.push_back("scroll"); });
+  glfwSetKeyCallback(window, [](GLFWwindow*, int key, int, int, int) { gameSaw.push_back("key " + std::to_string(key)); });
+  glfwSetCharCallback(window, [](GLFWwindow*, unsigned int c) { gameSaw.push_back("char " + std::to_string(c)); });
+  glfwSetWindowFocusCallback(window, [](GLFWwindow*, int focused) { gameSaw.push_back("focus " + std::to_string(focused)); });
 }
 
-class GlfwInputTest : public testing::SimulatedSession {
+class GlfwInputTest : public testing::SimulatedGame {
  protected:
   static void SetUpTestSuite() {
     if (std::getenv("DISPLAY") == nullptr) {
-      xServer() = testing::startXServer(::testing::TempDir() + "glfw_input_xvfb.log");
-      if (xServer()) setenv("DISPLAY", xServer()->display.c_str(), 1);
+      xServer_ = testing::startXServer(::testing::TempDir() + "glfw_input_xvfb.log");
+      if (xServer_) setenv("DISPLAY", xServer_->display.c_str(), 1);
     }
   }
-  static void TearDownTestSuite() { xServer().reset(); }
-  static std::optional<testing::XServer>& xServer() {
-    static std::optional<testing::XServer> server;
-    return server;
-  }
+  static void TearDownTestSuite() { xServer_.reset(); }
+  static inline std::optional<testing::XServer> xServer_;
 
   void SetUp() override {
-    SimulatedSession::SetUp();
+    SimulatedGame::SetUp();
+    useScreen({200, 100});
     if (glfwInit() != GLFW_TRUE) GTEST_SKIP() << "GLFW has no display (Xvfb, from scripts/setup)";
     glfwWindowHint(GLFW_CLIENT_API, GLFW_NO_API);
     glfwWindowHint(GLFW_VISIBLE, GLFW_FALSE);
     window_ = glfwCreateWindow(200, 100, "input_test", nullptr, nullptr);
     ASSERT_NE(window_, nullptr);
-    UIHost::install(std::make_shared<HeadlessHost>(CGSizeMake(200, 100), 1.0));
-    screen_ = std::make_shared<UIWindow>();
-    screen_->setRootViewController(std::make_shared<UIViewController>());
-    screen_->makeKeyAndVisible();
-    gameSaw().clear();
+    gameSaw.clear();
     installGameCallbacks(window_);
     input_ = std::make_unique<GlfwInput>(window_);
   }
   void TearDown() override {
-    if (auto* responder = UIResponder::currentFirstResponder()) responder->resignFirstResponder();
     input_.reset();
-    screen_.reset();
     if (window_ != nullptr) glfwDestroyWindow(window_);
     glfwTerminate();
-    SimulatedSession::TearDown();
+    SimulatedGame::TearDown();
   }
 
   // GLFW's own way in: the callback installed on the window now, as GLFW calls it.
@@ -97,10 +86,9 @@ class GlfwInputTest : public testing::SimulatedSession {
   void type(const std::u32string& text) {
     for (char32_t c : text) installed(glfwSetCharCallback)(window_, static_cast<unsigned int>(c));
   }
-  std::vector<std::string> takeGameSaw() { return std::exchange(gameSaw(), {}); }
+  std::vector<std::string> takeGameSaw() { return std::exchange(gameSaw, {}); }
 
   GLFWwindow* window_ = nullptr;
-  std::shared_ptr<UIWindow> screen_;
   std::unique_ptr<GlfwInput> input_;
 };
 
@@ -110,9 +98,9 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
   auto button = std::make_shared<UIButton>(CGRectMake(0, 0, 100, 50));
   int taps = 0;
   button->addTarget(this, [&taps](UIControl*) { ++taps; }, UIControlEventTouchUpInside);
-  screen_->rootViewController()->view()->addSubview(button);
+  game()->view()->addSubview(button);
   auto field = std::make_shared<UITextField>(CGRectMake(100, 0, 100, 50));
-  screen_->rootViewController()->view()->addSubview(field);
+  game()->view()->addSubview(field);
 
   // The game's own screen: the library sees the finger, the game sees everything.
   click(50, 25);
@@ -150,7 +138,7 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
   EXPECT_EQ(takeGameSaw(), (Events{"cursor", "button 0 1", "focus 0", "button 0 0"}));
 
   // A page over the game takes everything, even where the game had a button.
-  screen_->rootViewController()->presentViewController(std::make_shared<UIViewController>(), false, nullptr);
+  game()->presentViewController(std::make_shared<UIViewController>(), false, nullptr);
   click(50, 25);
   click(50, 25, GLFW_MOUSE_BUTTON_RIGHT);
   key(GLFW_KEY_W);
@@ -161,7 +149,7 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
 }
 
 TEST_F(GlfwInputTest, givesTheGameItsCallbacksBackAndKeepsOnesInstalledSince) {
-  const GLFWkeyfun later = [](GLFWwindow*, int, int, int, int) { gameSaw().push_back("later"); };
+  const GLFWkeyfun later = [](GLFWwindow*, int, int, int, int) { gameSaw.push_back("later"); };
   glfwSetKeyCallback(window_, later);
   input_.reset();
   EXPECT_EQ(glfwSetKeyCallback(window_, nullptr), later);

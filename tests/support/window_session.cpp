@@ -35,10 +35,7 @@ std::string capture(const std::string& command) {
   return out;
 }
 
-bool contains(const std::string& path, const std::string& text) {
-  std::ifstream in(path);
-  return std::string(std::istreambuf_iterator<char>(in), {}).find(text) != std::string::npos;
-}
+bool contains(const std::string& path, const std::string& text) { return readFile(path).find(text) != std::string::npos; }
 
 // The root view controller's "presentedViewController" (a page) or "view" (the game's own).
 const json& root(const json& tree, const char* part) {

@@ -7,7 +7,7 @@
 #include <tavrel_sdk/ui.hpp>
 
 #include "support/resize_scenario.hpp"
-#include "support/sandbox.hpp"
+#include "support/game_screen.hpp"
 
 #include <gtest/gtest.h>
 
@@ -22,10 +22,10 @@
 namespace tavrel {
 namespace {
 
-class SdlHostTest : public testing::SimulatedSession, public ::testing::WithParamInterface<const char*> {
+class SdlHostTest : public testing::SimulatedGame, public ::testing::WithParamInterface<const char*> {
  protected:
   void SetUp() override {
-    SimulatedSession::SetUp();
+    SimulatedGame::SetUp();
     const bool software = std::string(GetParam()) == "software";
     // Mesa's GL drivers leak what they allocate at load and draw on threads of their own that
     // no sanitizer sees into.
@@ -40,27 +40,21 @@ class SdlHostTest : public testing::SimulatedSession, public ::testing::WithPara
       GTEST_SKIP() << "no " << GetParam() << " renderer here";
     }
     host_ = std::make_shared<SdlHost>(window_, renderer_);
-    UIHost::install(host_);
-    screen_ = std::make_shared<UIWindow>();
-    screen_->setRootViewController(std::make_shared<UIViewController>());
-    screen_->makeKeyAndVisible();
+    useHost(host_);
   }
   void TearDown() override {
-    if (auto* responder = UIResponder::currentFirstResponder()) responder->resignFirstResponder();
-    screen_.reset();
     UIHost::install(std::make_shared<HeadlessHost>(CGSizeMake(200, 100), 1.0));
     host_.reset();
     if (renderer_ != nullptr) SDL_DestroyRenderer(renderer_);
     if (window_ != nullptr) SDL_DestroyWindow(window_);
     SDL_Quit();
-    SimulatedSession::TearDown();
+    SimulatedGame::TearDown();
   }
 
-  std::shared_ptr<UIView> game() { return screen_->rootViewController()->view(); }
   std::shared_ptr<UIView> addView(CGRect frame, std::shared_ptr<UIColor> color) {
     auto view = std::make_shared<UIView>(frame);
     view->setBackgroundColor(std::move(color));
-    game()->addSubview(view);
+    game()->view()->addSubview(view);
     return view;
   }
   // The game's frame (dark blue), the toolkit over it, then one pixel read back as 0xRRGGBB.
@@ -98,7 +92,6 @@ class SdlHostTest : public testing::SimulatedSession, public ::testing::WithPara
   SDL_Window* window_ = nullptr;
   SDL_Renderer* renderer_ = nullptr;
   std::shared_ptr<SdlHost> host_;
-  std::shared_ptr<UIWindow> screen_;
 };
 
 // Each channel within 3 levels.
@@ -126,9 +119,9 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
   auto button = std::make_shared<UIButton>(CGRectMake(0, 0, 100, 50));
   int taps = 0;
   button->addTarget(this, [&taps](UIControl*) { ++taps; }, UIControlEventTouchUpInside);
-  game()->addSubview(button);
+  game()->view()->addSubview(button);
   auto field = std::make_shared<UITextField>(CGRectMake(100, 0, 100, 50));
-  game()->addSubview(field);
+  game()->view()->addSubview(field);
 
   EXPECT_EQ(click(50, 25), 0);  // the game's own screen: not taken
   click(50, 25, SDL_BUTTON_RIGHT);
@@ -182,7 +175,7 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
   EXPECT_FALSE(SDL_IsTextInputActive());
 
   // A page over the game takes everything, even where the game had a button.
-  screen_->rootViewController()->presentViewController(std::make_shared<UIViewController>(), false, nullptr);
+  game()->presentViewController(std::make_shared<UIViewController>(), false, nullptr);
   EXPECT_EQ(click(50, 25), 2);
   EXPECT_TRUE(send(key(SDLK_w, SDL_SCANCODE_W)));
   EXPECT_EQ(taps, 3);

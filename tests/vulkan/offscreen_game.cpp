@@ -19,7 +19,6 @@ F instanceFunction(VkInstance instance, const char* name) {
 
 std::unique_ptr<OffscreenGame> OffscreenGame::create(const Options& options, std::string* whyNot) {
   std::unique_ptr<OffscreenGame> game(new OffscreenGame());
-  game->options_ = options;
   const VkApplicationInfo application{VK_STRUCTURE_TYPE_APPLICATION_INFO, nullptr, nullptr, 0, nullptr, 0, VK_API_VERSION_1_3};
   const auto onMessage = [](VkDebugUtilsMessageSeverityFlagBitsEXT, VkDebugUtilsMessageTypeFlagsEXT,
                             const VkDebugUtilsMessengerCallbackDataEXT* data, void* user) -> VkBool32 {
@@ -138,7 +137,7 @@ VulkanHostInfo OffscreenGame::hostInfo() const {
   info.queue = queue_;
   info.renderPass = renderPass_;
   info.colorFormat = kFormat;
-  info.framesInFlight = options_.framesInFlight;
+  info.framesInFlight = static_cast<std::uint32_t>(frames_.size());
   info.getInstanceProcAddr = vkGetInstanceProcAddr;
   info.extent = extent_;
   return info;
@@ -168,7 +167,7 @@ void OffscreenGame::destroyTargets() {
 
 std::uint32_t OffscreenGame::frame(const std::function<void(VkCommandBuffer, std::uint32_t)>& outside,
                                    const std::function<void(VkCommandBuffer)>& inside) {
-  const std::uint32_t index = std::exchange(next_, (next_ + 1) % options_.framesInFlight);
+  const std::uint32_t index = std::exchange(next_, (next_ + 1) % frames_.size());
   Frame& frame = frames_[index];
   check("vkWaitForFences", vkWaitForFences(device_, 1, &frame.fence, VK_TRUE, UINT64_MAX));
   check("vkResetFences", vkResetFences(device_, 1, &frame.fence));

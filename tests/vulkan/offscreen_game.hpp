@@ -62,7 +62,6 @@ class OffscreenGame {
   OffscreenGame() = default;
   void destroyTargets();
 
-  Options options_;
   VkExtent2D extent_{};
   VkInstance instance_ = VK_NULL_HANDLE;
   VkDebugUtilsMessengerEXT messenger_ = VK_NULL_HANDLE;

@@ -115,10 +115,7 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
   key(GLFW_KEY_BACKSPACE);
   key(GLFW_KEY_W);
   EXPECT_EQ(field->text(), "añ\u0800€");
-  struct : UITextFieldDelegate {
-    int returns = 0;
-    bool textFieldShouldReturn(UITextField*) override { return ++returns > 0; }
-  } delegate;
+  testing::ReturnCounter delegate;
   field->setDelegate(&delegate);
   key(GLFW_KEY_ENTER);
   field->setDelegate(nullptr);

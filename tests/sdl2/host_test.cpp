@@ -159,10 +159,7 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
   EXPECT_FALSE(send(text));
   EXPECT_EQ(field->text(), "a");
   // Return asks the field's delegate, once a press: a held key's repeats do not.
-  struct : UITextFieldDelegate {
-    int returns = 0;
-    bool textFieldShouldReturn(UITextField*) override { return ++returns > 0; }
-  } delegate;
+  testing::ReturnCounter delegate;
   field->setDelegate(&delegate);
   send(key(SDLK_RETURN, SDL_SCANCODE_RETURN));
   EXPECT_EQ(delegate.returns, 1);

@@ -28,4 +28,10 @@ class SimulatedGame : public SimulatedSession {
   std::shared_ptr<UIViewController> game_;
 };
 
+// A text field's delegate that counts the Return presses it is asked about.
+struct ReturnCounter : UITextFieldDelegate {
+  int returns = 0;
+  bool textFieldShouldReturn(UITextField*) override { return ++returns > 0; }
+};
+
 }  // namespace tavrel::testing

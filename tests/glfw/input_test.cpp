@@ -5,7 +5,7 @@
 #include <tavrel_sdk/glfw_input.hpp>
 #include <tavrel_sdk/ui.hpp>
 
-#include "support/sandbox.hpp"
+#include "support/game_screen.hpp"
 #include "support/x_server.hpp"
 
 #define GLFW_INCLUDE_NONE
@@ -23,88 +23,72 @@ namespace tavrel {
 namespace {
 
 // What reached the game's callbacks, one word an event ("button 0 1", "char 97", ...).
-std::vector<std::string>& gameSaw() {
-  static std::vector<std::string> events;
-  return events;
-}
+std::vector<std::string> gameSaw;
 
 void installGameCallbacks(GLFWwindow* window) {
   glfwSetMouseButtonCallback(window, [](GLFWwindow*, int button, int action, int) {
-    gameSaw().push_back("button " + std::to_string(button) + " " + std::to_string(action));
+    gameSaw.push_back("button " + std::to_string(button) + " " + std::to_string(action));
   });
-  glfwSetCursorPosCallback(window, [](GLFWwindow*, double, double) { gameSaw().push_back("cursor"); });
-  glfwSetScrollCallback(window, [](GLFWwindow*, double, double) { gameSaw().push_back("scroll"); });
-  glfwSetKeyCallback(window, [](GLFWwindow*, int key, int, int, int) { gameSaw().push_back("key " + std::to_string(key)); });
-  glfwSetCharCallback(window, [](GLFWwindow*, unsigned int c) { gameSaw().push_back("char " + std::to_string(c)); });
-  glfwSetWindowFocusCallback(window, [](GLFWwindow*, int focused) { gameSaw().push_back("focus " + std::to_string(focused)); });
+  glfwSetCursorPosCallback(window, [](GLFWwindow*, double, double) { gameSaw.push_back("cursor"); });
+  glfwSetScrollCallback(window, [](GLFWwindow*, double, double) { gameSaw.push_back("scroll"); });
+  glfwSetKeyCallback(window, [](GLFWwindow*, int key, int, int, int) { gameSaw.push_back("key " + std::to_string(key)); });
+  glfwSetCharCallback(window, [](GLFWwindow*, unsigned int c) { gameSaw.push_back("char " + std::to_string(c)); });
+  glfwSetWindowFocusCallback(window, [](GLFWwindow*, int focused) { gameSaw.push_back("focus " + std::to_string(focused)); });
 }
 
-class GlfwInputTest : public testing::SimulatedSession {
+class GlfwInputTest : public testing::SimulatedGame {
  protected:
   static void SetUpTestSuite() {
     if (std::getenv("DISPLAY") == nullptr) {
-      xServer() = testing::startXServer(::testing::TempDir() + "glfw_input_xvfb.log");
-      if (xServer()) setenv("DISPLAY", xServer()->display.c_str(), 1);
+      xServer_ = testing::startXServer(::testing::TempDir() + "glfw_input_xvfb.log");
+      if (xServer_) setenv("DISPLAY", xServer_->display.c_str(), 1);
     }
   }
-  static void TearDownTestSuite() { xServer().reset(); }
-  static std::optional<testing::XServer>& xServer() {
-    static std::optional<testing::XServer> server;
-    return server;
-  }
+  static void TearDownTestSuite() { xServer_.reset(); }
+  static inline std::optional<testing::XServer> xServer_;
 
   void SetUp() override {
-    SimulatedSession::SetUp();
+    SimulatedGame::SetUp();
+    useScreen({200, 100});
     if (glfwInit() != GLFW_TRUE) GTEST_SKIP() << "GLFW has no display (Xvfb, from scripts/setup)";
     glfwWindowHint(GLFW_CLIENT_API, GLFW_NO_API);
     glfwWindowHint(GLFW_VISIBLE, GLFW_FALSE);
     window_ = glfwCreateWindow(200, 100, "input_test", nullptr, nullptr);
     ASSERT_NE(window_, nullptr);
-    UIHost::install(std::make_shared<HeadlessHost>(CGSizeMake(200, 100), 1.0));
-    screen_ = std::make_shared<UIWindow>();
-    screen_->setRootViewController(std::make_shared<UIViewController>());
-    screen_->makeKeyAndVisible();
-    gameSaw().clear();
+    gameSaw.clear();
     installGameCallbacks(window_);
     input_ = std::make_unique<GlfwInput>(window_);
   }
   void TearDown() override {
-    if (auto* responder = UIResponder::currentFirstResponder()) responder->resignFirstResponder();
     input_.reset();
-    screen_.reset();
     if (window_ != nullptr) glfwDestroyWindow(window_);
     glfwTerminate();
-    SimulatedSession::TearDown();
+    SimulatedGame::TearDown();
   }
 
-  // GLFW's own way in: the callbacks installed on the window now.
+  // GLFW's own way in: the callback installed on the window now, as GLFW calls it.
+  template <class Callback>
+  Callback installed(Callback (*set)(GLFWwindow*, Callback)) {
+    const Callback callback = set(window_, nullptr);
+    set(window_, callback);
+    return callback;
+  }
   void click(double x, double y, int button = GLFW_MOUSE_BUTTON_LEFT) {
     move(x, y);
-    const GLFWmousebuttonfun installed = glfwSetMouseButtonCallback(window_, nullptr);
-    glfwSetMouseButtonCallback(window_, installed);
-    installed(window_, button, GLFW_PRESS, 0);
-    installed(window_, button, GLFW_RELEASE, 0);
+    installed(glfwSetMouseButtonCallback)(window_, button, GLFW_PRESS, 0);
+    installed(glfwSetMouseButtonCallback)(window_, button, GLFW_RELEASE, 0);
   }
-  void move(double x, double y) {
-    const GLFWcursorposfun installed = glfwSetCursorPosCallback(window_, nullptr);
-    glfwSetCursorPosCallback(window_, installed);
-    installed(window_, x, y);
-  }
+  void move(double x, double y) { installed(glfwSetCursorPosCallback)(window_, x, y); }
   void key(int key) {
-    const GLFWkeyfun installed = glfwSetKeyCallback(window_, nullptr);
-    glfwSetKeyCallback(window_, installed);
-    installed(window_, key, 0, GLFW_PRESS, 0);
-    installed(window_, key, 0, GLFW_RELEASE, 0);
+    installed(glfwSetKeyCallback)(window_, key, 0, GLFW_PRESS, 0);
+    installed(glfwSetKeyCallback)(window_, key, 0, GLFW_RELEASE, 0);
   }
   void type(const std::u32string& text) {
-    const GLFWcharfun installed = glfwSetCharCallback(window_, nullptr);
-    glfwSetCharCallback(window_, installed);
-    for (char32_t c : text) installed(window_, static_cast<unsigned int>(c));
+    for (char32_t c : text) installed(glfwSetCharCallback)(window_, static_cast<unsigned int>(c));
   }
-  std::vector<std::string> takeGameSaw() { return std::exchange(gameSaw(), {}); }
+  std::vector<std::string> takeGameSaw() { return std::exchange(gameSaw, {}); }
 
   GLFWwindow* window_ = nullptr;
-  std::shared_ptr<UIWindow> screen_;
   std::unique_ptr<GlfwInput> input_;
 };
 
@@ -114,9 +98,9 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
   auto button = std::make_shared<UIButton>(CGRectMake(0, 0, 100, 50));
   int taps = 0;
   button->addTarget(this, [&taps](UIControl*) { ++taps; }, UIControlEventTouchUpInside);
-  screen_->rootViewController()->view()->addSubview(button);
+  game()->view()->addSubview(button);
   auto field = std::make_shared<UITextField>(CGRectMake(100, 0, 100, 50));
-  screen_->rootViewController()->view()->addSubview(field);
+  game()->view()->addSubview(field);
 
   // The game's own screen: the library sees the finger, the game sees everything.
   click(50, 25);
@@ -127,10 +111,15 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
   // A focused field takes characters and keys; the game gets the mouse still.
   click(150, 25);
   ASSERT_TRUE(field->isFirstResponder());
-  type(U"añ€😀");
+  type(U"añ\u0800€😀");  // U+0800: the first character of three bytes
   key(GLFW_KEY_BACKSPACE);
   key(GLFW_KEY_W);
-  EXPECT_EQ(field->text(), "añ€");
+  EXPECT_EQ(field->text(), "añ\u0800€");
+  testing::ReturnCounter delegate;
+  field->setDelegate(&delegate);
+  key(GLFW_KEY_ENTER);
+  field->setDelegate(nullptr);
+  EXPECT_EQ(delegate.returns, 1);
   EXPECT_EQ(takeGameSaw(), (Events{"cursor", "button 0 1", "button 0 0"}));
   field->resignFirstResponder();
   key(GLFW_KEY_W);
@@ -139,31 +128,25 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
 
   // A finger down when the window loses the focus is cancelled: no tap.
   move(50, 25);
-  const GLFWmousebuttonfun buttonCallback = glfwSetMouseButtonCallback(window_, nullptr);
-  glfwSetMouseButtonCallback(window_, buttonCallback);
-  buttonCallback(window_, GLFW_MOUSE_BUTTON_LEFT, GLFW_PRESS, 0);
-  const GLFWwindowfocusfun focusCallback = glfwSetWindowFocusCallback(window_, nullptr);
-  glfwSetWindowFocusCallback(window_, focusCallback);
-  focusCallback(window_, GLFW_FALSE);
-  buttonCallback(window_, GLFW_MOUSE_BUTTON_LEFT, GLFW_RELEASE, 0);
+  installed(glfwSetMouseButtonCallback)(window_, GLFW_MOUSE_BUTTON_LEFT, GLFW_PRESS, 0);
+  installed(glfwSetWindowFocusCallback)(window_, GLFW_FALSE);
+  installed(glfwSetMouseButtonCallback)(window_, GLFW_MOUSE_BUTTON_LEFT, GLFW_RELEASE, 0);
   EXPECT_EQ(taps, 1);
   EXPECT_EQ(takeGameSaw(), (Events{"cursor", "button 0 1", "focus 0", "button 0 0"}));
 
   // A page over the game takes everything, even where the game had a button.
-  screen_->rootViewController()->presentViewController(std::make_shared<UIViewController>(), false, nullptr);
+  game()->presentViewController(std::make_shared<UIViewController>(), false, nullptr);
   click(50, 25);
   click(50, 25, GLFW_MOUSE_BUTTON_RIGHT);
   key(GLFW_KEY_W);
   type(U"w");
-  const GLFWscrollfun scroll = glfwSetScrollCallback(window_, nullptr);
-  glfwSetScrollCallback(window_, scroll);
-  scroll(window_, 0.0, 1.0);
+  installed(glfwSetScrollCallback)(window_, 0.0, 1.0);
   EXPECT_EQ(taps, 1);
   EXPECT_EQ(takeGameSaw(), Events{});
 }
 
 TEST_F(GlfwInputTest, givesTheGameItsCallbacksBackAndKeepsOnesInstalledSince) {
-  const GLFWkeyfun later = [](GLFWwindow*, int, int, int, int) { gameSaw().push_back("later"); };
+  const GLFWkeyfun later = [](GLFWwindow*, int, int, int, int) { gameSaw.push_back("later"); };
   glfwSetKeyCallback(window_, later);
   input_.reset();
   EXPECT_EQ(glfwSetKeyCallback(window_, nullptr), later);

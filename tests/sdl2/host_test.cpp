@@ -7,7 +7,7 @@
 #include <tavrel_sdk/ui.hpp>
 
 #include "support/resize_scenario.hpp"
-#include "support/sandbox.hpp"
+#include "support/game_screen.hpp"
 
 #include <gtest/gtest.h>
 
@@ -15,32 +15,21 @@
 
 #include <cstdlib>
 #include <memory>
-#include <sstream>
+#include <optional>
 #include <string>
 #include <vector>
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TAVREL_TEST_SANITIZED
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(TAVREL_TEST_SANITIZED)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
 
 namespace tavrel {
 namespace {
 
-class SdlHostTest : public testing::SimulatedSession, public ::testing::WithParamInterface<const char*> {
+class SdlHostTest : public testing::SimulatedGame, public ::testing::WithParamInterface<const char*> {
  protected:
   void SetUp() override {
-    SimulatedSession::SetUp();
+    SimulatedGame::SetUp();
     const bool software = std::string(GetParam()) == "software";
     // Mesa's GL drivers leak what they allocate at load and draw on threads of their own that
     // no sanitizer sees into.
-    if (!software && kSanitized) GTEST_SKIP() << "OpenGL is checked in builds without sanitizers";
+    if (!software && TAVREL_SANITIZED) GTEST_SKIP() << "OpenGL is checked in builds without sanitizers";
     setenv("SDL_VIDEODRIVER", software ? "dummy" : "offscreen", 1);
     SDL_SetHint(SDL_HINT_RENDER_DRIVER, GetParam());
     ASSERT_EQ(SDL_Init(SDL_INIT_VIDEO), 0) << SDL_GetError();
@@ -51,27 +40,21 @@ class SdlHostTest : public testing::SimulatedSession, public ::testing::WithPara
       GTEST_SKIP() << "no " << GetParam() << " renderer here";
     }
     host_ = std::make_shared<SdlHost>(window_, renderer_);
-    UIHost::install(host_);
-    screen_ = std::make_shared<UIWindow>();
-    screen_->setRootViewController(std::make_shared<UIViewController>());
-    screen_->makeKeyAndVisible();
+    useHost(host_);
   }
   void TearDown() override {
-    if (auto* responder = UIResponder::currentFirstResponder()) responder->resignFirstResponder();
-    screen_.reset();
     UIHost::install(std::make_shared<HeadlessHost>(CGSizeMake(200, 100), 1.0));
     host_.reset();
     if (renderer_ != nullptr) SDL_DestroyRenderer(renderer_);
     if (window_ != nullptr) SDL_DestroyWindow(window_);
     SDL_Quit();
-    SimulatedSession::TearDown();
+    SimulatedGame::TearDown();
   }
 
-  std::shared_ptr<UIView> game() { return screen_->rootViewController()->view(); }
   std::shared_ptr<UIView> addView(CGRect frame, std::shared_ptr<UIColor> color) {
     auto view = std::make_shared<UIView>(frame);
     view->setBackgroundColor(std::move(color));
-    game()->addSubview(view);
+    game()->view()->addSubview(view);
     return view;
   }
   // The game's frame (dark blue), the toolkit over it, then one pixel read back as 0xRRGGBB.
@@ -85,27 +68,38 @@ class SdlHostTest : public testing::SimulatedSession, public ::testing::WithPara
     return pixel & 0xffffff;
   }
   bool send(SDL_Event event) { return host_->handleEvent(event); }
-  SDL_Event mouse(Uint32 type, int x, int y, Uint8 button = SDL_BUTTON_LEFT) {
+  // How many of a button's press and release the toolkit took; `between` comes between them.
+  int click(int x, int y, Uint8 button = SDL_BUTTON_LEFT, std::optional<SDL_Event> between = {}) {
     SDL_Event event{};
-    event.button = {type, 0, SDL_GetWindowID(window_), 0, button, SDL_PRESSED, 1, 0, x, y};
+    event.button = {SDL_MOUSEBUTTONDOWN, 0, SDL_GetWindowID(window_), 0, button, SDL_PRESSED, 1, 0, x, y};
+    const int down = send(event) ? 1 : 0;
+    if (between) send(*between);
+    event.type = SDL_MOUSEBUTTONUP;
+    return down + (send(event) ? 1 : 0);
+  }
+  // A finger of touch device `device` at (0.25, y) of the window, normalized.
+  SDL_Event finger(Uint32 type, SDL_TouchID device, float y = 0.25f, Uint32 window = 0) {
+    SDL_Event event{};
+    event.tfinger = {type, 0, device, 42, 0.25f, y, 0, 0, 1, window};
+    return event;
+  }
+  SDL_Event key(SDL_Keycode key, SDL_Scancode code, Uint8 repeat = 0) {
+    SDL_Event event{};
+    event.key = {SDL_KEYDOWN, 0, SDL_GetWindowID(window_), SDL_PRESSED, repeat, 0, 0, {code, key, 0, 0}};
     return event;
   }
 
   SDL_Window* window_ = nullptr;
   SDL_Renderer* renderer_ = nullptr;
   std::shared_ptr<SdlHost> host_;
-  std::shared_ptr<UIWindow> screen_;
 };
 
-::testing::AssertionResult near(std::uint32_t actual, std::uint32_t expected) {
+// Each channel within 3 levels.
+bool near(std::uint32_t actual, std::uint32_t expected) {
   for (int shift : {16, 8, 0}) {
-    if (std::abs(static_cast<int>((actual >> shift) & 0xff) - static_cast<int>((expected >> shift) & 0xff)) > 3) {
-      std::ostringstream message;
-      message << std::hex << "0x" << actual << " is not near 0x" << expected;
-      return ::testing::AssertionFailure() << message.str();
-    }
+    if (std::abs(static_cast<int>((actual >> shift) & 0xff) - static_cast<int>((expected >> shift) & 0xff)) > 3) return false;
   }
-  return ::testing::AssertionSuccess();
+  return true;
 }
 
 TEST_P(SdlHostTest, laysTheToolkitOverTheGameAsCairoBlendsAndUploadsWhatChanged) {
@@ -125,40 +119,33 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
   auto button = std::make_shared<UIButton>(CGRectMake(0, 0, 100, 50));
   int taps = 0;
   button->addTarget(this, [&taps](UIControl*) { ++taps; }, UIControlEventTouchUpInside);
-  game()->addSubview(button);
+  game()->view()->addSubview(button);
   auto field = std::make_shared<UITextField>(CGRectMake(100, 0, 100, 50));
-  game()->addSubview(field);
+  game()->view()->addSubview(field);
 
-  EXPECT_FALSE(send(mouse(SDL_MOUSEBUTTONDOWN, 50, 25)));  // the game's own screen: not taken
-  EXPECT_FALSE(send(mouse(SDL_MOUSEBUTTONUP, 50, 25)));
-  send(mouse(SDL_MOUSEBUTTONDOWN, 50, 25, SDL_BUTTON_RIGHT));
-  send(mouse(SDL_MOUSEBUTTONUP, 50, 25, SDL_BUTTON_RIGHT));
+  EXPECT_EQ(click(50, 25), 0);  // the game's own screen: not taken
+  click(50, 25, SDL_BUTTON_RIGHT);
   EXPECT_EQ(taps, 1);
-  SDL_Event touch{};
-  touch.tfinger = {SDL_FINGERDOWN, 0, 7, 42, 0.25f, 0.25f, 0, 0, 1, 0};  // normalized: (50, 25)
-  send(touch);
-  touch.type = SDL_FINGERUP;
-  send(touch);
+  send(finger(SDL_FINGERDOWN, 7));  // (50, 25)
+  send(finger(SDL_FINGERUP, 7));
   EXPECT_EQ(taps, 2);
   // Another window's touch is not ours; two touch devices number their fingers each from 0.
-  touch.tfinger = {SDL_FINGERDOWN, 0, 7, 42, 0.25f, 0.25f, 0, 0, 1, SDL_GetWindowID(window_) + 1};
-  EXPECT_FALSE(send(touch));
-  touch.type = SDL_FINGERUP;
-  send(touch);
+  EXPECT_FALSE(send(finger(SDL_FINGERDOWN, 7, 0.25f, SDL_GetWindowID(window_) + 1)));
+  send(finger(SDL_FINGERUP, 7, 0.25f, SDL_GetWindowID(window_) + 1));
   EXPECT_EQ(taps, 2);
-  SDL_Event other = touch;
-  touch.tfinger = {SDL_FINGERDOWN, 0, 7, 42, 0.25f, 0.25f, 0, 0, 1, 0};
-  other.tfinger = {SDL_FINGERDOWN, 0, 8, 42, 0.25f, 0.75f, 0, 0, 1, 0};
-  send(touch);
-  send(other);
-  other.type = touch.type = SDL_FINGERUP;
-  send(other);
-  send(touch);
+  for (const SDL_Event& event : {finger(SDL_FINGERDOWN, 7), finger(SDL_FINGERDOWN, 8, 0.75f),
+                                 finger(SDL_FINGERUP, 8, 0.75f), finger(SDL_FINGERUP, 7)}) {
+    send(event);
+  }
+  EXPECT_EQ(taps, 3);
+  // A press when the window loses the focus is cancelled: no tap.
+  SDL_Event focusLost{};
+  focusLost.window = {SDL_WINDOWEVENT, 0, SDL_GetWindowID(window_), SDL_WINDOWEVENT_FOCUS_LOST, 0, 0, 0, 0, 0};
+  click(50, 25, SDL_BUTTON_LEFT, focusLost);
   EXPECT_EQ(taps, 3);
 
   EXPECT_FALSE(SDL_IsTextInputActive());
-  send(mouse(SDL_MOUSEBUTTONDOWN, 150, 25));
-  send(mouse(SDL_MOUSEBUTTONUP, 150, 25));
+  click(150, 25);
   EXPECT_TRUE(field->isFirstResponder());
   EXPECT_TRUE(SDL_IsTextInputActive());
   SDL_Event text{};
@@ -166,38 +153,28 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
   text.text.windowID = SDL_GetWindowID(window_);
   std::snprintf(text.text.text, sizeof text.text.text, "%s", "añ");
   EXPECT_TRUE(send(text));
-  SDL_Event key{};
-  key.key = {SDL_KEYDOWN, 0, SDL_GetWindowID(window_), SDL_PRESSED, 0, 0, 0, {SDL_SCANCODE_BACKSPACE, SDLK_BACKSPACE, 0, 0}};
-  EXPECT_TRUE(send(key));
+  EXPECT_TRUE(send(key(SDLK_BACKSPACE, SDL_SCANCODE_BACKSPACE)));
   EXPECT_EQ(field->text(), "a");
   text.text.windowID += 1;  // another window's typing: the game's
   EXPECT_FALSE(send(text));
   EXPECT_EQ(field->text(), "a");
   // Return asks the field's delegate, once a press: a held key's repeats do not.
-  struct : UITextFieldDelegate {
-    int returns = 0;
-    bool textFieldShouldReturn(UITextField*) override { return ++returns > 0; }
-  } delegate;
+  testing::ReturnCounter delegate;
   field->setDelegate(&delegate);
-  key.key.keysym = {SDL_SCANCODE_RETURN, SDLK_RETURN, 0, 0};
-  send(key);
+  send(key(SDLK_RETURN, SDL_SCANCODE_RETURN));
   EXPECT_EQ(delegate.returns, 1);
-  key.key.repeat = 1;
-  send(key);
-  key.key.repeat = 0;
+  send(key(SDLK_RETURN, SDL_SCANCODE_RETURN, 1));
   field->setDelegate(nullptr);
   EXPECT_EQ(delegate.returns, 1);
-  key.key.keysym = {SDL_SCANCODE_W, SDLK_w, 0, 0};
-  EXPECT_TRUE(send(key));  // a game key while a field has the focus: the game does not move
+  EXPECT_TRUE(send(key(SDLK_w, SDL_SCANCODE_W)));  // a game key while a field has the focus: the game does not move
   field->resignFirstResponder();
-  EXPECT_FALSE(send(key));
+  EXPECT_FALSE(send(key(SDLK_w, SDL_SCANCODE_W)));
   EXPECT_FALSE(SDL_IsTextInputActive());
 
   // A page over the game takes everything, even where the game had a button.
-  screen_->rootViewController()->presentViewController(std::make_shared<UIViewController>(), false, nullptr);
-  EXPECT_TRUE(send(mouse(SDL_MOUSEBUTTONDOWN, 50, 25)));
-  EXPECT_TRUE(send(mouse(SDL_MOUSEBUTTONUP, 50, 25)));
-  EXPECT_TRUE(send(key));
+  game()->presentViewController(std::make_shared<UIViewController>(), false, nullptr);
+  EXPECT_EQ(click(50, 25), 2);
+  EXPECT_TRUE(send(key(SDLK_w, SDL_SCANCODE_W)));
   EXPECT_EQ(taps, 3);
 }
 

@@ -7,9 +7,11 @@ void SimulatedGame::SetUp() {
   useScreen({390, 844});
 }
 
-void SimulatedGame::useScreen(CGSize size, double scale) {
+void SimulatedGame::useScreen(CGSize size, double scale) { useHost(std::make_shared<HeadlessHost>(size, scale)); }
+
+void SimulatedGame::useHost(std::shared_ptr<UIHost> host) {
   if (auto* responder = UIResponder::currentFirstResponder()) responder->resignFirstResponder();
-  UIHost::install(std::make_shared<HeadlessHost>(size, scale));
+  UIHost::install(std::move(host));
   window_ = std::make_shared<UIWindow>();
   game_ = std::make_shared<UIViewController>();
   window_->setRootViewController(game_);

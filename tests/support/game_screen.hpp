@@ -17,6 +17,8 @@ class SimulatedGame : public SimulatedSession {
   void TearDown() override;
   // A new screen and a new game on it; the default is 390 × 844 points at scale 1.
   void useScreen(CGSize size, double scale = 1.0);
+  // `host` installed, and a new game on its screen.
+  void useHost(std::shared_ptr<UIHost> host);
   UIHost& host() { return UIHost::current(); }
   const std::shared_ptr<UIWindow>& window() const { return window_; }
   const std::shared_ptr<UIViewController>& game() const { return game_; }
@@ -24,6 +26,12 @@ class SimulatedGame : public SimulatedSession {
  private:
   std::shared_ptr<UIWindow> window_;
   std::shared_ptr<UIViewController> game_;
+};
+
+// A text field's delegate that counts the Return presses it is asked about.
+struct ReturnCounter : UITextFieldDelegate {
+  int returns = 0;
+  bool textFieldShouldReturn(UITextField*) override { return ++returns > 0; }
 };
 
 }  // namespace tavrel::testing

@@ -11,6 +11,7 @@
 #include <cmath>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace tavrel::testing {
 namespace {
@@ -78,16 +79,13 @@ void resizeThroughLoginAndPlay(SimPlatform& sim, const ResizingHost& host, Scree
     SCOPED_TRACE("with the page up");
     const UIFrame& frame = change(host, withPage);
     const CGRect screen{{}, withPage.size};
-    EXPECT_EQ(window->frame(), screen);
-    EXPECT_EQ(game->view()->frame(), screen);
+    EXPECT_EQ((std::vector{window->frame(), game->view()->frame()}), (std::vector{screen, screen}));
     // Laid out by the rules that lay out a form made at this size.
-    const LoginView fresh(screen);
-    EXPECT_EQ(form.frame(), screen);
-    EXPECT_EQ(form.background()->frame(), fresh.background()->frame());
-    EXPECT_EQ(form.lblInformation()->frame(), fresh.lblInformation()->frame());
-    EXPECT_EQ(form.txtUsername()->frame(), fresh.txtUsername()->frame());
-    EXPECT_EQ(form.txtPassword()->frame(), fresh.txtPassword()->frame());
-    EXPECT_EQ(form.btnLogin()->frame(), fresh.btnLogin()->frame());
+    const auto frames = [](const LoginView& view) {
+      return std::vector{view.frame(), view.background()->frame(), view.lblInformation()->frame(),
+                         view.txtUsername()->frame(), view.txtPassword()->frame(), view.btnLogin()->frame()};
+    };
+    EXPECT_EQ(frames(form), frames(LoginView(screen)));
     // Drawn over the whole screen, the button where it now stands.
     EXPECT_EQ(pixelAt(frame, {screen.size.width - 0.5, screen.size.height - 0.5}) >> 24, 0xffu);
     const CGRect button = form.btnLogin()->frame();

@@ -1,12 +1,10 @@
 #pragma once
 
-// A gated session whose screen changes size, the same for every host: each host test says how
-// its host takes a new size and how it shows a frame. The player's path is checked through the
-// host's own input members: with the login page up (the page fills the new screen laid out by
-// its own rules, the focused field keeps its text, the Login button is tapped at its new place
-// and the login succeeds against the real service) and during play (the overlay covers the new
-// screen, the watermark's copies lie inside it from the next tick, a finger's mark lands under
-// it), each first frame after the change drawn whole at the new size.
+// A gated session whose screen changes size, the same for every host (each host test says how
+// its host takes a new size and shows a frame), played through the host's own input members:
+// with the login page up (laid out again, the focused field keeps its text, Login tapped at its
+// new place logs in) and in play (overlay, watermark copies and a finger's mark inside the new
+// screen), each first frame after the change drawn whole at the new size.
 
 #include <tavrel_sdk/ui.hpp>
 

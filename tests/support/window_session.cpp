@@ -35,21 +35,14 @@ std::string capture(const std::string& command) {
   return out;
 }
 
-bool contains(const std::string& path, const std::string& text) {
-  std::ifstream in(path);
-  return std::string(std::istreambuf_iterator<char>(in), {}).find(text) != std::string::npos;
-}
+bool contains(const std::string& path, const std::string& text) { return readFile(path).find(text) != std::string::npos; }
 
-const json& presentedPage(const json& tree) {
+// The root view controller's "presentedViewController" (a page) or "view" (the game's own).
+const json& root(const json& tree, const char* part) {
   static const json none;
-  return tree.is_object() ? tree["rootViewController"]["presentedViewController"] : none;
+  return tree.is_object() ? tree["rootViewController"][part] : none;
 }
-
-// The game's own view: what lies under any page.
-const json& gameView(const json& tree) {
-  static const json none;
-  return tree.is_object() ? tree["rootViewController"]["view"] : none;
-}
+const json& presentedPage(const json& tree) { return root(tree, "presentedViewController"); }
 
 std::optional<Found> field(const json& tree, const char* placeholder) {
   if (!presentedPage(tree).is_object()) return std::nullopt;
@@ -237,24 +230,19 @@ bool ExampleWindowTest::click(const Box& box) {
 
 void ExampleWindowTest::logIn() {
   ASSERT_TRUE(run("xdotool windowfocus --sync " + window_.id)) << logs();
-  for (const auto& entry : {std::tuple{username_, "Tavrel username", "ann"},
-                            std::tuple{password_, "Password", "secret-pw"}}) {
-    // Named, not a structured binding: clang before 16 cannot capture one in a lambda.
-    const auto& [box, placeholderName, typed] = entry;
-    const char* placeholder = placeholderName;
-    const char* text = typed;
-    ASSERT_TRUE(click(box));
+  const auto typeInto = [&](const Box& box, const char* placeholder, const std::string& text) {
+    const auto fieldShows = [&](const char* key, const json& value) {
+      return waitUntil([&] {
+        const auto found = field(tree(), placeholder);
+        return found && found->view.value(key, json()) == value;
+      });
+    };
     // Keys typed before the click has given the field the focus would go to the game.
-    ASSERT_TRUE(waitUntil([&] {
-      const auto found = field(tree(), placeholder);
-      return found && found->view.value("isFirstResponder", false);
-    })) << placeholder << " never had the focus";
-    ASSERT_TRUE(run(std::string("xdotool type --delay 40 ") + text));
-    ASSERT_TRUE(waitUntil([&] {
-      const auto found = field(tree(), placeholder);
-      return found && found->view.value("text", json()) == text;
-    })) << placeholder << " never showed what was typed";
-  }
+    return click(box) && fieldShows("isFirstResponder", true) && run("xdotool type --delay 40 " + text) &&
+           fieldShows("text", text);
+  };
+  ASSERT_TRUE(typeInto(username_, "Tavrel username", "ann")) << "the user name was not typed: " << logs();
+  ASSERT_TRUE(typeInto(password_, "Password", "secret-pw")) << "the password was not typed: " << logs();
   // The service knows only ann:secret-pw: the login through it takes the page away.
   ASSERT_TRUE(click(login_));
   ASSERT_TRUE(waitUntil([&] { return tree().is_object() && presentedPage(tree()).is_null(); })) << logs();
@@ -265,7 +253,7 @@ void ExampleWindowTest::logIn() {
 bool ExampleWindowTest::fingerDown(Box from, Box to) {
   const auto at = [&](const Box& b) { return " mousemove --window " + window_.id + " " + std::to_string(b.x) + " " + std::to_string(b.y); };
   return run("xdotool" + at(from) + " mousedown 1" + at(to)) && waitUntil([&] {
-           return find(gameView(tree()), [](const json& v) { return v.value("class", json()) == "TouchMark"; })
+           return find(root(tree(), "view"), [](const json& v) { return v.value("class", json()) == "TouchMark"; })
                .has_value();
          });
 }
@@ -292,7 +280,7 @@ json ExampleWindowTest::tree() const {
 
 bool ExampleWindowTest::watermarked() const {
   const std::string ending = "-" + kRefusedToken.substr(24);
-  return find(gameView(tree()), [&](const json& v) {
+  return find(root(tree(), "view"), [&](const json& v) {
            const auto text = v.value("text", json());
            return text.is_string() && text.get<std::string>().ends_with(ending);
          }).has_value();

@@ -1,11 +1,9 @@
 #pragma once
 
-// One harness for the example games in real windows (C, C++, Vulkan, LÖVE, pygame): the package
-// installed into a scratch prefix and the example built against it, tavrel serve (which knows
-// only ann:secret-pw), an X server of the test's own, the game started with a token the service
-// refuses and a launch URL, its window found with xdotool, the view tree it writes each second,
-// real X input, and screenshots (ImageMagick's import) read back with Cairo. The screenshots stay
-// in the test's build folder (sdl2_window/*.png for sdl2_game) to be looked at.
+// One harness for the example games in real windows: the package installed into a scratch prefix
+// and the example built against it, tavrel serve, an X server of the test's own, the game started
+// with a refused token, the view tree it writes, real X input (xdotool), and screenshots read back
+// with Cairo (kept in the test's build folder: sdl2_window/*.png for sdl2_game).
 
 #include "support/sandbox.hpp"
 #include "support/x_server.hpp"
@@ -40,22 +38,20 @@ struct Service {
 };
 Service startService(const std::string& dir, const std::string& scheme, const std::vector<std::string>& more = {});
 
-// A view's frame in window points.
-struct Box {
+struct Box {  // a view's frame in window points
   int x = 0, y = 0, width = 0, height = 0;
   int midX() const { return x + width / 2; }
   int midY() const { return y + height / 2; }
 };
-// The first view under `view` (whose superview is at x, y) that `match` takes, and where it is.
 struct Found {
   Box box;
   nlohmann::json view;
 };
+// The first view under `view` (whose superview is at x, y) that `match` takes, and where it is.
 std::optional<Found> find(const nlohmann::json& view, const std::function<bool(const nlohmann::json&)>& match,
                           double x = 0, double y = 0);
 
-// A top-level window and where it lies on the screen.
-struct Window {
+struct Window {  // a top-level window and where it lies on the screen
   std::string id;
   int x0 = 0, y0 = 0, width = 0, height = 0;
 };
@@ -66,8 +62,7 @@ struct Shot {
   Window window;
 
   bool load(const std::string& path);  // the window: the whole picture
-  // The window's pixel (x, y) as 0xRRGGBB.
-  std::uint32_t at(int x, int y) const;
+  std::uint32_t at(int x, int y) const;  // as 0xRRGGBB
   // Pixels of the window's rows [top, bottom) and columns [left, right) whose 0xRRGGBB passes.
   int count(const std::function<bool(std::uint32_t)>& pass, int top = 0, int bottom = -1, int left = 0,
             int right = -1) const;

@@ -2,9 +2,8 @@
 
 // A Vulkan game without a window, for the Vulkan host's test and benchmark: its own instance
 // (with the validation layer, synchronization checks included, when asked), device and queue,
-// frames in flight each with a command buffer, a fence and a colour image it renders into and
-// reads back. Its scene is a clear colour and a few quads (attachment clears), so each of its
-// pixels is known without reading it.
+// frames in flight each with a command buffer, a fence and a colour image it clears to its
+// scene's one colour, then reads back.
 
 #include <tavrel_sdk/vulkan_host.hpp>
 
@@ -27,59 +26,57 @@ class OffscreenGame {
     bool dynamicRendering = false;  // else a render pass of its own
     bool validation = true;
   };
+  static constexpr std::uint32_t kScene = 0xff1e3c6e;  // 0xAARRGGBB
+
   // Null, with the reason in `whyNot`, where there is no Vulkan device (or no validation layer
   // when asked for).
   static std::unique_ptr<OffscreenGame> create(const Options& options, std::string* whyNot);
-  ~OffscreenGame();
+  ~OffscreenGame() { release(); }
   // Waits for the device and destroys everything, instance last; the validation layer's last
   // words (objects left alive) are then in takeMessages(). Idempotent.
   void release();
-  OffscreenGame(const OffscreenGame&) = delete;
-  OffscreenGame& operator=(const OffscreenGame&) = delete;
 
-  // What the host needs, for this game's target.
   VulkanHostInfo hostInfo() const;
   VkExtent2D extent() const { return extent_; }
-
   // One frame in the next frame in flight, which it returns: waits for that frame's previous
   // submission, records `outside(commands, frameIndex)` before the pass, the scene and
   // `inside(commands)` in it, then the copy for read-back, and submits.
-  using Outside = std::function<void(VkCommandBuffer, std::uint32_t)>;
-  using Inside = std::function<void(VkCommandBuffer)>;
-  std::uint32_t frame(const Outside& outside, const Inside& inside);
+  std::uint32_t frame(const std::function<void(VkCommandBuffer, std::uint32_t)>& outside,
+                      const std::function<void(VkCommandBuffer)>& inside);
   // Waits for the last frame of `frameIndex`, then its pixels: B8G8R8A8, rows packed.
   const std::uint32_t* readBack(std::uint32_t frameIndex);
-  // The scene's own colour at a pixel, as 0xAARRGGBB.
-  std::uint32_t scenePixel(int x, int y) const;
   // Waits for the device, then renders at another size from the next frame on.
   void resize(VkExtent2D extent);
-  void waitIdle() const;
+  void waitIdle() const { vkDeviceWaitIdle(device_); }
   // Warnings and errors the validation layer reported, since the last call.
   std::vector<std::string> takeMessages();
 
  private:
-  struct Frame;
+  struct Frame {
+    VkCommandBuffer commands = VK_NULL_HANDLE;
+    VkFence fence = VK_NULL_HANDLE;
+    vulkan::Image target;
+    VkFramebuffer framebuffer = VK_NULL_HANDLE;
+    vulkan::Buffer readBack;
+  };
   OffscreenGame() = default;
-  static VkBool32 VKAPI_PTR onMessage(VkDebugUtilsMessageSeverityFlagBitsEXT, VkDebugUtilsMessageTypeFlagsEXT,
-                                      const VkDebugUtilsMessengerCallbackDataEXT* data, void* user);
-  void makeTargets();
   void destroyTargets();
 
-  Options options_;
   VkExtent2D extent_{};
   VkInstance instance_ = VK_NULL_HANDLE;
   VkDebugUtilsMessengerEXT messenger_ = VK_NULL_HANDLE;
   VkPhysicalDevice physicalDevice_ = VK_NULL_HANDLE;
   VkDevice device_ = VK_NULL_HANDLE;
-  std::uint32_t queueFamily_ = 0;
   VkQueue queue_ = VK_NULL_HANDLE;
   vulkan::Functions vk_;
   VkRenderPass renderPass_ = VK_NULL_HANDLE;
   VkCommandPool commandPool_ = VK_NULL_HANDLE;
   std::vector<Frame> frames_;
   std::uint32_t next_ = 0;
-  std::mutex messagesMutex_;
-  std::vector<std::string> messages_;
+  struct Messages {
+    std::mutex mutex;
+    std::vector<std::string> list;
+  } messages_;
 };
 
 }  // namespace tavrel::testing

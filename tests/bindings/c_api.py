@@ -4,7 +4,8 @@
 c_api.py [HEADER]  prints JSON: {"functions": {name: {"result": C type, "params": [C type...]}}, "callbacks": the same,
                                  "enums": {name: {constant: value}}, "structs": {name: [[field, C type]...]}}
 Types are clang's, desugared to the C spelling (tavrel_status stays tavrel_status, an enum).
-Used as a module: load(header) returns the same dictionary; report() ends a check built on it.
+Used as a module: load(header) returns the same dictionary; compare() holds a binding's declarations
+against it; report() ends a check built on them.
 """
 import json
 import os
@@ -49,6 +50,27 @@ def load(header=DEFAULT_HEADER):
         for constant, value in constants.items():
             constants[constant] = previous = previous + 1 if value is None else value
     return api
+
+
+def compare(api, bound, matches):
+    """A binding's declarations against the header's, both ways, as a list of faults.
+
+    bound: {"functions" | "callbacks" | "structs": {C name: [types...]}}, each a list of signatures
+    (overloads), each its types as the binding names them: result then parameters, or the fields'.
+    matches(name, position, C type, bound type) says whether the two cross as the same.
+    """
+    faults = []
+    for kind, declarations in bound.items():
+        header = {name: [d["result"], *d["params"]] if kind != "structs" else [t for _, t in d]
+                  for name, d in api[kind].items()}
+        faults += [f"{name}: not bound" for name in sorted(header.keys() - declarations.keys())]
+        faults += [f"{name}: bound, not in the header" for name in sorted(declarations.keys() - header.keys())]
+        for name in sorted(header.keys() & declarations.keys()):
+            c = header[name]
+            for types in declarations[name]:
+                if len(types) != len(c) or not all(matches(name, i, *pair) for i, pair in enumerate(zip(c, types))):
+                    faults.append(f"{name}: {types} does not cross as {c}")
+    return faults
 
 
 def report(faults, summary):

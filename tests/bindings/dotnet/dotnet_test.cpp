@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <tuple>
 
 namespace tavrel::testing {
 namespace {
@@ -49,16 +50,13 @@ TEST_F(DotnetBinding, ExampleGamePlaysTheGateAndExitsWithTheSession) {
   EXPECT_NE(game.out.find("the session may go on (on the main thread: True)"), std::string::npos) << game.out;
 
   const Shot page = picture(dir_.path() + "/dotnet_game_page.png");
-  ASSERT_EQ(page.window.width, 390);
-  ASSERT_EQ(page.window.height, 844);
+  ASSERT_EQ(std::pair(page.window.width, page.window.height), std::pair(390, 844));
   EXPECT_GT(page.count(isLoginOrange, 0, 844), 15000);  // the Login button
 
   // The marks (white, two thirds opaque, premultiplied) where the fingers ended; nothing elsewhere.
   const Shot play = picture(dir_.path() + "/dotnet_game_play.png");
   ASSERT_EQ(play.window.width, 390);
-  EXPECT_EQ(play.at(140, 300), 0xaaaaaau);
-  EXPECT_EQ(play.at(280, 500), 0xaaaaaau);
-  EXPECT_EQ(play.at(20, 20), 0u);
+  EXPECT_EQ(std::tuple(play.at(140, 300), play.at(280, 500), play.at(20, 20)), std::tuple(0xaaaaaau, 0xaaaaaau, 0u));
 
   std::string events;
   for (const auto& file : std::filesystem::directory_iterator(dir_.path() + "/documents")) events += readFile(file.path());

@@ -147,7 +147,7 @@ static void refusals_before_the_screen(void) {
   EXPECT_REFUSAL(tavrel_set_info_dictionary_json("[1]"), TAVREL_ERROR_INVALID_ARGUMENT,
                  "tavrel_set_info_dictionary_json: json is not a JSON object");
   EXPECT_REFUSAL(tavrel_show_touches(), TAVREL_ERROR_NOT_READY, "tavrel_show_touches: no overlay yet");
-  const int32_t miscounted[] = {3, 0, 7}, framed[] = {2, 0, 7}, alone[] = {0};
+  const int32_t miscounted[] = {3, 0, 7}, framed[] = {2, -1, 7}, alone[] = {0};
   EXPECT_REFUSAL(tavrel_emit_input_event(miscounted, 3), TAVREL_ERROR_INVALID_ARGUMENT,
                  "tavrel_emit_input_event: words[0] must be count - 1");
   EXPECT_REFUSAL(tavrel_emit_input_event(miscounted, 0), TAVREL_ERROR_OUT_OF_RANGE,

@@ -2,7 +2,8 @@
 """tavrel.h as the compiler reads it: every function, enum and struct, for the bindings' drift checks.
 
 c_api.py [HEADER]  prints JSON: {"functions": {name: {"result": C type, "params": [C type...]}}, "callbacks": the same,
-                                 "enums": {name: {constant: value}}, "structs": {name: [[field, C type]...]}}
+                                 "enums": {name: {constant: value}}, "structs": {name: [[field, C type]...]},
+                                 "variables": {name: C type}}
 Types are clang's, desugared to the C spelling (tavrel_status stays tavrel_status, an enum).
 Used as a module: load(header) returns the same dictionary; compare() holds a binding's declarations
 against it; report() ends a check built on them.
@@ -24,7 +25,7 @@ def load(header=DEFAULT_HEADER):
     ast = json.loads(subprocess.run(
         ["clang", "-Xclang", "-ast-dump=json", "-fsyntax-only", "-x", "c", "-std=c99", header],
         check=True, capture_output=True, text=True).stdout)
-    api = {"functions": {}, "callbacks": {}, "enums": {}, "structs": {}}
+    api = {"functions": {}, "callbacks": {}, "enums": {}, "structs": {}, "variables": {}}
     for node in ast["inner"]:
         name = node.get("name", "")
         if not name.startswith("tavrel_") or node.get("isImplicit"):
@@ -35,6 +36,8 @@ def load(header=DEFAULT_HEADER):
                 "result": _type(node).split("(")[0].strip(),
                 "params": [_type(p) for p in children if p["kind"] == "ParmVarDecl"],
             }
+        elif node["kind"] == "VarDecl":
+            api["variables"][name] = _type(node)
         elif node["kind"] == "EnumDecl":
             api["enums"][name] = {c["name"]: int(c["inner"][0]["value"]) if c.get("inner") else None
                                   for c in children if c["kind"] == "EnumConstantDecl"}

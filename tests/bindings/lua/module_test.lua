@@ -21,7 +21,7 @@ local function run(command)
 end
 
 -- Drift: every declaration both ways, types compared as LuaJIT reads them.
--- c_api.py's JSON holds no brackets inside its strings: read as a Lua table.
+-- c_api.py's JSON as a Lua table (brackets in its strings only in variables' types, not compared).
 local json = run("python3 '" .. here .. "/../c_api.py'")
 local api = assert(loadstring("return " .. json:gsub("%[", "{"):gsub("%]", "}"):gsub('("[^"]*")%s*:', "[%1]=")))()
 local function spelled(types) -- C types as LuaJIT spells them, joined

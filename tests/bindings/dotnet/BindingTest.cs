@@ -41,7 +41,7 @@ static class BindingTest {
     host.Install();
     Screen screen = Screen.Create();
     TavrelSdk.InitialiseOverlay(screen, null);
-    Statuses(host);
+    Refusals();
     TextBothWays(host);
     TheFrame(host);
     CompletionOnTheMainThread();
@@ -81,8 +81,9 @@ static class BindingTest {
     return false;
   }
 
-  // Each status as its exception, with the line the library logged.
-  static void Statuses(Host host) {
+  // Refusals as exceptions with the line the library logged, that line from the loop when it
+  // arose on another thread.
+  static void Refusals() {
     Expect(StatusOf(() => TavrelSdk.SetDocumentsDirectory(null)) == Status.NullArgument, "null as NULL");
     Expect(StatusOf(() => TavrelSdk.RunMainLoopFor(-1)) == Status.OutOfRange, "the loop's refusal");
     Expect(StatusOf(() => TavrelSdk.EmitInputEvent(new[] { 2, 0 })) == Status.InvalidArgument, "the words counted");

@@ -9,7 +9,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <tuple>
 
 namespace tavrel::testing {
 namespace {
@@ -56,7 +55,12 @@ TEST_F(DotnetBinding, ExampleGamePlaysTheGateAndExitsWithTheSession) {
   // The marks (white, two thirds opaque, premultiplied) where the fingers ended; nothing elsewhere.
   const Shot play = picture(dir_.path() + "/dotnet_game_play.png");
   ASSERT_EQ(play.window.width, 390);
-  EXPECT_EQ(std::tuple(play.at(140, 300), play.at(280, 500), play.at(20, 20)), std::tuple(0xaaaaaau, 0xaaaaaau, 0u));
+  // Around each end: the moving watermark's text may cross a mark, never cover most of it.
+  const auto marked = [&](int x, int y) {
+    return play.count([](std::uint32_t rgb) { return rgb == 0xaaaaaau; }, y - 8, y + 8, x - 8, x + 8) > 128;
+  };
+  EXPECT_TRUE(marked(140, 300) && marked(280, 500));
+  EXPECT_EQ(play.at(20, 20), 0u);
 
   std::string events;
   for (const auto& file : std::filesystem::directory_iterator(dir_.path() + "/documents")) events += readFile(file.path());

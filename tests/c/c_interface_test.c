@@ -67,6 +67,8 @@ static bool start_service(const char *tool, const char *uploads) {
   if (service == 0) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     dup2(out[1], STDOUT_FILENO);
+    close(out[0]); /* else the service's lines would fill a pipe no one reads */
+    close(out[1]);
     execl(tool, tool, "serve", "--refuse-token", REFUSED_TOKEN, "--token", VALID_TOKEN, "--user", "ann:secret",
           "--uploads", uploads, "--scheme", "cgame", (char *)NULL);
     _exit(127);

@@ -2,9 +2,11 @@
 """tavrel.h as the compiler reads it: every function, enum and struct, for the bindings' drift checks.
 
 c_api.py [HEADER]  prints JSON: {"functions": {name: {"result": C type, "params": [C type...]}}, "callbacks": the same,
-                                 "enums": {name: {constant: value}}, "structs": {name: [[field, C type]...]}}
+                                 "enums": {name: {constant: value}}, "structs": {name: [[field, C type]...]},
+                                 "variables": {name: C type}}
 Types are clang's, desugared to the C spelling (tavrel_status stays tavrel_status, an enum).
-Used as a module: load(header) returns the same dictionary; report() ends a check built on it.
+Used as a module: load(header) returns the same dictionary; compare() holds a binding's declarations
+against it; report() ends a check built on them.
 """
 import json
 import os
@@ -23,7 +25,7 @@ def load(header=DEFAULT_HEADER):
     ast = json.loads(subprocess.run(
         ["clang", "-Xclang", "-ast-dump=json", "-fsyntax-only", "-x", "c", "-std=c99", header],
         check=True, capture_output=True, text=True).stdout)
-    api = {"functions": {}, "callbacks": {}, "enums": {}, "structs": {}}
+    api = {"functions": {}, "callbacks": {}, "enums": {}, "structs": {}, "variables": {}}
     for node in ast["inner"]:
         name = node.get("name", "")
         if not name.startswith("tavrel_") or node.get("isImplicit"):
@@ -34,6 +36,8 @@ def load(header=DEFAULT_HEADER):
                 "result": _type(node).split("(")[0].strip(),
                 "params": [_type(p) for p in children if p["kind"] == "ParmVarDecl"],
             }
+        elif node["kind"] == "VarDecl":
+            api["variables"][name] = _type(node)
         elif node["kind"] == "EnumDecl":
             api["enums"][name] = {c["name"]: int(c["inner"][0]["value"]) if c.get("inner") else None
                                   for c in children if c["kind"] == "EnumConstantDecl"}
@@ -49,6 +53,27 @@ def load(header=DEFAULT_HEADER):
         for constant, value in constants.items():
             constants[constant] = previous = previous + 1 if value is None else value
     return api
+
+
+def compare(api, bound, matches):
+    """A binding's declarations against the header's, both ways, as a list of faults.
+
+    bound: {"functions" | "callbacks" | "structs": {C name: [types...]}}, each a list of signatures
+    (overloads), each its types as the binding names them: result then parameters, or the fields'.
+    matches(name, position, C type, bound type) says whether the two cross as the same.
+    """
+    faults = []
+    for kind, declarations in bound.items():
+        header = {name: [d["result"], *d["params"]] if kind != "structs" else [t for _, t in d]
+                  for name, d in api[kind].items()}
+        faults += [f"{name}: not bound" for name in sorted(header.keys() - declarations.keys())]
+        faults += [f"{name}: bound, not in the header" for name in sorted(declarations.keys() - header.keys())]
+        for name in sorted(header.keys() & declarations.keys()):
+            c = header[name]
+            for types in declarations[name]:
+                if len(types) != len(c) or not all(matches(name, i, *pair) for i, pair in enumerate(zip(c, types))):
+                    faults.append(f"{name}: {types} does not cross as {c}")
+    return faults
 
 
 def report(faults, summary):

@@ -20,17 +20,12 @@ def listed(path):
         return {line.strip() for line in f if line.strip() and not line.startswith("#")}
 
 
-def declared(path):
-    with open(path, encoding="utf-8") as f:
-        text = f.read()
-    text = re.sub(r"/\*.*?\*/", "", text, flags=re.S)
-    text = re.sub(r"//[^\n]*", "", text)
-    text = re.sub(r"#define[^\n]*", "", text)
-    names = set()
-    for declaration in re.findall(r"TAVREL_C_API\s+([^;{]*)", text):
-        name = re.search(r"(\w+)\s*(?:\(|\[|$)", declaration).group(1)
-        names.add(name if name.startswith("tavrel_") else "tavrel::" + name)
-    return names
+def declared(header):
+    """The header's names: C's as clang reads them, the C++ bridge's as tavrel::name."""
+    with open(header, encoding="utf-8") as f:
+        bridge = re.sub(r"/\*.*?\*/", "", f.read().partition("namespace tavrel {")[2], flags=re.S)
+    api, bridged = c_api.load(header), re.findall(r"TAVREL_C_API[^;(]*?(\w+)\(", bridge)
+    return {*api["functions"], *api["variables"], *("tavrel::" + name for name in bridged)}
 
 
 def exported(library):

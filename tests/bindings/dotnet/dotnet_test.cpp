@@ -49,15 +49,17 @@ TEST_F(DotnetBinding, ExampleGamePlaysTheGateAndExitsWithTheSession) {
   EXPECT_NE(game.out.find("the session may go on (on the main thread: True)"), std::string::npos) << game.out;
 
   const Shot page = picture(dir_.path() + "/dotnet_game_page.png");
-  ASSERT_EQ(page.window.width, 390);
-  ASSERT_EQ(page.window.height, 844);
+  ASSERT_EQ(std::pair(page.window.width, page.window.height), std::pair(390, 844));
   EXPECT_GT(page.count(isLoginOrange, 0, 844), 15000);  // the Login button
 
   // The marks (white, two thirds opaque, premultiplied) where the fingers ended; nothing elsewhere.
   const Shot play = picture(dir_.path() + "/dotnet_game_play.png");
   ASSERT_EQ(play.window.width, 390);
-  EXPECT_EQ(play.at(140, 300), 0xaaaaaau);
-  EXPECT_EQ(play.at(280, 500), 0xaaaaaau);
+  // Around each end: the moving watermark's text may cross a mark, never cover most of it.
+  const auto marked = [&](int x, int y) {
+    return play.count([](std::uint32_t rgb) { return rgb == 0xaaaaaau; }, y - 8, y + 8, x - 8, x + 8) > 128;
+  };
+  EXPECT_TRUE(marked(140, 300) && marked(280, 500));
   EXPECT_EQ(play.at(20, 20), 0u);
 
   std::string events;

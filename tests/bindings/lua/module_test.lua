@@ -21,16 +21,9 @@ local function run(command)
 end
 
 -- Drift: every declaration both ways, types compared as LuaJIT reads them.
-local api = assert(loadstring(run("python3 - '" .. here .. "/..' <<'EOF'\n" .. [[
-import json, sys
-sys.path.insert(0, sys.argv[1])
-import c_api
-def lua(v):
-    if isinstance(v, dict): return "{" + ",".join("[%s]=%s" % (lua(k), lua(x)) for k, x in v.items()) + "}"
-    if isinstance(v, list): return "{" + ",".join(lua(x) for x in v) + "}"
-    return json.dumps(v) if isinstance(v, str) else str(v)
-print("return " + lua(c_api.load()))
-]] .. "EOF")))()
+-- c_api.py's JSON as a Lua table (brackets in its strings only in variables' types, not compared).
+local json = run("python3 '" .. here .. "/../c_api.py'")
+local api = assert(loadstring("return " .. json:gsub("%[", "{"):gsub("%]", "}"):gsub('("[^"]*")%s*:', "[%1]=")))()
 local function spelled(types) -- C types as LuaJIT spells them, joined
   local out = {}
   for i, t in ipairs(types) do out[i] = tostring(ffi.typeof(t)) end
@@ -67,7 +60,6 @@ compare("struct", api.structs, declared.structs, function(h, d)
   for i, f in ipairs(d[2]) do got[i] = f[1] .. ": " .. spelled({f[2]}) end
   return table.concat(want, "; "), table.concat(got, "; ")
 end)
-for _, d in ipairs(declared.functions) do check(pcall(function() return tavrel.C[d[1]] end), d[1] .. " not exported") end
 
 -- Refusals: each raises naming the function, its status and the logged line, which the log
 -- callback gets as well.
@@ -76,8 +68,6 @@ local logged = {}
 tavrel.set_log_callback(function(line) logged[#logged + 1] = line end)
 check(pcall(tavrel.emit_input_event, {6, 0, 6, 3, 100, 200, 0}), "a right input event was refused")
 for _, case in ipairs({
-  {function() tavrel.show_touches() end, "tavrel_show_touches: not ready %(TAVREL_ERROR_NOT_READY%): no overlay"},
-  {function() tavrel.set_info_dictionary_json("[1]") end, "INVALID_ARGUMENT%): json is not a JSON object"},
   {function() tavrel.set_auth_token("\xc3(") end, "tavrel_set_auth_token: invalid UTF%-8 %(TAVREL_ERROR_INVALID_UTF8%)"},
   {function() tavrel.run_main_loop_for(-1) end, "^[^:]*module_test.lua:%d+: tavrel_run_main_loop_for: out of range"},
   {function() tavrel.emit_input_event({5, 0}) end, "tavrel_emit_input_event: invalid argument .*count %- 1"},
@@ -99,11 +89,12 @@ host:install()
 local screen = tavrel.screen_new()
 tavrel.initialise_overlay(screen, nil)
 tavrel.show_login_page(nil)
-for _ = 1, 50 do
+-- At rest once its view's frame starts at the top of the screen.
+local deadline = os.time() + 10
+repeat
   tavrel.run_main_loop_for(0.02)
-  if tavrel.is_login_page_visible() then break end
-end
-tavrel.run_main_loop_for(0.5) -- the page slides in
+  local arrived = tavrel.dump_view_tree():find('"LoginViewController"[^%]]-"frame": %[%s*0%.0,%s*0%.0,')
+until arrived or os.time() > deadline
 check(host:fingers_down(1, 5, 5) and host:fingers_up(1, 5, 5), "the page did not take a finger")
 check(host:tap_element("Tavrel username") and host:type_text("ann ñandú 東京"), "the field did not take the text")
 check(tavrel.dump_view_tree():find('"text": "ann ñandú 東京"', 1, true), "typed text not in the view tree")
@@ -111,7 +102,7 @@ check(tavrel.dump_view_tree():find('"text": "ann ñandú 東京"', 1, true), "ty
 -- A valid token's completion, queued by the library's thread, reaches Lua once, inside the loop.
 local tool = assert(os.getenv("TAVREL_TOOL"), "TAVREL_TOOL")
 local valid = string.rep("V", 48)
-local serve = io.popen("sh -c 'echo $$; exec \"$0\" serve --token " .. valid .. " --user ann:pw 2>&1' " .. tool)
+local serve = io.popen("sh -c 'echo $$; exec \"$0\" serve --token " .. valid .. " 2>&1' " .. tool)
 local pid, base, ca = serve:read("*l")
 local ok, err = pcall(function()
   repeat
@@ -139,7 +130,6 @@ local ok, err = pcall(function()
   end
   check(calls == 1 and not outside, ("completion called %d times, outside the loop: %s"):format(calls, outside))
   check(tostring(raised):find("raised in the completion"), "the completion's error came back as " .. tostring(raised))
-  check(not tavrel.is_login_page_visible(), "a valid token left the login page up")
   check(not host:fingers_down(2, 100, 100), "a finger on the game was taken")
 end)
 os.execute("kill " .. pid)

@@ -1,16 +1,21 @@
-"""The tavrel package against the built library. The library's state is the process's, so the tests
-run in the order written: refusals before any overlay exists, then a pygame window on SDL's dummy
-driver with its overlay, then the validation against tavrel serve."""
+"""The tavrel package from the source tree against the library CTest names in TAVREL_SDK_LIB. The
+library's state is the process's, so the tests run in the order written: refusals before any overlay
+exists, then a pygame window on SDL's dummy driver with its overlay, then the validation against
+tavrel serve."""
+import json
 import os
 import shutil
+import struct
 import subprocess
+import sys
 import threading
 import time
 
 import pytest
 
-from conftest import SOURCE, VALID_TOKEN
-
+SOURCE = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", "..", ".."))
+sys.path[:0] = [os.path.join(SOURCE, "bindings", "python"), os.path.join(SOURCE, "tests", "bindings")]
+VALID_TOKEN = "A" * 48
 os.environ.setdefault("SDL_VIDEODRIVER", "dummy")
 import pygame  # noqa: E402
 
@@ -42,60 +47,30 @@ def _matches(c, bound, enums):
 
 def test_declarations_match_the_header_both_ways():
     api = c_api.load()
-    header, bound = set(api["functions"]), set(_native.FUNCTIONS)
-    assert header - bound - set(_native.UNBOUND) == set(), "declared in tavrel.h, not bound"
-    assert bound - header == set(), "bound, not in tavrel.h"
-    faults = []
-
-    def check(what, c_types, bound_types):
-        bound = [_c_type(t) for t in bound_types]
-        if len(c_types) != len(bound) or not all(_matches(c, b, api["enums"]) for c, b in zip(c_types, bound)):
-            faults.append(f"{what}: {c_types} bound as {bound}")
-
-    for name, (result, parameters) in _native.FUNCTIONS.items():
-        check(name, [api["functions"][name]["result"], *api["functions"][name]["params"]], [result, *parameters])
-    for name, ctype in _native.CALLBACKS.items():
-        check(name, [api["callbacks"][name]["result"], *api["callbacks"][name]["params"]],
-              [ctype._restype_, *ctype._argtypes_])
-    for name, struct in _native.STRUCTS.items():
-        check(name, [t for _, t in api["structs"][name]], [t for _, t in struct._fields_])
-        if [f for f, _ in struct._fields_] != [f for f, _ in api["structs"][name]]:
-            faults.append(f"{name}: fields named otherwise")
-    assert faults == []
-    statuses = {value: name for name, value in api["enums"]["tavrel_status"].items()}
-    assert {statuses[code] for code in tavrel._ERRORS} == {n for n in statuses.values() if "ERROR" in n}
+    bound = {"functions": {name: [[result, *parameters]] for name, (result, parameters) in _native.FUNCTIONS.items()},
+             "callbacks": {name: [[t._restype_, *t._argtypes_]] for name, t in _native.CALLBACKS.items()},
+             "structs": {name: [[t for _, t in s._fields_]] for name, s in _native.STRUCTS.items()}}
+    for name in _native.UNBOUND:
+        del api["functions"][name]
+    assert c_api.compare(api, bound, lambda _, __, c, t: _matches(c, _c_type(t), api["enums"])) == []
+    assert {name: [f for f, _ in s._fields_] for name, s in _native.STRUCTS.items()} == {
+        name: [f for f, _ in fields] for name, fields in api["structs"].items()}
+    # Each error status raises its own class, named after it.
+    assert {code: error.__name__ for code, error in tavrel._ERRORS.items()} == {
+        value: name.title().replace("_", "").replace("TavrelError", "") + "Error"
+        for name, value in api["enums"]["tavrel_status"].items() if "ERROR" in name}
     assert {f"TAVREL_PIXELS_{f.name}": f.value for f in tavrel.PixelFormat} == {
         k: v for k, v in api["enums"]["tavrel_pixel_format"].items() if "MAX" not in k}
 
 
-def test_each_status_is_its_exception_with_the_line_logged():
-    off_main = []
-    tavrel.run_main_loop_for(0)  # this thread is the main thread
-    thread = threading.Thread(target=lambda: off_main.append(_raised(tavrel.is_login_page_visible)))
-    thread.start()
-    thread.join()
+def test_a_refusal_raises_with_the_line_logged():
     long_path = "/no/such/" + "d" * 300 + "/frame.png"  # a line longer than the first buffer
-    with tavrel.Host(40, 30, 1) as host:
-        cases = [
-            (_raised(tavrel.show_touches), tavrel.NotReadyError, "tavrel_show_touches: "),
-            (_raised(tavrel.set_documents_directory, None), tavrel.NullArgumentError, "tavrel_set_documents_directory: "),
-            (_raised(tavrel.set_auth_token, "\udcff"), tavrel.InvalidUtf8Error, "tavrel_set_auth_token: "),
-            (_raised(tavrel.run_main_loop_for, -1), tavrel.OutOfRangeError, "tavrel_run_main_loop_for: "),
-            (_raised(tavrel.set_info_dictionary_json, "[]"), tavrel.InvalidArgumentError, "tavrel_set_info_dictionary_json"),
-            (off_main[0], tavrel.WrongThreadError, "tavrel_is_login_page_visible: "),
-            (_raised(host.write_png, long_path), tavrel.FailedError, "tavrel_host_write_png: "),
-        ]
-    for error, kind, line in cases:
-        assert type(error) is kind and error.line.startswith(line) and str(error) == error.line, error
-    assert long_path in cases[-1][0].line
-
-
-def _raised(function, *arguments):
-    try:
-        function(*arguments)
-    except tavrel.Error as error:
-        return error
-    return None
+    with tavrel.Host(40, 30, 1) as host, pytest.raises(tavrel.FailedError) as failed:
+        host.write_png(long_path)
+    assert str(failed.value) == failed.value.line == "tavrel_host_write_png: could not write " + long_path
+    # A string with no UTF-8 form goes through as its bytes, for the library to refuse.
+    with pytest.raises(tavrel.InvalidUtf8Error):
+        tavrel.set_auth_token("\udcff")
 
 
 def test_non_ascii_text_both_ways():
@@ -116,8 +91,6 @@ def window():
 
 
 def test_fingers_follow_the_window_and_its_size(window):
-    with pytest.raises(tavrel.TooLateError):
-        tavrel.Host(40, 30).install()
     ground = (30, 90, 50)
 
     def mark_at(x, y, finger):
@@ -139,6 +112,21 @@ def test_fingers_follow_the_window_and_its_size(window):
     assert window.host.screen_size() == (640, 480, 1)
     taken, shown = mark_at(600, 440, 2)
     assert shown[0] > 150
+
+
+@pytest.fixture(scope="module")
+def serve():
+    """tavrel serve on 127.0.0.1 that accepts VALID_TOKEN, and its start lines by name."""
+    process = subprocess.Popen([os.environ["TAVREL_TOOL"], "serve", "--token", VALID_TOKEN],
+                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    banner = {}
+    while "launch-url" not in banner:
+        name, _, value = process.stdout.readline().rstrip("\n").partition(": ")
+        assert name, "tavrel serve did not start"
+        banner[name] = value
+    yield banner
+    process.terminate()
+    process.wait(10)
 
 
 def test_a_completion_comes_once_on_the_main_thread(serve):
@@ -180,3 +168,15 @@ def test_installs_into_a_fresh_venv_and_names_what_it_tried(tmp_path):
     run = subprocess.run([python, "-c", "import tavrel"], capture_output=True, text=True, cwd=tmp_path, env=nowhere)
     assert "LibraryNotFoundError: libtavrel_sdk not found; tried TAVREL_SDK_LIB (not set); beside the package" in run.stderr
     assert "pkg-config tavrel_sdk_c (no such package); the loader's path (libtavrel_sdk.so.1)" in run.stderr
+
+
+def test_the_login_page_example_writes_the_page(tmp_path):
+    png, tree = tmp_path / "login.png", tmp_path / "login.json"
+    subprocess.run([sys.executable, os.path.join(SOURCE, "examples", "python", "login_page.py"), "-o", str(png),
+                    "--tree", str(tree), "--size", "320x480", "--scale", "1.5"], check=True, timeout=60,
+                   env=dict(os.environ, PYTHONPATH=os.path.join(SOURCE, "bindings", "python")))
+    data = png.read_bytes()
+    assert data[12:16] == b"IHDR" and struct.unpack(">II", data[16:24]) == (480, 720)  # 320 x 480 points at 1.5
+    assert len(data) >= 100_000, "an empty frame packs into a few kilobytes: no page drawn"
+    page = json.loads(tree.read_text())["rootViewController"]["presentedViewController"] or {}
+    assert page.get("class") == "LoginViewController" and '"Login"' in json.dumps(page)

@@ -1,6 +1,7 @@
 #include <tavrel_sdk/ui.hpp>
 
 #include "login/login_view.hpp"
+#include "platform/base64.hpp"
 #include "platform/notification_center.hpp"
 #include "support/game_screen.hpp"
 
@@ -9,11 +10,33 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace tavrel {
 namespace {
+
+TEST(Base64Decoding, SkipsUnknownCharactersOnlyWhenAskedAndRejectsBadPadding) {
+  struct Case {
+    const char* text;
+    bool ignoreUnknown;
+    std::optional<std::string> expected;
+  };
+  const Case cases[] = {
+      {"TWFu", false, "Man"}, {"TWE=", false, "Ma"}, {"TQ==", false, "M"}, {"", false, ""},
+      {"+/+/", false, "\xFB\xFF\xBF"},
+      {"AAECAwQF/v8=", false, std::string("\x00\x01\x02\x03\x04\x05\xFE\xFF", 8)},
+      {"TW\nFu", false, std::nullopt},  // a line break is an unknown character like any other
+      {"TW\nFu", true, "Man"}, {" T*W\r\nF-u\xC3\xA9", true, "Man"}, {"TQ=\n=", true, "M"},
+      {"TWF", true, std::nullopt},  // three characters, four needed
+      {"TWFu=", false, std::nullopt}, {"TQ=A", false, std::nullopt}, {"TQ==TWFu", true, std::nullopt},
+      {"T===", false, std::nullopt},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(dataWithBase64EncodedString(c.text, c.ignoreUnknown), c.expected) << c.text << " " << c.ignoreUnknown;
+  }
+}
 
 // The userInfo of every post of one name with one object, for as long as it lives.
 struct Posts {

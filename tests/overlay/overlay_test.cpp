@@ -150,13 +150,6 @@ TEST_F(Overlay, TicksPlaceOneLabelPerItemAndTheSecondSwitchStartsNoSecondTimer) 
   EXPECT_EQ(labelXs(*overlay), (std::vector<float>{-4.666667f, 315.33334f, 635.33337f}));
   ticks(13);
   EXPECT_EQ(overlay->measured, 15);  // one timer: 15 ticks in a second
-
-  const auto& label = *overlay->textViews().front();
-  EXPECT_EQ(label.frame().size, CGSizeMake(300.0, 12.0));
-  EXPECT_EQ(*label.textColor(), *UIColor::whiteColor());
-  EXPECT_EQ(*label.backgroundColor(), *UIColor::clearColor());
-  EXPECT_EQ(label.font(), overlay->font());
-  EXPECT_EQ(overlay->subviews().size(), 3u);
 }
 
 TEST_F(Overlay, LabelPoolChangesAtItsEndOnly) {

@@ -1,18 +1,20 @@
-// Drawing: real Cairo frames read back by pixel, damage between frames, text measurement.
+// Drawing: real Cairo frames read back by pixel, damage between frames, text measurement and
+// the fonts a text is laid out in.
 
 #include <tavrel_sdk/ui.hpp>
 
 #include "support/game_screen.hpp"
 #include "support/tool_runner.hpp"
+#include "ui/embedded_fonts.hpp"
+#include "ui/text_layout.hpp"
 
 #include <cairo.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
 #include <functional>
-#include <sstream>
+#include <set>
 
 namespace tavrel {
 namespace {
@@ -81,27 +83,24 @@ class DrawingTest : public SimulatedGame {
     SimulatedGame::SetUp();
     useScreen({390, 844}, 2.0);
   }
-  // A 2 × 2 PNG file written by the toolkit itself: red, green / blue, white.
-  std::string quadPng() {
-    useScreen({2, 2}, 1.0);
-    addView(root(), CGRectMake(0, 0, 1, 1), UIColor::colorWithRed(1, 0, 0, 1));
-    addView(root(), CGRectMake(1, 0, 1, 1), UIColor::colorWithRed(0, 1, 0, 1));
-    addView(root(), CGRectMake(0, 1, 1, 1), UIColor::colorWithRed(0, 0, 1, 1));
-    addView(root(), CGRectMake(1, 1, 1, 1), UIColor::whiteColor());
-    testing::TemporaryDirectory dir;
-    EXPECT_FALSE(host().writePNG(dir.path() + "/missing/quad.png"));
-    EXPECT_TRUE(host().writePNG(dir.path() + "/quad.png"));
-    std::string png = testing::readFile(dir.path() + "/quad.png");
-    EXPECT_EQ(png.substr(24, 2), "\x08\x06") << "8 bits, RGBA";
-    EXPECT_FALSE(UIImage::imageWithData(png.substr(0, png.size() / 2)));
-    useScreen({390, 844}, 2.0);
-    return png;
-  }
   UIView& root() { return *game()->view(); }
 };
 
 TEST_F(DrawingTest, ViewsDrawTheirLayersAtTheScreensScale) {
-  auto image = std::make_shared<UIImageView>(UIImage::imageWithData(quadPng()));
+  // A 2 × 2 PNG file written by the toolkit itself: red, green / blue, white.
+  useScreen({2, 2}, 1.0);
+  addView(root(), CGRectMake(0, 0, 1, 1), UIColor::colorWithRed(1, 0, 0, 1));
+  addView(root(), CGRectMake(1, 0, 1, 1), UIColor::colorWithRed(0, 1, 0, 1));
+  addView(root(), CGRectMake(0, 1, 1, 1), UIColor::colorWithRed(0, 0, 1, 1));
+  addView(root(), CGRectMake(1, 1, 1, 1), UIColor::whiteColor());
+  testing::TemporaryDirectory dir;
+  EXPECT_FALSE(host().writePNG(dir.path() + "/missing/quad.png"));
+  ASSERT_TRUE(host().writePNG(dir.path() + "/quad.png"));
+  const std::string png = testing::readFile(dir.path() + "/quad.png");
+  EXPECT_EQ(png.substr(24, 2), "\x08\x06") << "8 bits, RGBA";
+  EXPECT_FALSE(UIImage::imageWithData(png.substr(0, png.size() / 2)));
+  auto image = std::make_shared<UIImageView>(UIImage::imageWithData(png));
+  useScreen({390, 844}, 2.0);
   addView(root(), CGRectMake(10, 10, 100, 100), UIColor::colorWithRed(1, 0, 0, 1));
   addView(root(), CGRectMake(150, 10, 100, 100), UIColor::colorWithRed(0, 0, 1, 1))->layer().setCornerRadius(30);
   auto bordered = addView(root(), CGRectMake(10, 150, 100, 100), UIColor::whiteColor());
@@ -169,8 +168,9 @@ TEST_F(DrawingTest, ControlsPlaceTheirTextAsThePlatformDoes) {
   const double textEnd = 10 + sizeWithAttributes("abc", {UIFont::systemFontOfSize(kLabelFontSize), nullptr}).width;
   EXPECT_THAT(pixelAt(frame, {textEnd + 1, 122}), IsRgba(0, 122, 255, 255));
   EXPECT_EQ(inkIn(frame, CGRectMake(textEnd + 3, 100, 100, 44)).maxAlpha, 0);
-  // The title: centred, in white by default.
+  // The title: centred, in white by default, not dimmed unless pressed.
   const Ink title = inkIn(frame, button->frame());
+  EXPECT_GE(title.maxAlpha, 250);
   EXPECT_NEAR(title.bounds.midX(), 110.0, 1.0);
   EXPECT_NEAR(title.bounds.midY(), 222.0, 2.0);
   EXPECT_LE(title.bounds.size.height, kButtonTitleFontSize * 1.2);
@@ -396,6 +396,50 @@ TEST(RenderGalleryTest, DrawsTheScreenAndItsTree) {
   ASSERT_TRUE(image);
   EXPECT_EQ(image->size(), CGSizeMake(844, 390));
   EXPECT_THAT(testing::readFile(tree), ::testing::HasSubstr("\"UIAlertController\""));
+}
+
+// Which fonts a text is laid out in: our faces for every character they have (Cyrillic among
+// them), the machine's fonts only for the others, and never an empty line.
+struct Laid {
+  int unknownGlyphs = 0;
+  std::set<std::string> families;
+  double width = 0.0;
+};
+
+Laid layOut(const std::string& text, bool bold = false) {
+  PangoLayout* layout =
+      text::measuringLayout(UIFont("DejaVu Sans", 17.0, false, bold ? UIFontWeightBold : UIFontWeightRegular), text);
+  Laid laid;
+  laid.unknownGlyphs = pango_layout_get_unknown_glyphs_count(layout);
+  for (GSList* run = pango_layout_get_line_readonly(layout, 0)->runs; run != nullptr; run = run->next) {
+    PangoFontDescription* description = pango_font_describe(static_cast<PangoGlyphItem*>(run->data)->item->analysis.font);
+    laid.families.insert(pango_font_description_get_family(description));
+    pango_font_description_free(description);
+  }
+  PangoRectangle logical;
+  pango_layout_get_extents(layout, nullptr, &logical);
+  laid.width = logical.width / static_cast<double>(PANGO_SCALE);
+  return laid;
+}
+
+TEST(TextFonts, OurFacesDrawEveryCharacterTheyHave) {
+  for (bool bold : {false, true}) {
+    const Laid cyrillic = layOut("2026:03:09T14:05:33+01:00-Игорь-Петров", bold);
+    EXPECT_EQ(cyrillic.unknownGlyphs, 0);
+    EXPECT_EQ(cyrillic.families, std::set<std::string>{text::kEmbeddedFamily});
+  }
+}
+
+TEST(TextFonts, CharactersOurFacesLackComeFromTheMachineOrAsBoxes) {
+  const Laid mixed = layOut("id-देवनागरी-1");
+  EXPECT_GT(mixed.width, layOut("id--1").width + 20.0);
+  if (mixed.unknownGlyphs > 0) {
+    EXPECT_EQ(mixed.families.count(text::kEmbeddedFamily), 1u);
+    GTEST_SKIP() << "no font on this machine has Devanagari: drawn as missing-glyph boxes";
+  }
+  // The Latin stays ours; only the Devanagari run is the machine's.
+  EXPECT_EQ(mixed.families.count(text::kEmbeddedFamily), 1u);
+  EXPECT_EQ(mixed.families.size(), 2u);
 }
 
 }  // namespace

@@ -17,8 +17,7 @@ TEST_F(PresentationTest, AnimatedPresentationAndDismissalTakePlatformTime) {
   for (bool animated : {true, false}) {
     SCOPED_TRACE(animated ? "animated" : "not animated");
     auto page = std::make_shared<Page>();
-    int presented = 0;
-    int dismissed = 0;
+    int presented = 0, dismissed = 0;
     game()->presentViewController(page, animated, [&] { ++presented; });
     EXPECT_EQ(game()->presentedViewController(), page);  // set when it starts
     EXPECT_EQ(page->presentingViewController(), game());
@@ -161,8 +160,10 @@ TEST_F(PresentationTest, TreeDumpShowsControllersViewsAndControls) {
   EXPECT_EQ(presented["class"], "UIAlertController");
   EXPECT_EQ(presented["actions"], nlohmann::json::parse(R"([{"title": "OK", "style": 1}])"));
   EXPECT_EQ(presented["presentedViewController"], nullptr);
-  // Somewhere in the alert's box: its button, with the action's title.
-  EXPECT_NE(presented["view"].dump().find(R"("currentTitle":"OK")"), std::string::npos);
+  // Somewhere in the alert's box: its button, with the action's title, and texts that wrap.
+  const std::string box = presented["view"].dump();
+  EXPECT_NE(box.find(R"("currentTitle":"OK")"), std::string::npos);
+  EXPECT_NE(box.find(R"("numberOfLines":0)"), std::string::npos);
 
   // A controller other than the root may present too: what it shows is not left out.
   game()->dismissViewControllerAnimated(false, nullptr);

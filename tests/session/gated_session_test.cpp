@@ -110,10 +110,14 @@ TEST_F(GatedSession, ASecondLoginAddsASecondTimerAndBothFire) {
   EXPECT_TRUE(pageUp()) << "timer B";
 }
 
-TEST_F(GatedSession, NullCompletions) {
-  sdk().setAuthToken(kValidToken);
-  sdk().validate(nullptr);
+TEST_F(GatedSession, ALaunchUrlBeforeValidateOnlyStoresTheTokenAndNullCompletionsAreNoCalls) {
+  sdk().processUrlRequest("mygame://validate?launchToken=" + kValidToken);
   sim().runUntilIdle();
+  EXPECT_EQ(server_.requestCount(), 0u);
+  std::atomic<int> calls{0};
+  sdk().validate([&](bool ok) { calls += ok; });
+  sim().runUntilIdle();
+  EXPECT_EQ(calls, 1);
   EXPECT_FALSE(pageUp());
 
   sdk().setAuthToken(kRefusedToken);
@@ -148,16 +152,6 @@ TEST_F(GatedSession, AValidLaunchUrlTakesThePageAwayWithoutAnimationAndStartsNoT
   sdk().processUrlRequest("mygame://validate?launchToken=" + kValidToken);
   sim().runUntilIdle();
   EXPECT_EQ(calls, 2) << "the game's completion again for each valid launch URL";
-}
-
-TEST_F(GatedSession, ALaunchUrlBeforeTheGamesValidateOnlyStoresTheToken) {
-  sdk().processUrlRequest("mygame://validate?launchToken=" + kValidToken);
-  sim().runUntilIdle();
-  EXPECT_EQ(server_.requestCount(), 0u);
-  std::atomic<int> calls{0};
-  sdk().validate([&](bool ok) { calls += ok; });
-  sim().runUntilIdle();
-  EXPECT_EQ(calls, 1);
 }
 
 TEST_F(GatedSession, WithoutAParentNoPageComesAndNothingIsCalled) {

@@ -182,23 +182,6 @@ TEST_F(GatedSession, TerminateWithPopupEndsTheProcessOnlyThroughItsButton) {
   EXPECT_EQ(sim().exitStatus(), 255);
 }
 
-// A service that takes the request and never answers: the platform's time-out, in virtual time.
-class SilentService : public GatedSession {
- protected:
-  SilentService() { simOptions.silentNetworkAfter = std::chrono::milliseconds(50); }
-};
-
-TEST_F(SilentService, NoAnswerIn60SecondsIsNo) {
-  server_.delayReplies(std::chrono::hours(1));
-  sdk().setAuthToken(kValidToken);
-  sdk().validate(nullptr);
-  sim().advance(59.5);
-  EXPECT_FALSE(pageUp());
-  sim().advance(1.0);
-  EXPECT_TRUE(pageUp());
-  EXPECT_EQ(server_.requestCount(), 0u) << "still held at the server";
-}
-
 TEST_F(GatedSession, TerminateFromAnotherThread) {
   std::thread([&] { sdk().terminate(); }).join();
   EXPECT_EQ(sim().exitStatus(), 255);

@@ -34,18 +34,6 @@ TEST(NotificationCenter, DeliversByNameAndObjectBeforeThePostReturns) {
   EXPECT_EQ(seen.size(), 2u);
 }
 
-TEST(NotificationCenter, AHandlerMayRemoveItselfWhileBeingDelivered) {
-  NotificationCenter center;
-  int observer = 0, calls = 0;
-  center.addObserver(&observer, "n", nullptr, [&](const Notification&) {
-    ++calls;
-    center.removeObserver(&observer);
-  });
-  center.postNotificationName("n", nullptr);
-  center.postNotificationName("n", nullptr);
-  EXPECT_EQ(calls, 1);
-}
-
 class Bundle : public testing::SimulatedSession {};
 
 TEST_F(Bundle, FirstSchemeOfTheFirstUrlType) {

@@ -166,22 +166,6 @@ TEST_F(GatedSession, WithoutAParentNoPageComesAndNothingIsCalled) {
   EXPECT_EQ(calls, 0);
 }
 
-TEST_F(GatedSession, TerminateWithPopupEndsTheProcessOnlyThroughItsButton) {
-  sdk().terminateWithPopup();
-  sim().runUntilIdle();
-  finishTransitions();
-  auto alert = std::dynamic_pointer_cast<UIAlertController>(game()->presentedViewController());
-  ASSERT_TRUE(alert);
-  EXPECT_EQ(alert->title(), "Tavrel by Orvane");
-  EXPECT_EQ(alert->message(), "Please start your gameplay session through the Tavrel iOS app!");
-  ASSERT_EQ(alert->actions().size(), 1u);
-  sim().advance(60.0);
-  EXPECT_FALSE(sim().exitStatus());
-  ASSERT_TRUE(host().tapElement("OK"));
-  finishTransitions();
-  EXPECT_EQ(sim().exitStatus(), 255);
-}
-
 TEST_F(GatedSession, TerminateFromAnotherThread) {
   std::thread([&] { sdk().terminate(); }).join();
   EXPECT_EQ(sim().exitStatus(), 255);

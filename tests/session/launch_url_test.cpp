@@ -51,7 +51,8 @@ TEST(LaunchUrl, OutsideTheFormatIsRecognisedNotFatal) {
   // A failed first decoding is inside the format: an empty dictionary.
   const std::pair<const char*, Outcome> cases[] = {
       {"g://Validate?launchToken=t", Outcome::NotForUs}, {"g://other?launchToken=t", Outcome::NotForUs},
-      {"not a url", Outcome::NotForUs},                  {"g://validate", Outcome::Malformed},
+      {"not a url", Outcome::NotForUs},                  {"g://validate?a b", Outcome::NotForUs},
+      {"g://validate", Outcome::Malformed},
       {"g://validate?", Outcome::Malformed},             {"g://validate?launchToken=t&gameEventUrl", Outcome::Malformed},
       {"g://validate?launchToken=%25zz", Outcome::Malformed}, {"g://validate?launchToken=%zz", Outcome::Parsed},
   };

@@ -29,6 +29,7 @@ TEST(NotificationCenter, DeliversByNameAndObjectBeforeThePostReturns) {
 
   center.removeObserver(&controller, "authenticate");
   center.postNotificationName("authenticate", &form);
+  EXPECT_EQ(seen.size(), 2u);
   center.removeObserver(&controller);
   center.postNotificationName("authenticateFailed", nullptr);
   EXPECT_EQ(seen.size(), 2u);

@@ -17,23 +17,17 @@
 
 namespace tavrel::testing {
 
-// A completion and the future of its call. A second call throws on the URL session's queue,
-// which ends the test program: "exactly once" needs no further check.
-struct Awaited {
-  Completion completion;
-  std::future<bool> result;
-
-  Awaited() {
-    auto promise = std::make_shared<std::promise<bool>>();
-    result = promise->get_future();
-    completion = [promise](bool value) { promise->set_value(value); };
-  }
-  bool get() {
-    const bool came = result.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
-    EXPECT_TRUE(came) << "no completion";
-    return came && result.get();
-  }
-};
+// What `start` passed its completion. A second call throws on the URL session's queue, which
+// ends the test program: "exactly once" needs no further check.
+template <typename Start>
+bool awaited(Start start) {
+  auto promise = std::make_shared<std::promise<bool>>();
+  auto result = promise->get_future();
+  start([promise](bool value) { promise->set_value(value); });
+  const bool came = result.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+  EXPECT_TRUE(came) << "no completion";
+  return came && result.get();
+}
 
 // Installs a Linux platform that sends the service's requests to `baseUrl`, trusting `caFile` alone.
 inline void point(const std::string& baseUrl, const std::string& caFile) {
@@ -52,14 +46,10 @@ class LoopbackServiceTest : public ::testing::Test {
   void TearDown() override { Platform::install(nullptr); }
 
   static bool validated(const std::optional<std::string>& token) {
-    Awaited call;
-    Validation::validate(token, call.completion);
-    return call.get();
+    return awaited([&](Completion done) { Validation::validate(token, done); });
   }
   static bool loggedIn(const std::string& user, const std::string& password, const std::string& scheme = "game") {
-    Awaited call;
-    Validation::loginWithUsername(user, password, scheme, call.completion);
-    return call.get();
+    return awaited([&](Completion done) { Validation::loginWithUsername(user, password, scheme, done); });
   }
 
   endpoint::HttpsServer server_;

@@ -8,12 +8,8 @@
 #include "support/tool_runner.hpp"
 
 #include <signal.h>
-#include <sys/wait.h>
 
 #include <array>
-#include <cstdio>
-#include <cstring>
-#include <map>
 #include <utility>
 
 namespace tavrel::testing {
@@ -65,6 +61,9 @@ TEST_F(ServeTest, AnswersTheLibraryEndToEnd) {
   EXPECT_EQ(send({upload, "PUT", {}, "GEV\n1\n"}).statusCode, 200);
   const std::string path = upload.substr(base.size());
   EXPECT_EQ(readFile(uploads.path() + "/" + endpoint::HttpsServer::uploadFileName(path)), "GEV\n1\n");
+  // Each upload is kept under its path, flat, with no way out of the folder.
+  EXPECT_EQ(std::tuple(endpoint::HttpsServer::uploadFileName("/s1/g.evt?x=1"), endpoint::HttpsServer::uploadFileName("/..")),
+            std::tuple("s1_g.evt_x_1", "__"));
   // Bodies other than the library's: refused, not a crash.
   for (const char* body : {"", "[]", R"({"username":"alice","password":"pa:ss"})",
                            R"({"username":"alice","password":1,"urlScheme":"g"})"}) {

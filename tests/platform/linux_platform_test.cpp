@@ -10,12 +10,16 @@ namespace tavrel {
 namespace {
 
 // The real main loop: order and thread are what matter here, never how long things took.
-TEST(LinuxPlatform, MainLoopRunsBlocksInOrderAndTimersOnTheLoopThread) {
+TEST(LinuxPlatform, MainLoopAndSerialQueuesRunBlocksInOrderAndTimersOnTheLoopThreadTillInvalidated) {
   auto platform = Platform::makeLinux();
-  std::vector<int> order;
+  std::vector<int> order, queued;
   std::thread([&] {
     for (int i = 0; i < 50; ++i) platform->dispatchAsyncMain([&order, i] { order.push_back(i); });
   }).join();
+  auto queue = platform->makeSerialQueue("order");
+  std::atomic<bool> done{false};
+  for (int i = 0; i < 100; ++i) queue->async([&queued, i] { queued.push_back(i); });
+  queue->async([&] { done = true; });
   std::atomic<int> firings{0};
   std::thread::id firedOn;
   auto timer = platform->scheduledTimer(0.001, [&] {
@@ -27,25 +31,16 @@ TEST(LinuxPlatform, MainLoopRunsBlocksInOrderAndTimersOnTheLoopThread) {
   ASSERT_EQ(order.size(), 50u);
   for (int i = 0; i < 50; ++i) EXPECT_EQ(order[i], i);
   EXPECT_EQ(firedOn, std::this_thread::get_id());
-}
-
-TEST(LinuxPlatform, InvalidatedTimersStopAndSerialQueuesKeepOrder) {
-  auto platform = Platform::makeLinux();
-  std::atomic<int> firings{0};
-  auto timer = platform->scheduledTimer(0.001, [&] { ++firings; });
-  while (firings == 0) platform->runMainLoopFor(0.005);
-  timer->invalidate();
-  const int seen = firings;
-  platform->runMainLoopFor(0.02);
-  EXPECT_EQ(firings, seen);
-
-  auto queue = platform->makeSerialQueue("order");
-  std::vector<int> order;
-  std::atomic<bool> done{false};
-  for (int i = 0; i < 100; ++i) queue->async([&order, i] { order.push_back(i); });
-  queue->async([&] { done = true; });
   while (!done) std::this_thread::yield();
-  for (int i = 0; i < 100; ++i) EXPECT_EQ(order[i], i);
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(queued[i], i);
+
+  std::atomic<int> stopped{0};
+  auto invalidated = platform->scheduledTimer(0.001, [&] { ++stopped; });
+  while (stopped == 0) platform->runMainLoopFor(0.005);
+  invalidated->invalidate();
+  const int seen = stopped;
+  platform->runMainLoopFor(0.02);
+  EXPECT_EQ(stopped, seen);
 }
 
 TEST(Platform, InstalledPlatformIsTheCurrentOneUntilReplaced) {

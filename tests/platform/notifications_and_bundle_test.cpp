@@ -29,21 +29,10 @@ TEST(NotificationCenter, DeliversByNameAndObjectBeforeThePostReturns) {
 
   center.removeObserver(&controller, "authenticate");
   center.postNotificationName("authenticate", &form);
+  EXPECT_EQ(seen.size(), 2u);
   center.removeObserver(&controller);
   center.postNotificationName("authenticateFailed", nullptr);
   EXPECT_EQ(seen.size(), 2u);
-}
-
-TEST(NotificationCenter, AHandlerMayRemoveItselfWhileBeingDelivered) {
-  NotificationCenter center;
-  int observer = 0, calls = 0;
-  center.addObserver(&observer, "n", nullptr, [&](const Notification&) {
-    ++calls;
-    center.removeObserver(&observer);
-  });
-  center.postNotificationName("n", nullptr);
-  center.postNotificationName("n", nullptr);
-  EXPECT_EQ(calls, 1);
 }
 
 class Bundle : public testing::SimulatedSession {};

@@ -1,6 +1,5 @@
 #include "platform/json.hpp"
 #include "platform/strings.hpp"
-#include "platform/url.hpp"
 
 #include <gtest/gtest.h>
 
@@ -55,16 +54,6 @@ TEST(ReplacingOccurrences, ReplacesLeftToRightWithoutRescanning) {
   EXPECT_EQ(replacingOccurrences("a+b+c", "+", "%2B"), "a%2Bb%2Bc");
   EXPECT_EQ(replacingOccurrences("aaa", "aa", "a"), "aa");
   EXPECT_EQ(replacingOccurrences("x", "", "y"), "x");
-}
-
-TEST(Url, TakesAnySchemeAndKeepsTheHostAsWritten) {
-  auto url = Url::URLWithString("mygame://validate?launchToken=x||y");
-  ASSERT_TRUE(url);
-  EXPECT_EQ(url->host(), "validate");
-  EXPECT_EQ(url->absoluteString(), "mygame://validate?launchToken=x||y");
-  EXPECT_EQ(Url::URLWithString("mygame://Validate?x=1")->host(), "Validate");
-  EXPECT_FALSE(Url::URLWithString("mygame://validate?a b"));
-  EXPECT_FALSE(Url::URLWithString("not a url"));
 }
 
 TEST(BoolValue, ReadsNumbersAndStringsLikeThePlatform) {

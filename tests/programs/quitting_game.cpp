@@ -1,7 +1,5 @@
-// A game that quits while the library is busy: it gates its session against the service at
-// BASE_URL, records events for upload there, draws the watermark, then quits after WAIT_MS of
-// its main loop in one of the ways a game quits. Its exit status must be the one it asked for.
-//
+// A game that gates its session against BASE_URL, records events for upload there, draws the
+// watermark, and quits after WAIT_MS of its main loop in one of the ways a game quits.
 //   quitting_game BASE_URL CA_FILE DOCUMENTS_DIR WAIT_MS return|exit|exit-thread|terminate
 
 #include <tavrel_sdk/tavrel_sdk.hpp>

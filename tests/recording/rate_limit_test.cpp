@@ -38,8 +38,7 @@ TEST_F(RateLimit, RunsOfFiveEndExactly1000MillisecondsAfterTheirLastAcceptedEven
   EXPECT_EQ(emitAt({0, 300, 600, 900, 1200, 1500, 1800, 2100, 2400, 2700, 2701, 2702, 2703, 3702, 3703}),
             (std::vector<bool>{true, true, true, true, true, false, false, false, true, true, true, true, true, false,
                                true}));
-  EXPECT_EQ(_eventsSinceLastUpdate.load(), 1);
-  EXPECT_EQ(_lastUpdated.load(), originMs() + 3703);
+  EXPECT_EQ(std::pair(_eventsSinceLastUpdate.load(), _lastUpdated.load()), std::pair(1, originMs() + 3703));
 }
 
 TEST_F(RateLimit, ClockSteppingBackDoesNotEndARun) {
@@ -53,8 +52,7 @@ TEST_F(RateLimit, ClockSteppingBackDoesNotEndARun) {
   // Within a run an accepted event takes the clock's value even when it went back.
   sim().stepWallClock(-5.0);
   EXPECT_EQ(emitAt({6100}), std::vector<bool>{true});
-  EXPECT_EQ(_lastUpdated.load(), originMs() - 3900);
-  EXPECT_EQ(_eventsSinceLastUpdate.load(), 2);
+  EXPECT_EQ(std::pair(_eventsSinceLastUpdate.load(), _lastUpdated.load()), std::pair(2, originMs() - 3900));
 }
 
 TEST_F(RateLimit, DroppedEmptyOrUnconfiguredEventsTouchNothing) {
@@ -65,16 +63,15 @@ TEST_F(RateLimit, DroppedEmptyOrUnconfiguredEventsTouchNothing) {
   _lastUpdated = originMs();
   _eventsSinceLastUpdate = 5;
   sdk().emitInputEvent({1, 0});
-  EXPECT_FALSE(std::filesystem::exists(inputEventPath()));
-  EXPECT_TRUE(_firstWriteToInputEventFile.load());
-  EXPECT_FALSE(_hasUpdatedInputEvents.load());
+  EXPECT_EQ(std::tuple(std::filesystem::exists(inputEventPath()), _firstWriteToInputEventFile.load(),
+                       _hasUpdatedInputEvents.load()),
+            std::tuple(false, true, false));
 
   _recordingStartedAt = -1;
   _eventsSinceLastUpdate = 0;
   sdk().emitInputEvent({1, 0});
   EXPECT_EQ(sim().logLines(), std::vector<std::string>{"SDK > inputEvents not configured"});
-  EXPECT_EQ(_eventsSinceLastUpdate.load(), 0);
-  EXPECT_EQ(_lastUpdated.load(), originMs());
+  EXPECT_EQ(std::pair(_eventsSinceLastUpdate.load(), _lastUpdated.load()), std::pair(0, originMs()));
 }
 
 }  // namespace

@@ -18,13 +18,12 @@ class Uploads : public RecordingTest {
 
   // Both logs recording to the server, with one event each written.
   void recordOneEventEach() {
-    initialise(gameUrl(), inputUrl(), originMs());
+    initialise(gameUrl(), server_.url("/i.evt"), originMs());
     sdk().emitGameEvent("jump", "level-1");
     sdk().emitInputEvent({3, 0, 7, 1});
   }
 
   std::string gameUrl() { return server_.url("/g.evt?sig=a%2Bb&exp=9"); }
-  std::string inputUrl() { return server_.url("/i.evt"); }
   std::string gameName() { return _gameEventFilename.get().value_or(""); }
 
   // Calls uploadFileToUrl on the main thread; the result lands in the returned slot.
@@ -46,17 +45,15 @@ TEST_F(Uploads, PassSendsEachChangedFileWholeAndA200ClearsItsFlag) {
   const auto requests = server_.requests();
   ASSERT_EQ(requests.size(), 2u);
   for (const auto& request : requests) {
-    EXPECT_EQ(request.method, "PUT");
-    EXPECT_EQ(request.header("Content-Type"), "application/octet-stream");
-    EXPECT_FALSE(request.header("Authorization"));
-    EXPECT_EQ(request.body, readFile(request.path == "/g.evt" ? gameEventPath() : inputEventPath()));
+    EXPECT_EQ(std::tuple(request.method, request.header("Content-Type"), request.header("Authorization"), request.body),
+              std::tuple("PUT", "application/octet-stream", std::nullopt,
+                         readFile(request.path == "/g.evt" ? gameEventPath() : inputEventPath())));
   }
   EXPECT_EQ((requests[0].path == "/g.evt" ? requests[0] : requests[1]).target, "/g.evt?sig=a%2Bb&exp=9");
   EXPECT_EQ(logs("SDK > "),
             (std::vector<std::string>{"SDK > Uploading " + gameName() + " to " + gameUrl(),
-                                      "SDK > Uploading " + _inputEventFilename.get().value() + " to " + inputUrl()}));
-  EXPECT_FALSE(_hasUpdatedGameEvents.load());
-  EXPECT_FALSE(_hasUpdatedInputEvents.load());
+                                      "SDK > Uploading " + _inputEventFilename.get().value() + " to " + server_.url("/i.evt")}));
+  EXPECT_EQ(std::pair(_hasUpdatedGameEvents.load(), _hasUpdatedInputEvents.load()), std::pair(false, false));
   advanceToMs(60000);
   EXPECT_EQ(server_.requestCount(), 2u) << "clean files are not sent again";
 
@@ -116,8 +113,7 @@ TEST_F(Uploads, NoReplyOrNoUrlFailsTwiceWithAPauseAfterEach) {
   server_.clearRequests();
   advanceToMs(40000);
   EXPECT_EQ(server_.requestCount(), 4u);
-  EXPECT_TRUE(_hasUpdatedGameEvents.load());
-  EXPECT_TRUE(_hasUpdatedInputEvents.load());
+  EXPECT_EQ(std::pair(_hasUpdatedGameEvents.load(), _hasUpdatedInputEvents.load()), std::pair(true, true));
 
   // The retry reads the file anew, with what was written during the pause.
   server_.resetControls();

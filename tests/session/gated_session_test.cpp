@@ -110,10 +110,14 @@ TEST_F(GatedSession, ASecondLoginAddsASecondTimerAndBothFire) {
   EXPECT_TRUE(pageUp()) << "timer B";
 }
 
-TEST_F(GatedSession, NullCompletions) {
-  sdk().setAuthToken(kValidToken);
-  sdk().validate(nullptr);
+TEST_F(GatedSession, ALaunchUrlBeforeValidateOnlyStoresTheTokenAndNullCompletionsAreNoCalls) {
+  sdk().processUrlRequest("mygame://validate?launchToken=" + kValidToken);
   sim().runUntilIdle();
+  EXPECT_EQ(server_.requestCount(), 0u);
+  std::atomic<int> calls{0};
+  sdk().validate([&](bool ok) { calls += ok; });
+  sim().runUntilIdle();
+  EXPECT_EQ(calls, 1);
   EXPECT_FALSE(pageUp());
 
   sdk().setAuthToken(kRefusedToken);
@@ -150,16 +154,6 @@ TEST_F(GatedSession, AValidLaunchUrlTakesThePageAwayWithoutAnimationAndStartsNoT
   EXPECT_EQ(calls, 2) << "the game's completion again for each valid launch URL";
 }
 
-TEST_F(GatedSession, ALaunchUrlBeforeTheGamesValidateOnlyStoresTheToken) {
-  sdk().processUrlRequest("mygame://validate?launchToken=" + kValidToken);
-  sim().runUntilIdle();
-  EXPECT_EQ(server_.requestCount(), 0u);
-  std::atomic<int> calls{0};
-  sdk().validate([&](bool ok) { calls += ok; });
-  sim().runUntilIdle();
-  EXPECT_EQ(calls, 1);
-}
-
 TEST_F(GatedSession, WithoutAParentNoPageComesAndNothingIsCalled) {
   sdk().setParentViewController(nullptr);
   sdk().setAuthToken(kRefusedToken);
@@ -170,39 +164,6 @@ TEST_F(GatedSession, WithoutAParentNoPageComesAndNothingIsCalled) {
   EXPECT_FALSE(pageUp());
   EXPECT_EQ(game()->presentedViewController(), nullptr);
   EXPECT_EQ(calls, 0);
-}
-
-TEST_F(GatedSession, TerminateWithPopupEndsTheProcessOnlyThroughItsButton) {
-  sdk().terminateWithPopup();
-  sim().runUntilIdle();
-  finishTransitions();
-  auto alert = std::dynamic_pointer_cast<UIAlertController>(game()->presentedViewController());
-  ASSERT_TRUE(alert);
-  EXPECT_EQ(alert->title(), "Tavrel by Orvane");
-  EXPECT_EQ(alert->message(), "Please start your gameplay session through the Tavrel iOS app!");
-  ASSERT_EQ(alert->actions().size(), 1u);
-  sim().advance(60.0);
-  EXPECT_FALSE(sim().exitStatus());
-  ASSERT_TRUE(host().tapElement("OK"));
-  finishTransitions();
-  EXPECT_EQ(sim().exitStatus(), 255);
-}
-
-// A service that takes the request and never answers: the platform's time-out, in virtual time.
-class SilentService : public GatedSession {
- protected:
-  SilentService() { simOptions.silentNetworkAfter = std::chrono::milliseconds(50); }
-};
-
-TEST_F(SilentService, NoAnswerIn60SecondsIsNo) {
-  server_.delayReplies(std::chrono::hours(1));
-  sdk().setAuthToken(kValidToken);
-  sdk().validate(nullptr);
-  sim().advance(59.5);
-  EXPECT_FALSE(pageUp());
-  sim().advance(1.0);
-  EXPECT_TRUE(pageUp());
-  EXPECT_EQ(server_.requestCount(), 0u) << "still held at the server";
 }
 
 TEST_F(GatedSession, TerminateFromAnotherThread) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// Runs the built tavrel tool (its path comes in the environment variable TAVREL_TOOL).
+// Runs the built tavrel tool (its path in the environment variable TAVREL_TOOL), or any program.
 
 #include "support/sandbox.hpp"
 
@@ -22,12 +22,11 @@ struct ToolRun {
 // The tool's path, or empty when TAVREL_TOOL is not set.
 std::string toolPath();
 
-// Runs the tool with these arguments (no shell involved) and waits for it. `environment` holds
-// NAME=VALUE entries set for the tool on top of this process's environment.
+// Runs the tool (no shell involved) and waits for it. `environment` holds NAME=VALUE entries set
+// on top of this process's environment.
 ToolRun runTool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {});
 
-// Runs any program so: `program` is a path, or a name looked up in PATH. One still running
-// after `limit` is killed (status -1).
+// Runs any program so, by path or by name in PATH; one still running after `limit` is killed (-1).
 ToolRun runProgram(const std::string& program, const std::vector<std::string>& arguments,
                    const std::vector<std::string>& environment = {},
                    std::chrono::milliseconds limit = std::chrono::minutes(5));

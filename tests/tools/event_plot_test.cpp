@@ -22,35 +22,6 @@ std::string moved(std::int32_t t, std::int32_t mark, std::int32_t x, std::int32_
 }
 std::string ended(std::int32_t t, std::int32_t mark) { return words({t, 4, 0, 7, mark}); }
 
-class PlotPixels {
- public:
-  explicit PlotPixels(const EventPlot& plot)
-      : surface_(cairo_image_surface_create(CAIRO_FORMAT_RGB24, 1000, 720), cairo_surface_destroy),
-        layout_(cli::layoutEventPlot(plot, CGRectMake(0, 0, 1000, 720))) {
-    cairo_t* cr = cairo_create(surface_.get());
-    cli::drawEventPlot(cr, CGRectMake(0, 0, 1000, 720), plot);
-    cairo_destroy(cr);
-    cairo_surface_flush(surface_.get());
-  }
-  const cli::EventPlotLayout& layout() const { return layout_; }
-
-  // The colour at a touch's place (or between two), as 0…1 components.
-  CGColorRef at(CGPoint p) const {
-    const auto* data = cairo_image_surface_get_data(surface_.get());
-    const int stride = cairo_image_surface_get_stride(surface_.get());
-    const auto pixel = *reinterpret_cast<const std::uint32_t*>(data + static_cast<int>(p.y) * stride +
-                                                              static_cast<int>(p.x) * 4);
-    return {((pixel >> 16) & 255) / 255.0, ((pixel >> 8) & 255) / 255.0, (pixel & 255) / 255.0, 1};
-  }
-  CGColorRef between(CGPoint a, CGPoint b, double share) const {
-    return at({a.x + (b.x - a.x) * share, a.y + (b.y - a.y) * share});
-  }
-
- private:
-  std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> surface_;
-  cli::EventPlotLayout layout_;
-};
-
 bool near(const CGColorRef& a, const CGColorRef& b, double tolerance = 0.08) {
   return std::abs(a.red - b.red) < tolerance && std::abs(a.green - b.green) < tolerance &&
          std::abs(a.blue - b.blue) < tolerance;
@@ -68,34 +39,47 @@ TEST(EventPlot, TellsFingersTracksAndDroppedRunsApartOnALandscapeScreen) {
                             moved(500, -1, 60000, 60000) + ended(600, -1);
   const std::string game = kHeader + "{\"a\": \"1\", \"e\": \"level\", \"t\": 0}\n";
   const EventPlot plot = cli::makeEventPlot({{"i.evt", readEventFile(input)}, {"g.evt", readEventFile(game)}}, {390, 844});
-  const PlotPixels pixels(plot);
-  const auto& layout = pixels.layout();
+  const CGRect bounds = CGRectMake(0, 0, 1000, 720);
+  const cli::EventPlotLayout layout = cli::layoutEventPlot(plot, bounds);
+  const std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> surface(
+      cairo_image_surface_create(CAIRO_FORMAT_RGB24, 1000, 720), cairo_surface_destroy);
+  cairo_t* cr = cairo_create(surface.get());
+  cli::drawEventPlot(cr, bounds, plot);
+  cairo_destroy(cr);
+  cairo_surface_flush(surface.get());
+  // The colour a share of the way from one point to another, as 0…1 components.
+  const auto between = [&](CGPoint a, CGPoint b, double share) -> CGColorRef {
+    const unsigned char* row = cairo_image_surface_get_data(surface.get()) +
+                               static_cast<int>(a.y + (b.y - a.y) * share) * cairo_image_surface_get_stride(surface.get());
+    const auto pixel = reinterpret_cast<const std::uint32_t*>(row)[static_cast<int>(a.x + (b.x - a.x) * share)];
+    return {((pixel >> 16) & 255) / 255.0, ((pixel >> 8) & 255) / 255.0, (pixel & 255) / 255.0, 1};
+  };
   ASSERT_TRUE(layout.landscape);
   EXPECT_GT(layout.screen.size.width, layout.screen.size.height * 2);
 
   const CGColorRef blue = cli::fingerColor(0), orange = cli::fingerColor(1), grey = cli::fingerColor(-1);
   ASSERT_FALSE(near(blue, orange));
   const auto point = [&](std::int32_t x, std::int32_t y) { return layout.touchPoint(x, y); };
-  const CGColorRef ground = pixels.between(point(40000, 30000), point(40000, 30000), 0);
+  const CGColorRef ground = between(point(40000, 30000), point(40000, 30000), 0);
 
   // A solid track between records 50 ms apart, in the finger's colour.
-  EXPECT_TRUE(near(pixels.between(point(10000, 20000), point(20000, 20000), 0.5), blue));
+  EXPECT_TRUE(near(between(point(10000, 20000), point(20000, 20000), 0.5), blue));
   // The reused mark starts a new track: nothing joins the first one's end to its start.
-  EXPECT_TRUE(near(pixels.between(point(10000, 50000), point(30000, 50000), 0.5), blue));
-  EXPECT_TRUE(near(pixels.between(point(30000, 20000), point(10000, 50000), 0.5), ground));
+  EXPECT_TRUE(near(between(point(10000, 50000), point(30000, 50000), 0.5), blue));
+  EXPECT_TRUE(near(between(point(30000, 20000), point(10000, 50000), 0.5), ground));
   // The dropped run is dashed: some of it is the finger's colour, some the screen between.
   int coloured = 0, gaps = 0;
   for (double share = 0.2; share < 0.8; share += 0.01) {
-    const CGColorRef c = pixels.between(point(50000, 10000), point(50000, 40000), share);
+    const CGColorRef c = between(point(50000, 10000), point(50000, 40000), share);
     coloured += !near(c, ground, 0.05) && c.red > c.blue;
     gaps += near(c, ground, 0.05);
   }
   EXPECT_GT(coloured, 10);
   EXPECT_GT(gaps, 10);
-  EXPECT_TRUE(near(pixels.between(point(50000, 10000), point(50000, 10000), 0), orange));
+  EXPECT_TRUE(near(between(point(50000, 10000), point(50000, 10000), 0), orange));
   // The finger without a mark is a grey dot, joined to nothing.
-  EXPECT_TRUE(near(pixels.at(point(60000, 60000)), grey));
-  EXPECT_TRUE(near(pixels.between(point(50000, 40000), point(60000, 60000), 0.5), ground));
+  EXPECT_TRUE(near(between(point(60000, 60000), point(60000, 60000), 0), grey));
+  EXPECT_TRUE(near(between(point(50000, 40000), point(60000, 60000), 0.5), ground));
   // The time line runs from the game event at 0 to the last record.
   EXPECT_EQ(layout.firstMs, 0);
   EXPECT_EQ(layout.lastMs, 3100);

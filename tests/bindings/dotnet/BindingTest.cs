@@ -1,5 +1,6 @@
 // The C# binding under Mono against the built library and a running `tavrel serve`
-// (TAVREL_CA_FILE, TAVREL_SERVICE_URL, TAVREL_VALID_TOKEN). Exit status 0 when every check held.
+// (TAVREL_CA_FILE, TAVREL_SERVICE_URL, TAVREL_VALID_TOKEN, its log TAVREL_SERVE_LOG). Exit status
+// 0 when every check held.
 //   mono binding_test.exe               the checks
 //   mono binding_test.exe declarations  the binding's declarations as JSON, for drift_test.py
 using System;
@@ -61,10 +62,7 @@ static class BindingTest {
     }
   }
 
-  static Status? StatusOf(Action call) {
-    var refusal = Refused(call);
-    return refusal == null ? (Status?)null : refusal.Status;
-  }
+  static Status? StatusOf(Action call) { return Refused(call)?.Status; }
 
   // The main loop until the condition holds or 20 s have passed.
   static bool Until(Func<bool> condition) {
@@ -75,10 +73,10 @@ static class BindingTest {
   static bool Throws<T>(Action call) where T : Exception {
     try {
       call();
+      return false;
     } catch (T) {
       return true;
     }
-    return false;
   }
 
   // Refusals as exceptions with the line the library logged, that line from the loop when it
@@ -151,7 +149,10 @@ static class BindingTest {
     var calls = new List<int>();
     Validate(calls);
     for (int yes = 1; yes <= 2; ++yes) {
-      Thread.Sleep(300);  // the reply comes meanwhile and waits for the loop
+      // The service has answered this yes: the reply waits for the loop meanwhile.
+      var log = Environment.GetEnvironmentVariable("TAVREL_SERVE_LOG");
+      for (var end = DateTime.UtcNow.AddSeconds(20); DateTime.UtcNow < end && Regex.Matches(
+               System.IO.File.ReadAllText(log), "GET /m/launch/project/validate 200").Count < yes;) Thread.Sleep(20);
       GC.Collect();
       GC.WaitForPendingFinalizers();
       bool thrown = Throws<InvalidOperationException>(() => Until(() => calls.Count >= yes));

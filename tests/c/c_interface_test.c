@@ -4,7 +4,6 @@
 
 #include <tavrel_sdk/tavrel.h>
 
-#include <ftw.h>
 #include <math.h>
 #include <pthread.h>
 #include <signal.h>
@@ -130,15 +129,25 @@ static size_t last_damage_count;
 
 static void on_frame(const tavrel_frame *frame, void *user_data) { *(size_t *)user_data = frame->damage_count; }
 
-static void *call_off_main_thread(void *result) {
+/* A main-thread call made on another thread: its status, and the line that thread reads back. */
+struct off_main {
+  tavrel_status status;
+  char line[128];
+};
+
+static void *off_main_thread(void *out) {
   bool visible;
-  *(tavrel_status *)result = tavrel_is_login_page_visible(&visible);
+  ((struct off_main *)out)->status = tavrel_is_login_page_visible(&visible);
+  tavrel_last_error(((struct off_main *)out)->line, sizeof ((struct off_main *)out)->line);
   return NULL;
 }
 
-static int remove_entry(const char *path, const struct stat *st, int flag, struct FTW *ftw) {
-  (void)st, (void)flag, (void)ftw;
-  return remove(path);
+static struct off_main call_off_main_thread(void) {
+  struct off_main out = {TAVREL_OK, ""};
+  pthread_t thread;
+  pthread_create(&thread, NULL, off_main_thread, &out);
+  pthread_join(thread, NULL);
+  return out;
 }
 
 /* Each refusal before any screen exists: the status and its one log line. */
@@ -156,11 +165,7 @@ static void refusals_before_the_screen(void) {
                  "tavrel_emit_input_event: count must be at least 1");
   CHECK(tavrel_emit_input_event(framed, 3) == TAVREL_OK && tavrel_emit_input_event(alone, 1) == TAVREL_OK);
 
-  tavrel_status off_main = TAVREL_OK;
-  pthread_t thread;
-  pthread_create(&thread, NULL, call_off_main_thread, &off_main);
-  pthread_join(thread, NULL);
-  EXPECT_REFUSAL(off_main, TAVREL_ERROR_WRONG_THREAD, "tavrel_is_login_page_visible: main thread only");
+  EXPECT_REFUSAL(call_off_main_thread().status, TAVREL_ERROR_WRONG_THREAD, "tavrel_is_login_page_visible: main thread only");
   CHECK(strcmp(tavrel_status_text((tavrel_status)42), "unknown status") == 0);
 }
 
@@ -236,12 +241,6 @@ static void the_gate(tavrel_host *host) {
   CHECK(tavrel_host_is_covered(host, &covered) == TAVREL_OK && !covered);
 }
 
-static void *refuse_off_main_thread(void *line) {
-  tavrel_emit_input_event(NULL, 1);
-  tavrel_last_error(line, 128);
-  return NULL;
-}
-
 /* A game whose runtime owns its threads: completions and log lines come from its loop. */
 static void callbacks_from_the_loop(const char *launch) {
   EXPECT_REFUSAL(tavrel_set_callback_delivery((tavrel_callback_delivery)2), TAVREL_ERROR_OUT_OF_RANGE, "");
@@ -258,17 +257,13 @@ static void callbacks_from_the_loop(const char *launch) {
   CHECK(atomic_load(&validated_calls) == 2 && atomic_load(&validated_on_main_thread));
 
   /* A refusal on another thread: its line waits for the loop, and that thread reads it back. */
-  pthread_t thread;
-  char off_main[128] = "";
   on_log("", NULL);
-  pthread_create(&thread, NULL, refuse_off_main_thread, off_main);
-  pthread_join(thread, NULL);
-  CHECK(strcmp(off_main, "tavrel_emit_input_event: words is NULL") == 0);
+  CHECK(strncmp(call_off_main_thread().line, "tavrel_is_login_page_visible: main thread only", 46) == 0);
   pthread_mutex_lock(&log_mutex);
-  CHECK(last_line[0] == '\0');
+  CHECK(last_line[0] == '\0'); /* the line waits for the loop */
   pthread_mutex_unlock(&log_mutex);
   tavrel_run_main_loop_for(0);
-  EXPECT_REFUSAL(TAVREL_OK, TAVREL_OK, "tavrel_emit_input_event: words is NULL");
+  EXPECT_REFUSAL(TAVREL_OK, TAVREL_OK, "tavrel_is_login_page_visible: main thread only");
   CHECK(tavrel_set_callback_delivery(TAVREL_DELIVER_WHERE_THEY_ARISE) == TAVREL_OK);
 }
 
@@ -317,7 +312,6 @@ int main(void) {
   tavrel_screen *screen = NULL;
   CHECK(tavrel_screen_new(&screen) == TAVREL_OK);
   EXPECT_REFUSAL(tavrel_install_host(host), TAVREL_ERROR_TOO_LATE, "tavrel_install_host: a screen is shown already");
-  EXPECT_REFUSAL(tavrel_host_write_png(host, "/no-dir/f.png"), TAVREL_ERROR_FAILED, "tavrel_host_write_png: could not");
 
   CHECK(tavrel_initialise_overlay(screen, REFUSED_TOKEN) == TAVREL_OK);
   CHECK(tavrel_show_watermark() == TAVREL_OK && tavrel_show_touches() == TAVREL_OK);
@@ -337,8 +331,9 @@ int main(void) {
   tavrel_host_free(host);
   kill(service, SIGTERM);
   waitpid(service, NULL, 0);
-  nftw(documents, remove_entry, 8, FTW_DEPTH | FTW_PHYS);
-  nftw(uploads, remove_entry, 8, FTW_DEPTH | FTW_PHYS);
+  char cleanup[128];
+  snprintf(cleanup, sizeof cleanup, "rm -rf %s %s", documents, uploads);
+  CHECK(system(cleanup) == 0);
   printf("%s\n", failures ? "FAILED" : "PASSED");
   return failures ? 1 : 0;
 }

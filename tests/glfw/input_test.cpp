@@ -1,6 +1,5 @@
-// GlfwInput on a real GLFW window (under an Xvfb of its own): events reach the toolkit as
-// fingers and keys, and the game's own callbacks get exactly what the library did not take.
-// The events are fed through the callbacks GLFW holds for the window, as GLFW itself calls them.
+// GlfwInput on a real GLFW window (under an Xvfb of its own), fed through the callbacks GLFW
+// holds for it: the game's own callbacks get exactly what the library did not take.
 
 #include <tavrel_sdk/glfw_input.hpp>
 #include <tavrel_sdk/ui.hpp>
@@ -22,7 +21,7 @@
 namespace tavrel {
 namespace {
 
-// What reached the game's callbacks, one word an event ("button 0 1", "char 97", ...).
+// What reached the game's callbacks ("button 0 1", "char 97", ...).
 std::vector<std::string> gameSaw;
 
 void installGameCallbacks(GLFWwindow* window) {
@@ -66,7 +65,7 @@ class GlfwInputTest : public testing::SimulatedGame {
     SimulatedGame::TearDown();
   }
 
-  // GLFW's own way in: the callback installed on the window now, as GLFW calls it.
+  // The callback installed on the window now, as GLFW would call it.
   template <class Callback>
   Callback installed(Callback (*set)(GLFWwindow*, Callback)) {
     const Callback callback = set(window_, nullptr);

@@ -1,8 +1,6 @@
-// The example game in C (GLFW, OpenGL 3.3, the library through its C interface) in a real window
-// with Mesa's software OpenGL. At four moments the game holds still and writes its own pixels and
-// the library's frame: the screen must then be that frame blended over those pixels, within 2
-// levels, and the game's pixels as drawn wherever the frame is transparent. The player shrinks
-// the window under the page, logs in, and holds a finger on the scene.
+// The example game in C (GLFW, OpenGL 3.3, the C interface) in a real window with Mesa's
+// software OpenGL. At each check the game holds still and writes its pixels and the library's
+// frame: the screen must be that frame blended over those pixels.
 
 #include "support/blend_check.hpp"
 #include "support/window_session.hpp"
@@ -32,7 +30,6 @@ std::vector<std::uint32_t> readPam(const std::string& path, int width, int heigh
 
 class GlfwWindow : public ExampleWindowTest {
  protected:
-  // Has the game hold still, then compares the screen with its pixels and the library's frame.
   std::string holdAndCompare(const std::string& png) {
     const std::string hold = work_.path() + "/hold";
     std::filesystem::remove(hold + "/held");
@@ -64,7 +61,6 @@ TEST_F(GlfwWindow, theLibrarysFrameIsBlendedOverTheGamesOwnPixelsThroughLoginRes
   EXPECT_EQ(holdAndCompare("page.png"), "");
   EXPECT_TRUE(loginButtonShown());
 
-  // The page is laid out again inside the smaller window, its button inside it.
   ASSERT_TRUE(resize(560, 420)) << logs();
   EXPECT_LT(login_.y + login_.height, 420);
   EXPECT_EQ(holdAndCompare("resized-page.png"), "");
@@ -72,8 +68,7 @@ TEST_F(GlfwWindow, theLibrarysFrameIsBlendedOverTheGamesOwnPixelsThroughLoginRes
   ASSERT_NO_FATAL_FAILURE(logIn());
   EXPECT_TRUE(watermarked());
 
-  // A finger held on the scene's ground: the watermark (opaque white text) and the mark (white
-  // at 2/3) under the finger, over the moving scene.
+  // The watermark (opaque white text) and the mark (white at 2/3) under a finger on the ground.
   ASSERT_TRUE(fingerDown({196, 370}, {210, 380}));
   EXPECT_EQ(holdAndCompare("played.png"), "");
   fingerUp();

@@ -1,5 +1,4 @@
-// The SDL2 example game in a real window: a refused player logs in through the page, and the
-// watermark shows over the game's own scene.
+// The SDL2 example game in a real window: the login through the page, the watermark over the scene.
 
 #include "support/window_session.hpp"
 

@@ -100,9 +100,6 @@ class EglContext {
 
   int width() const { return width_; }
   int height() const { return height_; }
-  GLuint framebuffer() const { return framebuffer_; }
-
-  static void* procAddress(const char* name) { return reinterpret_cast<void*>(eglGetProcAddress(name)); }
 
  private:
   EglContext() = default;

@@ -25,15 +25,7 @@ std::string lineValue(const std::string& text, const std::string& key) {
   return text.substr(start, text.find('\n', start) - start);
 }
 
-std::string capture(const std::string& command) {
-  std::string out;
-  if (FILE* pipe = popen(command.c_str(), "r")) {
-    char buffer[512];
-    while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) out += buffer;
-    pclose(pipe);
-  }
-  return out;
-}
+std::string capture(const std::string& command) { return runProgram("sh", {"-c", command}).out; }
 
 bool contains(const std::string& path, const std::string& text) { return readFile(path).find(text) != std::string::npos; }
 
@@ -247,18 +239,22 @@ void ExampleWindowTest::logIn() {
   ASSERT_TRUE(click(login_));
   ASSERT_TRUE(waitUntil([&] { return tree().is_object() && presentedPage(tree()).is_null(); })) << logs();
   ASSERT_TRUE(waitUntil([&] { return contains(dir_ + "/game.log", "the session may go on"); })) << logs();
-  EXPECT_TRUE(contains(dir_ + "/serve.log", "POST /m/launch/project/auth/ios 200"));
+  // The service logs a request once its reply is out: after the game may have heard it.
+  EXPECT_TRUE(waitUntil([&] { return contains(dir_ + "/serve.log", "POST /m/launch/project/auth/ios 200"); }));
+}
+
+bool ExampleWindowTest::marked() const {
+  return find(root(tree(), "view"), [](const json& v) { return v.value("class", json()) == "TouchMark"; }).has_value();
 }
 
 bool ExampleWindowTest::fingerDown(Box from, Box to) {
   const auto at = [&](const Box& b) { return " mousemove --window " + window_.id + " " + std::to_string(b.x) + " " + std::to_string(b.y); };
-  return run("xdotool" + at(from) + " mousedown 1" + at(to)) && waitUntil([&] {
-           return find(root(tree(), "view"), [](const json& v) { return v.value("class", json()) == "TouchMark"; })
-               .has_value();
-         });
+  return run("xdotool" + at(from) + " mousedown 1" + at(to)) && waitUntil([&] { return marked(); });
 }
 
-void ExampleWindowTest::fingerUp() { run("xdotool mouseup 1"); }
+// Until the mark is gone from the view tree, which the game writes each second: else the next
+// fingerDown() would take the old mark, still there, for its own.
+void ExampleWindowTest::fingerUp() { EXPECT_TRUE(run("xdotool mouseup 1") && waitUntil([&] { return !marked(); })); }
 
 bool ExampleWindowTest::resize(int width, int height) {
   if (!run("xdotool windowsize --sync " + window_.id + " " + std::to_string(width) + " " + std::to_string(height))) return false;

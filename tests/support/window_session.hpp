@@ -1,9 +1,8 @@
 #pragma once
 
-// One harness for the example games in real windows: the package installed into a scratch prefix
-// and the example built against it, tavrel serve, an X server of the test's own, the game started
-// with a refused token, the view tree it writes, real X input (xdotool), and screenshots read back
-// with Cairo (kept in the test's build folder: sdl2_window/*.png for sdl2_game).
+// The example games in real windows: built against the installed package, tavrel serve, an X
+// server of the test's own, the game started with a refused token, the view tree it writes, real
+// X input (xdotool), screenshots read back with Cairo (kept in the build folder: sdl2_window/).
 
 #include "support/sandbox.hpp"
 #include "support/x_server.hpp"
@@ -23,7 +22,6 @@ namespace tavrel::testing {
 
 // Polls until `done` holds; the bound is generous, what is checked is the state reached.
 bool waitUntil(const std::function<bool()>& done, double seconds = 30.0);
-// A file of the source tree.
 std::string sourcePath(const std::string& relative);
 
 inline const std::string kRefusedToken = std::string(24, 'r') + "PLAYER-ID-OF-24-CHARS-00";
@@ -47,7 +45,7 @@ struct Found {
   Box box;
   nlohmann::json view;
 };
-// The first view under `view` (whose superview is at x, y) that `match` takes, and where it is.
+// The first view under `view` (its superview at x, y) that `match` takes.
 std::optional<Found> find(const nlohmann::json& view, const std::function<bool(const nlohmann::json&)>& match,
                           double x = 0, double y = 0);
 
@@ -61,9 +59,9 @@ struct Shot {
   std::shared_ptr<cairo_surface_t> surface;
   Window window;
 
-  bool load(const std::string& path);  // the window: the whole picture
-  std::uint32_t at(int x, int y) const;  // as 0xRRGGBB
-  // Pixels of the window's rows [top, bottom) and columns [left, right) whose 0xRRGGBB passes.
+  bool load(const std::string& path);  // without a window: the whole picture
+  std::uint32_t at(int x, int y) const;  // 0xRRGGBB
+  // Pixels of the window's rows [top, bottom) and columns [left, right) that pass.
   int count(const std::function<bool(std::uint32_t)>& pass, int top = 0, int bottom = -1, int left = 0,
             int right = -1) const;
 };
@@ -75,10 +73,9 @@ bool isMarked(std::uint32_t rgb);       // a touch mark's white at 2/3 over a da
 
 class ExampleWindowTest : public ::testing::Test {
  protected:
-  // Starts examples/NAME (built against the installed package when `build`, after what runs it,
-  // `launcher`: LÖVE, or the game itself) and waits for its login page and its window (xdotool's
-  // `search`, else its title); false, with the test failed or skipped (no X server), when they
-  // did not come.
+  // Starts examples/NAME (built when `build`) through `launcher` (LÖVE, Python; else the game
+  // itself) and waits for its login page and its window (xdotool `search`, else the title); false,
+  // the test failed or skipped (no X server), when they did not come.
   bool launch(const std::string& name, std::vector<std::string> launcher = {}, bool build = true,
               const std::string& search = "");
   void TearDown() override;
@@ -92,10 +89,11 @@ class ExampleWindowTest : public ::testing::Test {
   // Types ann and secret-pw into the page's fields, each once it has the focus, taps Login, and
   // waits for the page to go and the game to say the session may go on.
   void logIn();
-  // The left button pressed at `from` and dragged to `to` (a finger on the scene), until its mark
-  // is in the view tree; fingerUp() lifts it.
+  // The left button pressed at `from` and dragged to `to` (a finger), until its mark is in the
+  // view tree; fingerUp() lifts it, until the mark is gone.
   bool fingerDown(Box from, Box to);
   void fingerUp();
+  bool marked() const;  // a touch mark in the view tree
   // The window resized by the player (a tiling window manager); the page found again when it is up.
   bool resize(int width, int height);
   bool run(const std::string& command);

@@ -1,7 +1,6 @@
-// VulkanHost in a game's frames on a real Vulkan device (lavapipe without a GPU), under the
-// validation layer with synchronization checks: every frame read back equals the toolkit's own
-// frame blended over the game's scene, through watermark ticks, a finger, the login page coming
-// and going and a resize, with frames in flight overlapping.
+// VulkanHost in a game's frames on a real Vulkan device (lavapipe), under the validation layer
+// with synchronization checks: every frame read back is the toolkit's frame blended over the
+// game's scene, with frames in flight overlapping.
 
 #include <tavrel_sdk/tavrel_vulkan.h>
 #include <tavrel_sdk/ui.hpp>
@@ -28,7 +27,7 @@ using testing::OffscreenGame;
 struct Case {
   std::uint32_t framesInFlight;
   bool dynamicRendering;
-  bool throughC;  // tavrel_vulkan.h's functions rather than VulkanHost's
+  bool throughC;  // tavrel_vulkan.h rather than VulkanHost
 };
 
 class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithParamInterface<Case> {
@@ -94,8 +93,8 @@ class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithP
     SimulatedSession::TearDown();
   }
 
-  // One frame of the game with the overlay. What the toolkit drew for it is kept, to check the
-  // read-back against once the frame in flight comes round again.
+  // One frame of the game with the overlay; what the toolkit drew is checked against the
+  // read-back once this frame in flight comes round again.
   void frame() {
     const std::uint32_t next = frames_ % GetParam().framesInFlight;
     check(next);
@@ -126,7 +125,6 @@ class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithP
     }
   }
 
-  // The read-back of a frame in flight against the toolkit's frame over the game's scene.
   void check(std::uint32_t index) {
     const std::optional<Expected> expected = std::exchange(expected_[index], std::nullopt);
     if (!expected) return;
@@ -142,7 +140,6 @@ class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithP
     for (std::uint32_t i = 0; i < expected_.size(); ++i) check(i);
   }
 
-  // The game's swapchain made again at `extent`, and the host told.
   void resize(CGSize size, VkExtent2D extent) {
     checkAll();
     game_->resize(extent);
@@ -156,7 +153,7 @@ class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithP
   };
   std::unique_ptr<OffscreenGame> game_;
   std::shared_ptr<VulkanHost> host_;
-  tavrel_host* handle_ = nullptr;  // through C
+  tavrel_host* handle_ = nullptr;
   std::shared_ptr<UIWindow> screen_;
   std::vector<std::optional<Expected>> expected_;
   int frames_ = 0;
@@ -192,8 +189,6 @@ TEST_P(VulkanHostTest, composesTheToolkitOverTheGameFrameAfterFrameCopyingOnlyWh
   EXPECT_FALSE(host_->isCovered());
 }
 
-// The swapchain made again for a resized window, then for a screen of another scale: the
-// toolkit laid out again, each read-back the new frame over the game.
 TEST_P(VulkanHostTest, laysTheToolkitOutAgainForANewSwapchain) {
   testing::resetSessionGlobals();  // the scenario attaches its own overlay
   testing::ResizingHost resizing{[&](testing::ScreenChange to) {
@@ -214,9 +209,8 @@ TEST_P(VulkanHostTest, drawsOverAWindowOnePixelWideOrHigh) {
   }
 }
 
-using VulkanHostFromCTest = VulkanHostTest;
-
-TEST_P(VulkanHostFromCTest, refusesWhatItCannotUse) {
+TEST_P(VulkanHostTest, refusesWhatItCannotUse) {
+  if (handle_ == nullptr || GetParam().dynamicRendering) GTEST_SKIP() << "checked through C with a render pass";
   tavrel_vulkan_info empty{};
   tavrel_host* made = nullptr;
   EXPECT_EQ(tavrel_vulkan_host_new(&empty, &made), TAVREL_ERROR_NULL_ARGUMENT);
@@ -240,9 +234,8 @@ const auto caseName = [](const auto& info) {
   return std::to_string(info.param.framesInFlight) + "InFlight" +
          (info.param.dynamicRendering ? "DynamicRendering" : "RenderPass") + (info.param.throughC ? "FromC" : "");
 };
-INSTANTIATE_TEST_SUITE_P(FramesInFlight, VulkanHostFromCTest, ::testing::Values(Case{2, false, true}), caseName);
-INSTANTIATE_TEST_SUITE_P(FramesInFlight, VulkanHostTest,
-                         ::testing::Values(Case{2, false, false}, Case{3, true, true}), caseName);
+INSTANTIATE_TEST_SUITE_P(FramesInFlight, VulkanHostTest, ::testing::Values(Case{2, false, true}, Case{3, true, false}),
+                         caseName);
 
 }  // namespace
 }  // namespace tavrel

@@ -1,9 +1,8 @@
 #pragma once
 
 // A Vulkan game without a window, for the Vulkan host's test and benchmark: its own instance
-// (with the validation layer, synchronization checks included, when asked), device and queue,
-// frames in flight each with a command buffer, a fence and a colour image it clears to its
-// scene's one colour, then reads back.
+// (with the validation layer when asked), device and queue, and frames in flight, each a colour
+// image cleared to the scene's one colour, then read back.
 
 #include <tavrel_sdk/vulkan_host.hpp>
 
@@ -28,27 +27,24 @@ class OffscreenGame {
   };
   static constexpr std::uint32_t kScene = 0xff1e3c6e;  // 0xAARRGGBB
 
-  // Null, with the reason in `whyNot`, where there is no Vulkan device (or no validation layer
-  // when asked for).
+  // Null, with the reason in `whyNot`, where there is no Vulkan device or validation layer.
   static std::unique_ptr<OffscreenGame> create(const Options& options, std::string* whyNot);
   ~OffscreenGame() { release(); }
-  // Waits for the device and destroys everything, instance last; the validation layer's last
-  // words (objects left alive) are then in takeMessages(). Idempotent.
+  // Destroys everything, instance last; the validation layer's last words (objects left alive)
+  // are then in takeMessages(). Idempotent.
   void release();
 
   VulkanHostInfo hostInfo() const;
   VkExtent2D extent() const { return extent_; }
-  // One frame in the next frame in flight, which it returns: waits for that frame's previous
-  // submission, records `outside(commands, frameIndex)` before the pass, the scene and
-  // `inside(commands)` in it, then the copy for read-back, and submits.
+  // One frame in the next frame in flight, which it returns: `outside(commands, frameIndex)`
+  // recorded before the pass, the scene and `inside(commands)` in it, then the read-back copy.
   std::uint32_t frame(const std::function<void(VkCommandBuffer, std::uint32_t)>& outside,
                       const std::function<void(VkCommandBuffer)>& inside);
-  // Waits for the last frame of `frameIndex`, then its pixels: B8G8R8A8, rows packed.
+  // The pixels of the last frame of `frameIndex` once done: B8G8R8A8, rows packed.
   const std::uint32_t* readBack(std::uint32_t frameIndex);
-  // Waits for the device, then renders at another size from the next frame on.
   void resize(VkExtent2D extent);
   void waitIdle() const { vkDeviceWaitIdle(device_); }
-  // Warnings and errors the validation layer reported, since the last call.
+  // Warnings and errors the validation layer reported since the last call.
   std::vector<std::string> takeMessages();
 
  private:

@@ -1,6 +1,5 @@
-// The Vulkan example game (GLFW, a swapchain, VulkanHost, GlfwInput) in a real window with
-// lavapipe, under the validation layer: the login through the page, a finger's mark over the
-// scene, and the overlay following the swapchain made again for a smaller window.
+// The Vulkan example game (GLFW, VulkanHost, GlfwInput) in a real window with lavapipe, under
+// the validation layer: login, a finger's mark, the overlay following a new swapchain.
 
 #include "support/window_session.hpp"
 
@@ -27,7 +26,6 @@ TEST_F(ExampleWindowTest, vulkanGameLogsInAndTheOverlayFollowsTheSwapchain) {
   EXPECT_TRUE(shows("played.png", [&] { return count(isWhite) > 40 && count(isGround) > 10000 && isMarked(shot_.at(300, 320)); }));
   fingerUp();
 
-  // A new swapchain, and the host's frame at its size: a finger's mark where the finger is.
   ASSERT_TRUE(resize(600, 400));
   ASSERT_TRUE(fingerDown({100, 100}, {100, 100}));
   EXPECT_TRUE(shows("resized.png", [&] { return count(isGround) > 5000 && isMarked(shot_.at(100, 100)); }));

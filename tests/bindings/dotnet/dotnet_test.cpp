@@ -19,7 +19,8 @@ class DotnetBinding : public ::testing::Test {
     service_ = startService(dir_.path(), "dotnetgame", {"--uploads", dir_.path() + "/uploads"});
     ASSERT_EQ(service_.error, "");
     environment_ = {"TAVREL_CA_FILE=" + service_.caFile, "TAVREL_SERVICE_URL=" + service_.baseUrl,
-                    "TAVREL_DOCUMENTS=" + dir_.path() + "/documents", "TAVREL_VALID_TOKEN=" + std::string(48, 'A')};
+                    "TAVREL_DOCUMENTS=" + dir_.path() + "/documents", "TAVREL_VALID_TOKEN=" + std::string(48, 'A'),
+                    "TAVREL_SERVE_LOG=" + dir_.path() + "/serve.log"};
   }
 
   TemporaryDirectory dir_;

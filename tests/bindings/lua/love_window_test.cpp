@@ -1,6 +1,5 @@
-// The LÖVE example (through the Lua binding) as a shipped game folder with the installed library
-// beside it, in a real window: the page goes with the login, and a finger's mark follows the mouse
-// over the scene.
+// The LÖVE example (Lua binding) with the installed library beside it, in a real window: the
+// login, and a finger's mark following the mouse.
 
 #include "support/window_session.hpp"
 

@@ -13,16 +13,12 @@ local function check(ok, what)
     io.stderr:write("FAILED: ", what, "\n")
   end
 end
-local function run(command)
-  local pipe = io.popen(command)
-  local out = pipe:read("*a")
-  pipe:close()
-  return out
-end
 
 -- Drift: every declaration both ways, types compared as LuaJIT reads them.
 -- c_api.py's JSON as a Lua table (brackets in its strings only in variables' types, not compared).
-local json = run("python3 '" .. here .. "/../c_api.py'")
+local c_api = io.popen("python3 '" .. here .. "/../c_api.py'")
+local json = c_api:read("*a")
+c_api:close()
 local api = assert(loadstring("return " .. json:gsub("%[", "{"):gsub("%]", "}"):gsub('("[^"]*")%s*:', "[%1]=")))()
 local function spelled(types) -- C types as LuaJIT spells them, joined
   local out = {}

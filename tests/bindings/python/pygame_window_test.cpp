@@ -1,5 +1,4 @@
-// The pygame example (through the Python binding) in a real window: the page hides the whole
-// scene, goes with the login, and a finger held on the ground shows its mark and reaches the
+// The pygame example (Python binding) in a real window: the login, a finger's mark, and the
 // event files with the game's own events.
 
 #include "support/window_session.hpp"

@@ -69,6 +69,7 @@ TEST_F(LoginPage, ARefusalShowsTheAlertAndAnAcceptedLoginLeavesWithOneCall) {
   logIn("wrong");
   sim().runUntilIdle();
   ASSERT_TRUE(alert());
+  EXPECT_TRUE(alert()->isBeingPresented()) << "it fades in";
   sim().advance(1.0);
   EXPECT_EQ(alert()->title(), "Tavrel by Orvane");
   EXPECT_EQ(alert()->message(), "Invalid username or password!");

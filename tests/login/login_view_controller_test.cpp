@@ -1,5 +1,3 @@
-#include <tavrel_sdk/ui.hpp>
-
 #include "endpoint/https_server.hpp"
 #include "endpoint/mock_service.hpp"
 #include "login/login_view.hpp"
@@ -7,12 +5,9 @@
 #include "platform/notification_center.hpp"
 #include "support/game_screen.hpp"
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <functional>
-#include <memory>
-#include <string>
 #include <thread>
 #include <vector>
 

@@ -1,17 +1,11 @@
-#include <tavrel_sdk/ui.hpp>
-
 #include "login/login_view.hpp"
 #include "platform/base64.hpp"
 #include "platform/notification_center.hpp"
 #include "support/game_screen.hpp"
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 namespace tavrel {

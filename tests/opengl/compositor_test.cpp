@@ -3,21 +3,16 @@
 
 #include <tavrel_sdk/opengl_host.hpp>
 #include <tavrel_sdk/tavrel_opengl.h>
-#include <tavrel_sdk/ui.hpp>
 
 #include "support/blend_check.hpp"
 #include "support/egl_context.hpp"
 #include "support/resize_scenario.hpp"
 #include "support/sandbox.hpp"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <map>
-#include <memory>
 #include <set>
 #include <sstream>
-#include <string>
 #include <vector>
 
 namespace tavrel {

@@ -1,8 +1,6 @@
 // Drawing: real Cairo frames read back by pixel, damage between frames, text measurement and
 // the fonts a text is laid out in.
 
-#include <tavrel_sdk/ui.hpp>
-
 #include "support/game_screen.hpp"
 #include "support/tool_runner.hpp"
 #include "ui/embedded_fonts.hpp"
@@ -10,7 +8,6 @@
 
 #include <cairo.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>

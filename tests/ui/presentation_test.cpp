@@ -3,7 +3,6 @@
 #include "support/game_screen.hpp"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 namespace tavrel {

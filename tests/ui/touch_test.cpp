@@ -3,9 +3,6 @@
 
 #include "support/game_screen.hpp"
 
-#include <gtest/gtest.h>
-
-#include <string>
 #include <vector>
 
 namespace tavrel {
@@ -40,6 +37,7 @@ class TouchTest : public testing::SimulatedGame {
     window()->setRootViewController(nullptr);
     window()->setRootViewController(game());
   }
+  void tap(CGPoint point) { host().fingersDown({{1, point}}); host().fingersUp({{1, point}}); }
   std::shared_ptr<RecordingView> gameView;
 };
 
@@ -159,15 +157,7 @@ TEST_F(TouchTest, TouchKeepsItsViewAndSingleTouchViewsTakeOneFinger) {
   host().fingersUp({{3, {20, 20}}});
 }
 
-class ControlsTest : public testing::SimulatedGame {
- protected:
-  void tap(CGPoint point) {
-    host().fingersDown({{1, point}});
-    host().fingersUp({{1, point}});
-  }
-};
-
-TEST_F(ControlsTest, ButtonShowsItsStateAndSendsActions) {
+TEST_F(TouchTest, ButtonShowsItsStateAndSendsActions) {
   auto button = UIButton::buttonWithType(UIButtonType::Custom);
   button->setFrame(CGRectMake(0, 0, 100, 50));
   button->setTitle("Login", UIControlStateNormal);
@@ -202,13 +192,8 @@ TEST_F(ControlsTest, ButtonShowsItsStateAndSendsActions) {
   // An action that removes itself does not keep the next one from running.
   int once = 0, every = 0;
   const int oneShot = 0;
-  button->addTarget(
-      &oneShot,
-      [&](UIControl* c) {
-        ++once;
-        c->removeTarget(&oneShot, UIControlEventTouchUpInside);
-      },
-      UIControlEventTouchUpInside);
+  const auto removingItself = [&](UIControl* c) { ++once; c->removeTarget(&oneShot, UIControlEventTouchUpInside); };
+  button->addTarget(&oneShot, removingItself, UIControlEventTouchUpInside);
   button->addTarget(this, [&](UIControl*) { ++every; }, UIControlEventTouchUpInside);
   tap({50, 25});
   tap({50, 25});
@@ -219,7 +204,7 @@ TEST_F(ControlsTest, ButtonShowsItsStateAndSendsActions) {
   EXPECT_EQ(every, 2);
 }
 
-TEST_F(ControlsTest, TextFieldTakesFocusTextAndReturn) {
+TEST_F(TouchTest, TextFieldTakesFocusTextAndReturn) {
   auto name = std::make_shared<UITextField>(CGRectMake(0, 0, 200, 40));
   auto password = std::make_shared<UITextField>(CGRectMake(0, 100, 200, 40));
   password->setSecureTextEntry(true);
@@ -256,7 +241,7 @@ TEST_F(ControlsTest, TextFieldTakesFocusTextAndReturn) {
   EXPECT_EQ(password->delegate(), nullptr);  // weak, as the platform's
 }
 
-TEST_F(ControlsTest, CaretBlinksInPlatformTimeWhileFocused) {
+TEST_F(TouchTest, CaretBlinksInPlatformTimeWhileFocused) {
   auto field = std::make_shared<UITextField>(CGRectMake(0, 0, 200, 40));
   EXPECT_FALSE(field->becomeFirstResponder());  // not in a window: no focus, no caret timer
   EXPECT_FALSE(UIView().becomeFirstResponder());

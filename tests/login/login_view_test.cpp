@@ -79,13 +79,10 @@ TEST_F(LoginViewTest, DrawsTheFormOverThePicture) {
   EXPECT_TRUE(form->lblInformation()->adjustsFontSizeToFitWidth());
   EXPECT_EQ(form->txtUsername()->leftView()->frame(), CGRectMake(0, 0, 20, 80));
   const UIFrame& frame = host().renderFrame();
-  auto near = [&frame](int x, int y, std::vector<int> rgb, int tolerance) {
-    const std::uint32_t pixel = frame.pixels[y * (frame.stride / 4) + x];
-    const int got[] = {int(pixel >> 16 & 0xff), int(pixel >> 8 & 0xff), int(pixel & 0xff)};
-    for (int i = 0; i < 3; ++i) {
-      if (std::abs(got[i] - rgb[i]) > tolerance) return false;
-    }
-    return true;
+  auto near = [&frame](double x, double y, std::array<int, 3> rgb, int tolerance) {
+    const auto got = testing::pixelAt(frame, {x, y});
+    return std::abs(got[0] - rgb[0]) <= tolerance && std::abs(got[1] - rgb[1]) <= tolerance &&
+           std::abs(got[2] - rgb[2]) <= tolerance;
   };
   EXPECT_TRUE(near(60, 560, {255, 102, 0}, 1)) << "the button, beside its title";
   EXPECT_TRUE(near(300, 470, {53, 52, 51}, 12)) << "a field over the picture, at 0.95";

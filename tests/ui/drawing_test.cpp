@@ -17,19 +17,9 @@
 namespace tavrel {
 namespace {
 
+using testing::pixelAt;
 using testing::SimulatedGame;
-
 using Rgba = std::array<int, 4>;
-
-// The straight colour of the pixel under a point of the screen, and how opaque it is.
-Rgba pixelAt(const UIFrame& frame, CGPoint point) {
-  const int x = static_cast<int>(point.x * frame.scale), y = static_cast<int>(point.y * frame.scale);
-  const auto* row = reinterpret_cast<const unsigned char*>(frame.pixels) + static_cast<std::ptrdiff_t>(y) * frame.stride;
-  const std::uint32_t p = reinterpret_cast<const std::uint32_t*>(row)[x];
-  const int a = static_cast<int>(p >> 24);
-  auto straight = [a](std::uint32_t c) { return a == 0 ? 0 : static_cast<int>((c * 255 + a / 2) / a); };
-  return {straight((p >> 16) & 0xFF), straight((p >> 8) & 0xFF), straight(p & 0xFF), a};
-}
 
 MATCHER_P4(IsRgba, r, g, b, a, "") {
   return std::abs(arg[0] - r) <= 3 && std::abs(arg[1] - g) <= 3 && std::abs(arg[2] - b) <= 3 && std::abs(arg[3] - a) <= 3;

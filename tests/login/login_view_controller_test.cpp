@@ -1,5 +1,3 @@
-#include <tavrel_sdk/ui.hpp>
-
 #include "endpoint/https_server.hpp"
 #include "endpoint/mock_service.hpp"
 #include "login/login_view.hpp"
@@ -7,12 +5,9 @@
 #include "platform/notification_center.hpp"
 #include "support/game_screen.hpp"
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <functional>
-#include <memory>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -113,8 +108,7 @@ TEST_F(LoginPage, EveryFailureLooksLikeAWrongPassword) {
   };
   const Case cases[] = {
       {"connection dropped", [this] { server_.dropConnections(); }, 1},
-      {"no URL type", [this] { sim().setInfoDictionaryJson("{}"); }, 0},
-      {"a type without schemes", [this] { sim().setInfoDictionaryJson(R"({"CFBundleURLTypes":[{}]})"); }, 0},
+      {"no URL scheme", [this] { sim().setInfoDictionaryJson(R"({"CFBundleURLTypes":[{}]})"); }, 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);

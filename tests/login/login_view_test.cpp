@@ -1,17 +1,11 @@
-#include <tavrel_sdk/ui.hpp>
-
 #include "login/login_view.hpp"
 #include "platform/base64.hpp"
 #include "platform/notification_center.hpp"
 #include "support/game_screen.hpp"
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 namespace tavrel {
@@ -59,29 +53,21 @@ class LoginViewTest : public testing::SimulatedGame {
 };
 
 TEST_F(LoginViewTest, LaysOutTheFormByIntegerHalvingsAndAgainForANewSize) {
-  struct Layout {
-    double width, height;
-    CGRect label, username, password, button;
-  };
-  const Layout layouts[] = {
-      {390, 844, CGRectMake(20, 237, 351, 40), CGRectMake(20, 317, 351, 80),  // right margins 19
-       CGRectMake(20, 407, 351, 80), CGRectMake(49, 527, 292, 80)},
-      {375, 667, CGRectMake(19, 148, 337, 40), CGRectMake(19, 228, 337, 80), CGRectMake(19, 318, 337, 80),
-       CGRectMake(47, 438, 281, 80)},
-      {844, 390, CGRectMake(43, 10, 759, 40), CGRectMake(43, 90, 759, 80), CGRectMake(43, 180, 759, 80),
-       CGRectMake(106, 300, 633, 80)},
+  // The label, the two fields and the button.
+  const std::pair<CGSize, std::vector<CGRect>> layouts[] = {
+      {{390, 844}, {{20, 237, 351, 40}, {20, 317, 351, 80}, {20, 407, 351, 80}, {49, 527, 292, 80}}},
+      {{375, 667}, {{19, 148, 337, 40}, {19, 228, 337, 80}, {19, 318, 337, 80}, {47, 438, 281, 80}}},
+      {{844, 390}, {{43, 10, 759, 40}, {43, 90, 759, 80}, {43, 180, 759, 80}, {106, 300, 633, 80}}},
       // Lower than the form: it runs over both edges, nothing shrinks or moves.
-      {390, 320, CGRectMake(20, -25, 351, 40), CGRectMake(20, 55, 351, 80), CGRectMake(20, 145, 351, 80),
-       CGRectMake(49, 265, 292, 80)},
+      {{390, 320}, {{20, -25, 351, 40}, {20, 55, 351, 80}, {20, 145, 351, 80}, {49, 265, 292, 80}}},
   };
-  for (const Layout& expected : layouts) {
-    SCOPED_TRACE(std::to_string(expected.width) + " x " + std::to_string(expected.height));
-    const auto form = std::make_shared<LoginView>(CGRectMake(7, 9, expected.width, expected.height));
-    EXPECT_EQ(form->background()->frame(), CGRectMake(0, 0, expected.width, expected.height));
-    EXPECT_EQ(form->lblInformation()->frame(), expected.label);
-    EXPECT_EQ(form->txtUsername()->frame(), expected.username);
-    EXPECT_EQ(form->txtPassword()->frame(), expected.password);
-    EXPECT_EQ(form->btnLogin()->frame(), expected.button);
+  for (const auto& [size, expected] : layouts) {
+    SCOPED_TRACE(std::to_string(size.width) + " x " + std::to_string(size.height));
+    const auto form = std::make_shared<LoginView>(CGRectMake(7, 9, size.width, size.height));
+    EXPECT_EQ(form->background()->frame(), CGRectMake(0, 0, size.width, size.height));
+    EXPECT_EQ((std::vector{form->lblInformation()->frame(), form->txtUsername()->frame(), form->txtPassword()->frame(),
+                           form->btnLogin()->frame()}),
+              expected);
     form->setFrame(CGRectMake(0, 0, 100, 100));  // a window resized: laid out again by the same rules
     EXPECT_EQ(form->btnLogin()->frame(), CGRectMake(13, 155, 75, 80));
   }
@@ -93,13 +79,10 @@ TEST_F(LoginViewTest, DrawsTheFormOverThePicture) {
   EXPECT_TRUE(form->lblInformation()->adjustsFontSizeToFitWidth());
   EXPECT_EQ(form->txtUsername()->leftView()->frame(), CGRectMake(0, 0, 20, 80));
   const UIFrame& frame = host().renderFrame();
-  auto near = [&frame](int x, int y, std::vector<int> rgb, int tolerance) {
-    const std::uint32_t pixel = frame.pixels[y * (frame.stride / 4) + x];
-    const int got[] = {int(pixel >> 16 & 0xff), int(pixel >> 8 & 0xff), int(pixel & 0xff)};
-    for (int i = 0; i < 3; ++i) {
-      if (std::abs(got[i] - rgb[i]) > tolerance) return false;
-    }
-    return true;
+  auto near = [&frame](double x, double y, std::array<int, 3> rgb, int tolerance) {
+    const auto got = testing::pixelAt(frame, {x, y});
+    return std::abs(got[0] - rgb[0]) <= tolerance && std::abs(got[1] - rgb[1]) <= tolerance &&
+           std::abs(got[2] - rgb[2]) <= tolerance;
   };
   EXPECT_TRUE(near(60, 560, {255, 102, 0}, 1)) << "the button, beside its title";
   EXPECT_TRUE(near(300, 470, {53, 52, 51}, 12)) << "a field over the picture, at 0.95";

@@ -251,10 +251,7 @@ TEST_F(Overlay, MarkIsAWhiteDiscInTheFrame) {
   sdk().showTouches();
   host().fingersDown({{1, {100, 100}}});
   const UIFrame& frame = host().renderFrame();
-  const auto grey = [&frame](int x, int y) {
-    const std::uint32_t pixel = frame.pixels[y * frame.stride / 4 + x];
-    return static_cast<int>(pixel & 0xFF);
-  };
+  const auto grey = [&frame](double x, double y) { return testing::pixelAt(frame, {x, y})[2]; };
   EXPECT_NEAR(grey(100, 100), 170, 2);  // two thirds of white over black
   EXPECT_NEAR(grey(100, 89), 170, 2);   // inside the radius
   EXPECT_EQ(grey(89, 89), 0);           // the square's corner is cut off

@@ -26,4 +26,12 @@ void SimulatedGame::TearDown() {
   SimulatedSession::TearDown();
 }
 
+std::array<int, 4> pixelAt(const UIFrame& frame, CGPoint point) {
+  const int x = static_cast<int>(point.x * frame.scale), y = static_cast<int>(point.y * frame.scale);
+  const std::uint32_t p = frame.pixels[static_cast<std::ptrdiff_t>(y) * frame.stride / 4 + x];
+  const int a = static_cast<int>(p >> 24);
+  auto straight = [a](std::uint32_t c) { return a == 0 ? 0 : static_cast<int>((c * 255 + a / 2) / a); };
+  return {straight((p >> 16) & 0xFF), straight((p >> 8) & 0xFF), straight(p & 0xFF), a};
+}
+
 }  // namespace tavrel::testing

@@ -7,6 +7,7 @@
 
 #include "support/sandbox.hpp"
 
+#include <array>
 #include <memory>
 
 namespace tavrel::testing {
@@ -33,5 +34,8 @@ struct ReturnCounter : UITextFieldDelegate {
   int returns = 0;
   bool textFieldShouldReturn(UITextField*) override { return ++returns > 0; }
 };
+
+// The straight colour {r, g, b, a} of the frame's pixel under a point of the screen.
+std::array<int, 4> pixelAt(const UIFrame& frame, CGPoint point);
 
 }  // namespace tavrel::testing

@@ -1,8 +1,6 @@
 // Drawing: real Cairo frames read back by pixel, damage between frames, text measurement and
 // the fonts a text is laid out in.
 
-#include <tavrel_sdk/ui.hpp>
-
 #include "support/game_screen.hpp"
 #include "support/tool_runner.hpp"
 #include "ui/embedded_fonts.hpp"
@@ -10,8 +8,8 @@
 
 #include <cairo.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <functional>
 #include <set>
@@ -19,28 +17,12 @@
 namespace tavrel {
 namespace {
 
+using testing::pixelAt;
 using testing::SimulatedGame;
-
-struct Rgba {
-  int r, g, b, a;
-};
-
-std::ostream& operator<<(std::ostream& os, const Rgba& c) {
-  return os << "rgba(" << c.r << "," << c.g << "," << c.b << "," << c.a << ")";
-}
-
-// The straight colour of the pixel under a point of the screen.
-Rgba pixelAt(const UIFrame& frame, CGPoint point) {
-  const int x = static_cast<int>(point.x * frame.scale), y = static_cast<int>(point.y * frame.scale);
-  const auto* row = reinterpret_cast<const unsigned char*>(frame.pixels) + static_cast<std::ptrdiff_t>(y) * frame.stride;
-  const std::uint32_t p = reinterpret_cast<const std::uint32_t*>(row)[x];
-  const int a = static_cast<int>(p >> 24);
-  auto straight = [a](std::uint32_t c) { return a == 0 ? 0 : static_cast<int>((c * 255 + a / 2) / a); };
-  return {straight((p >> 16) & 0xFF), straight((p >> 8) & 0xFF), straight(p & 0xFF), a};
-}
+using Rgba = std::array<int, 4>;
 
 MATCHER_P4(IsRgba, r, g, b, a, "") {
-  return std::abs(arg.r - r) <= 3 && std::abs(arg.g - g) <= 3 && std::abs(arg.b - b) <= 3 && std::abs(arg.a - a) <= 3;
+  return std::abs(arg[0] - r) <= 3 && std::abs(arg[1] - g) <= 3 && std::abs(arg[2] - b) <= 3 && std::abs(arg[3] - a) <= 3;
 }
 
 // Where anything is drawn inside `area` (points), and how opaque it gets at most.
@@ -54,7 +36,7 @@ Ink inkIn(const UIFrame& frame, CGRect area) {
   const double step = 1.0 / frame.scale;
   for (double y = area.minY(); y < area.maxY(); y += step) {
     for (double x = area.minX(); x < area.maxX(); x += step) {
-      const int a = pixelAt(frame, {x, y}).a;
+      const int a = pixelAt(frame, {x, y})[3];
       if (a == 0) continue;
       left = std::min(left, x), top = std::min(top, y), right = std::max(right, x + step), bottom = std::max(bottom, y + step);
       maxAlpha = std::max(maxAlpha, a);
@@ -135,7 +117,7 @@ TEST_F(DrawingTest, ViewsDrawTheirLayersAtTheScreensScale) {
       {{152, 302}, {0, 0, 0, 0}},        {{320, 350}, {0, 0, 0, 0}},        // masked corner; hidden view
   };
   for (const auto& c : cases) {
-    EXPECT_THAT(pixelAt(frame, c.point), IsRgba(c.expected.r, c.expected.g, c.expected.b, c.expected.a))
+    EXPECT_THAT(pixelAt(frame, c.point), IsRgba(c.expected[0], c.expected[1], c.expected[2], c.expected[3]))
         << "at " << c.point.x << "," << c.point.y;
   }
 }
@@ -181,8 +163,7 @@ TEST_F(DrawingTest, ViewsDrawInsideTheirFramesAtAnySizeAndAMeasuredLabelShowsIts
   const std::string text = "2026:03:09T14:05:33+01:00-no-user-id";
   const auto font = UIFont::monospacedDigitSystemFontOfSize(10, UIFontWeightRegular);
   const CGSize size = sizeWithAttributes(text, {font, nullptr});
-  // The watermark hands sizes on as 32-bit floats; a roomy label draws the same line, and a
-  // narrow one keeps inside its frame.
+  // Sizes handed on as 32-bit floats: a roomy label draws the same line, a narrow one keeps inside.
   for (double width : {static_cast<double>(static_cast<float>(size.width)), size.width + 40, 100.0}) {
     auto label = std::make_shared<UILabel>(CGRectMake(10, width == 100 ? 150 : width > size.width + 1 ? 100 : 50,
                                                       width, size.height));
@@ -194,7 +175,7 @@ TEST_F(DrawingTest, ViewsDrawInsideTheirFramesAtAnySizeAndAMeasuredLabelShowsIts
   const UIFrame& frame = host().renderFrame();
   for (double y = 50; y < 50 + size.height; y += 0.5) {
     for (double x = 10; x < 10 + size.width; x += 0.5) {
-      ASSERT_EQ(pixelAt(frame, {x, y}).a, pixelAt(frame, {x, y + 50}).a) << x << "," << y;
+      ASSERT_EQ(pixelAt(frame, {x, y})[3], pixelAt(frame, {x, y + 50})[3]) << x << "," << y;
     }
   }
   const Ink narrow = inkIn(frame, CGRectMake(0, 140, 390, 40));
@@ -345,7 +326,6 @@ TEST(TextTest, SizesAreExactStableAndInProportion) {
   const CGSize ten = sizeWithAttributes(text, {UIFont::monospacedDigitSystemFontOfSize(10, UIFontWeightRegular), nullptr});
   EXPECT_NEAR(ten.width, 199.62, 0.01);
   EXPECT_NEAR(ten.height, 11.64, 0.01);
-  EXPECT_EQ(sizeWithAttributes(text, {UIFont::systemFontOfSize(10), UIColor::whiteColor()}), ten);
   for (double size : {5.0, 17.0, 30.0}) {
     const CGSize scaled = sizeWithAttributes(text, {UIFont::systemFontOfSize(size), nullptr});
     EXPECT_NEAR(scaled.width, ten.width * size / 10.0, 0.01 * size);
@@ -422,15 +402,12 @@ Laid layOut(const std::string& text, bool bold = false) {
   return laid;
 }
 
-TEST(TextFonts, OurFacesDrawEveryCharacterTheyHave) {
+TEST(TextFonts, OurFacesDrawEveryCharacterTheyHaveAndTheMachineOrBoxesTheRest) {
   for (bool bold : {false, true}) {
     const Laid cyrillic = layOut("2026:03:09T14:05:33+01:00-Игорь-Петров", bold);
     EXPECT_EQ(cyrillic.unknownGlyphs, 0);
     EXPECT_EQ(cyrillic.families, std::set<std::string>{text::kEmbeddedFamily});
   }
-}
-
-TEST(TextFonts, CharactersOurFacesLackComeFromTheMachineOrAsBoxes) {
   const Laid mixed = layOut("id-देवनागरी-1");
   EXPECT_GT(mixed.width, layOut("id--1").width + 20.0);
   if (mixed.unknownGlyphs > 0) {

@@ -3,7 +3,6 @@
 #include "support/game_screen.hpp"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 namespace tavrel {
@@ -36,7 +35,7 @@ TEST_F(PresentationTest, AnimatedPresentationAndDismissalTakePlatformTime) {
     EXPECT_EQ(presented, 1);
     EXPECT_EQ(page->view()->frame(), UIScreen::mainScreen().bounds());
 
-    page->dismissViewControllerAnimated(animated, [&] { ++dismissed; });  // forwarded to the game
+    page->dismissViewControllerAnimated(animated, [&] { ++dismissed; });  // forwarded to its presenter
     if (animated) {
       sim().advance(kPageTransitionDuration - 0.02);
       EXPECT_EQ(game()->presentedViewController(), page);  // cleared when it ends
@@ -98,9 +97,7 @@ TEST_F(PresentationTest, PresentedPagesTakeEveryTouchAndAnAlertsHandlerRunsAfter
   window()->setRootViewController(nullptr);
   window()->setRootViewController(game());  // set again while the page is up: beneath it
   EXPECT_EQ(window()->subviews().back(), page->view());
-  auto alert = UIAlertController::alertControllerWithTitle(
-      "Tavrel by Orvane", "Please start your gameplay session through the Tavrel iOS app!",
-      UIAlertControllerStyle::Alert);
+  auto alert = UIAlertController::alertControllerWithTitle("T", "M", UIAlertControllerStyle::Alert);
   std::shared_ptr<UIViewController> presentedInHandler = page;
   int handled = 0;
   alert->addAction(UIAlertAction::actionWithTitle("OK", UIAlertActionStyle::Default, [&](UIAlertAction*) {
@@ -147,10 +144,7 @@ TEST_F(PresentationTest, TreeDumpShowsControllersViewsAndControls) {
   alert->addAction(UIAlertAction::actionWithTitle("OK", UIAlertActionStyle::Cancel, nullptr));
   game()->presentViewController(alert, false, nullptr);
 
-  const auto tree = nlohmann::json::parse(dumpViewTree());
-  EXPECT_EQ(tree["class"], "UIWindow");
-  const auto& root = tree["rootViewController"];
-  EXPECT_EQ(root["class"], "UIViewController");
+  const auto root = nlohmann::json::parse(dumpViewTree())["rootViewController"];
   const auto& dumpedLabel = root["view"]["subviews"][0];
   EXPECT_EQ(dumpedLabel["class"], "UILabel");
   EXPECT_EQ(dumpedLabel["frame"], nlohmann::json({1.0, 2.0, 30.0, 40.0}));

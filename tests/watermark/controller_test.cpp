@@ -11,23 +11,18 @@ using WatermarkTest = testing::SimulatedSession;
 
 constexpr float kTick = 1.0f / 15.0f;
 
-// Ticks on which a change period ended, seen as the counter falling back.
-std::vector<int> periodEnds(Watermark& watermark, int ticks) {
-  std::vector<int> ends;
-  for (int tick = 1; tick <= ticks; ++tick) {
-    const float before = watermark.changePositionCounter();
-    watermark.updateWithDelta(kTick);
-    if (watermark.changePositionCounter() < before) ends.push_back(tick);
-  }
-  return ends;
-}
-
 TEST_F(WatermarkTest, ChangePeriodEndsOncePerCallAtOrPastThePeriod) {
   Watermark watermark;
   EXPECT_FALSE(watermark.getRenderList().has_value());
   EXPECT_FALSE(watermark.isBehaviourSet());
   // Float accumulation of the tick: the first period of 60 s ends on tick 901, the next ones 900 apart.
-  EXPECT_EQ(periodEnds(watermark, 2701), (std::vector<int>{901, 1801, 2701}));
+  std::vector<int> ends;  // seen as the counter falling back
+  for (int tick = 1; tick <= 2701; ++tick) {
+    const float before = watermark.changePositionCounter();
+    watermark.updateWithDelta(kTick);
+    if (watermark.changePositionCounter() < before) ends.push_back(tick);
+  }
+  EXPECT_EQ(ends, (std::vector<int>{901, 1801, 2701}));
 
   Watermark exact;
   exact.setChangePositionTimer(1.0f);

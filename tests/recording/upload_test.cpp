@@ -1,5 +1,3 @@
-// The upload worker against a real HTTPS server on 127.0.0.1, in virtual time.
-
 #include "endpoint/https_server.hpp"
 #include "recording_fixture.hpp"
 
@@ -19,7 +17,6 @@ class Uploads : public RecordingTest {
     sim().setTrustedCertificatesFile(server_.caFile());
   }
 
-  // Both logs recording to the server, with one event each written.
   void recordOneEventEach() {
     initialise(gameUrl(), server_.url("/i.evt"), originMs());
     sdk().emitGameEvent("jump", "level-1");
@@ -29,7 +26,6 @@ class Uploads : public RecordingTest {
   std::string gameUrl() { return server_.url("/g.evt?sig=a%2Bb&exp=9"); }
   std::string gameName() { return _gameEventFilename.get().value_or(""); }
 
-  // Calls uploadFileToUrl on the main thread; the result lands in the returned slot.
   std::shared_ptr<std::optional<bool>> upload(const std::optional<std::string>& name, const std::string& url,
                                               std::int32_t attempt) {
     auto uploaded = std::make_shared<std::optional<bool>>();

@@ -92,8 +92,7 @@ TEST_F(EventPlotTool, DrawsWhatItCanReadAndNamesWhatItCannot) {
   EXPECT_NE(run.err.find("missing.evt: cannot read"), std::string::npos) << run.err;
   const auto picture = UIImage::imageWithData(readFile(png));
   ASSERT_NE(picture, nullptr);
-  EXPECT_EQ(picture->pixelWidth(), 640);
-  EXPECT_EQ(picture->pixelHeight(), 480);
+  EXPECT_EQ(std::pair(picture->pixelWidth(), picture->pixelHeight()), std::pair(640, 480));
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #pragma once
 
-// The Linux platform talking HTTPS to a server on 127.0.0.1 that it alone trusts.
-
 #include <tavrel_sdk/platform.hpp>
 
 #include "backend/validation.hpp"
@@ -29,7 +27,6 @@ bool awaited(Start start) {
   return came && result.get();
 }
 
-// Installs a Linux platform that sends the service's requests to `baseUrl`, trusting `caFile` alone.
 inline void point(const std::string& baseUrl, const std::string& caFile) {
   auto platform = Platform::makeLinux();
   platform->setTrustedCertificatesFile(caFile);

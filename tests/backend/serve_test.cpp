@@ -1,5 +1,3 @@
-// `tavrel serve` as a child process, answering the library over HTTPS.
-
 #include "session/launch_url.hpp"
 
 #include "loopback_service.hpp"
@@ -17,15 +15,6 @@ namespace {
 
 const std::string kToken = "serve-token-0123456789abcdefghijABCDEFGHIJ0123456789";
 
-// `tavrel serve` as a child (support/serve_process.hpp), with the library pointed at it.
-class Serve : public ServeProcess {
- public:
-  explicit Serve(const std::vector<std::string>& arguments) : ServeProcess(arguments) {
-    point(banner["base-url"], banner["ca-file"]);
-  }
-};
-
-// A request the library would never send.
 UrlResponse send(UrlRequest request) {
   std::promise<UrlResponse> reply;
   Platform::current().dataTask(std::move(request), [&reply](UrlResponse r) { reply.set_value(std::move(r)); });
@@ -41,9 +30,10 @@ class ServeTest : public LoopbackServiceTest {
 
 TEST_F(ServeTest, AnswersTheLibraryEndToEnd) {
   TemporaryDirectory uploads;
-  Serve tool({"--token", "short", "--token", kToken, "--refuse-token", "refused", "--user", "alice:pa:ss",
+  ServeProcess tool({"--token", "short", "--token", kToken, "--refuse-token", "refused", "--user", "alice:pa:ss",
               "--user", "bob:pw", "--refuse-user", "bob", "--fail-uploads", "1", "--slow", "1", "--uploads",
               uploads.path()});
+  point(tool.banner["base-url"], tool.banner["ca-file"]);
   const std::string base = tool.banner["base-url"];
   const auto launch = readLaunchUrl(tool.banner["launch-url"]);
   ASSERT_EQ(launch.outcome, LaunchUrlReading::Outcome::Parsed) << tool.banner["launch-url"];
@@ -89,7 +79,8 @@ TEST_F(ServeTest, AnswersTheLibraryEndToEnd) {
 }
 
 TEST_F(ServeTest, WithoutTokensTheLaunchUrlCarriesAGeneratedOne) {
-  Serve tool({});
+  ServeProcess tool({});
+  point(tool.banner["base-url"], tool.banner["ca-file"]);
   const std::string token = readLaunchUrl(tool.banner["launch-url"]).items["launchToken"];
   EXPECT_EQ(token.size(), 48u);
   EXPECT_TRUE(validated(token));

@@ -22,7 +22,6 @@ class ValidationTest : public LoopbackServiceTest {
       server_.addRoute(method, std::string(path), [=](const RecordedRequest&) { return Reply{status, keyed}; });
     }
   }
-  // What the library chose to send: method, target, its own headers and the body.
   std::tuple<std::string, std::string, Headers, std::string> lastRequest() {
     const RecordedRequest request = server_.requests().back();
     Headers chosen(request.headers.begin(), request.headers.end());

@@ -43,15 +43,5 @@ TEST(LinuxPlatform, MainLoopAndSerialQueuesRunBlocksInOrderAndTimersOnTheLoopThr
   EXPECT_EQ(stopped, seen);
 }
 
-TEST(Platform, InstalledPlatformIsTheCurrentOneUntilReplaced) {
-  auto a = Platform::makeLinux();
-  Platform::install(a);
-  EXPECT_EQ(&Platform::current(), a.get());
-  EXPECT_NEAR(static_cast<double>(a->currentMilliseconds()) / 1000.0, a->timeIntervalSince1970(), 1.0);
-  Platform::install(nullptr);
-  EXPECT_NE(&Platform::current(), a.get());  // a Linux platform is made on demand
-  Platform::install(nullptr);
-}
-
 }  // namespace
 }  // namespace tavrel

@@ -26,8 +26,6 @@ constexpr auto kReady = std::future_status::ready;
 
 UrlRequest get(std::string url) { return {std::move(url), "GET", {}, ""}; }
 
-// Handlers and routes hold their state by shared_ptr: after a failed assertion they may still
-// run on other threads while the test unwinds.
 class UrlSessionTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -51,7 +49,6 @@ class UrlSessionTest : public ::testing::Test {
   std::shared_ptr<Platform> platform_ = Platform::makeLinux();
 };
 
-// The service's requests are checked with the backend; uploads carry any bytes, none at all too.
 TEST_F(UrlSessionTest, SendsExactlyWhatTheRequestNamesAndPassesTheReplyThrough) {
   server_.addRoute("PUT", "/up/created.evt", [](auto& r) { return Reply{201, "echo:" + r.body}; });
   const std::string binary("GEV\n1\n\0\x01\xff tail", 14);
@@ -189,7 +186,6 @@ class KeptConnectionsTest : public UrlSessionTest {
   }()};
 };
 
-// Each hop's method, body and Authorization header, as the page it lands on saw them.
 class RedirectsTest : public KeptConnectionsTest {
  protected:
   void SetUp() override {
@@ -250,7 +246,6 @@ TEST_F(RedirectsTest, TheTokenStaysWithItsOriginAndNoHopLeavesHttpsOrGoesOnForEv
   EXPECT_EQ(std::tie(unmoved.statusCode, unmoved.data), std::tuple(302, "no Location"));
 }
 
-// The same file with other contents: a kept connection was verified against what it held then.
 TEST_F(KeptConnectionsTest, ChangedCertificatesAreTrustedAsTheyAreNow) {
   testing::TemporaryDirectory directory;
   const std::string trusted = directory.path() + "/trusted.pem";

@@ -42,7 +42,6 @@ TEST_F(Concurrency, EmittersRacingEachOtherTheFirstWriteAndTheWorkerLoseNothing)
   // Until virtual time moves, the rate limit lets exactly one run through however the threads race.
   firstRound.wait();
   EXPECT_EQ(readEventFile(readFile(inputEventPath())).inputRecords.size(), 5u);
-  // Time moves, and the worker uploads, while the threads write.
   while (sim().elapsed() < 65.0) {
     sim().advance(0.125);
     std::this_thread::sleep_for(std::chrono::microseconds(200));

@@ -1,6 +1,3 @@
-// Reading event files back: what a well-formed file yields, and where each kind of damage is
-// reported.
-
 #include "recording/event_file_reader.hpp"
 #include "sample_events.hpp"
 
@@ -9,8 +6,7 @@
 namespace tavrel::testing {
 namespace {
 
-// The worked examples' fields are pinned through the tool's output; these are the other good files.
-TEST(EventFileReader, ReadsWellFormedFiles) {
+TEST(EventFileReader, ReadsWellFormedFilesAndReportsWhereAFileIsDamaged) {
   for (const std::string& bytes : {kHeader, kMagic, kHeader + "{\"a\": \"x\", \"e\": \"y\", \"t\": 2147483647}\n",
                                    kHeader + "{\"a\": \"x\", \"e\": \"y\", \"t\": -2147483648}\n"}) {
     EXPECT_TRUE(readEventFile(bytes).wellFormed()) << bytes;
@@ -21,9 +17,7 @@ TEST(EventFileReader, ReadsWellFormedFiles) {
   ASSERT_EQ(input.inputRecords.size(), 2u);
   EXPECT_EQ(input.inputRecords[1].kind(), InputRecord::Kind::Other);
   EXPECT_TRUE(input.inputRecords[1].payload.empty());
-}
 
-TEST(EventFileReader, ReportsWhereAFileIsDamaged) {
   const struct {
     std::string bytes;
     std::size_t offset;

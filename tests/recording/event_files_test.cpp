@@ -1,5 +1,3 @@
-// The bytes of the two event files, the guards in front of them, and a recording set up again.
-
 #include "recording/event_file_reader.hpp"
 #include "recording_fixture.hpp"
 

@@ -1,6 +1,4 @@
-// Uploads to real object storage: s3rver, an S3-compatible server that checks the signature of
-// each pre-signed URL, on 127.0.0.1 (scripts/setup installs it). The session runs in virtual
-// time; the requests are real.
+// Uploads to s3rver, an S3-compatible server that checks each pre-signed URL's signature.
 
 #include "recording_fixture.hpp"
 #include "session/launch_url.hpp"

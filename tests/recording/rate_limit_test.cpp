@@ -1,6 +1,3 @@
-// The input rate limit: runs of at most 5 accepted events, a run ending 1000 ms after its last
-// accepted event.
-
 #include "recording_fixture.hpp"
 
 #include <filesystem>
@@ -15,7 +12,6 @@ class RateLimit : public RecordingTest {
     initialise(std::nullopt, "https://127.0.0.1:9/i.evt", originMs());
   }
 
-  // Emits a one-word event at each time and returns which ones reached the file.
   std::vector<bool> emitAt(const std::vector<std::int64_t>& times) {
     std::vector<bool> accepted;
     for (const std::int64_t ms : times) {

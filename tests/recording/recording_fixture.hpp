@@ -1,7 +1,6 @@
 #pragma once
 
-// A simulated session for the recording tests: virtual time counted in whole milliseconds from
-// the platform's start, the event files by their current names, and the log lines by prefix (failures by default).
+// A simulated session, its time in whole milliseconds from the platform's start.
 
 #include "sample_events.hpp"
 #include "support/sandbox.hpp"
@@ -20,7 +19,6 @@ class RecordingTest : public SimulatedSession {
     origin_ = sim().currentMilliseconds();
   }
 
-  // The wall clock at the platform's start, in milliseconds since 1970.
   std::int64_t originMs() const { return origin_; }
 
   // Moves virtual time until the clock reads originMs() + ms. It lands in the middle of the
@@ -37,7 +35,6 @@ class RecordingTest : public SimulatedSession {
   std::string gameEventPath() const { return documents() + "/" + _gameEventFilename.get().value_or("?"); }
   std::string inputEventPath() const { return documents() + "/" + _inputEventFilename.get().value_or("?"); }
 
-  // The log lines that start with `prefix`.
   std::vector<std::string> logs(std::string_view prefix = "SDK > Failed") {
     std::vector<std::string> lines;
     for (std::string& line : sim().logLines())

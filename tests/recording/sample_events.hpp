@@ -1,8 +1,6 @@
 #pragma once
 
-// Event file bytes written out by hand, independently of the library's encoders: the worked
-// examples' game event line (47 bytes with the header) and input records (56 bytes with the
-// magic), as a writer would leave them.
+// Event file bytes written by hand, independently of the library's encoders.
 
 #include <cstdint>
 #include <initializer_list>
@@ -10,7 +8,6 @@
 
 namespace tavrel::testing {
 
-// Signed 32-bit little-endian words.
 inline std::string words(std::initializer_list<std::int32_t> values) {
   std::string bytes;
   for (const std::int32_t value : values)

@@ -1,5 +1,3 @@
-// tavrel inspect, run as a program on files written here.
-
 #include "sample_events.hpp"
 #include "support/tool_runner.hpp"
 

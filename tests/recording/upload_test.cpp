@@ -1,9 +1,10 @@
-// The upload worker against a real HTTPS server on 127.0.0.1, in virtual time.
-
 #include "endpoint/https_server.hpp"
 #include "recording_fixture.hpp"
 
+#include <atomic>
 #include <filesystem>
+#include <future>
+#include <thread>
 
 namespace tavrel::testing {
 namespace {
@@ -16,7 +17,6 @@ class Uploads : public RecordingTest {
     sim().setTrustedCertificatesFile(server_.caFile());
   }
 
-  // Both logs recording to the server, with one event each written.
   void recordOneEventEach() {
     initialise(gameUrl(), server_.url("/i.evt"), originMs());
     sdk().emitGameEvent("jump", "level-1");
@@ -26,7 +26,6 @@ class Uploads : public RecordingTest {
   std::string gameUrl() { return server_.url("/g.evt?sig=a%2Bb&exp=9"); }
   std::string gameName() { return _gameEventFilename.get().value_or(""); }
 
-  // Calls uploadFileToUrl on the main thread; the result lands in the returned slot.
   std::shared_ptr<std::optional<bool>> upload(const std::optional<std::string>& name, const std::string& url,
                                               std::int32_t attempt) {
     auto uploaded = std::make_shared<std::optional<bool>>();
@@ -128,25 +127,41 @@ TEST_F(Uploads, NoReplyOrNoUrlFailsTwiceWithAPauseAfterEach) {
 
 class SilentEndpoint : public Uploads {
  protected:
-  SilentEndpoint() { simOptions.silentNetworkAfter = std::chrono::milliseconds(50); }
+  SilentEndpoint() { simOptions.silentNetworkAfter = std::chrono::milliseconds(250); }
 };
 
 TEST_F(SilentEndpoint, EachAttemptTimesOutAfter60SecondsAndCountsAsNoReply) {
+  // Each attempt is held at the server, and time moves on only once it got there: on a loaded
+  // machine an attempt still on its way would look silent and start its 60 s late.
+  auto arrived = std::make_shared<std::atomic<int>>(0);
+  std::promise<void> release;
+  server_.addRoute("PUT", "/g.evt", [arrived, held = release.get_future().share()](auto&) {
+    ++*arrived;
+    held.wait();
+    return endpoint::Reply{};
+  });
+  const auto arrival = [&](int n) {
+    for (int i = 0; i < 20000 && *arrived < n; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(*arrived, n);
+  };
   recordOneEventEach();
   _hasUpdatedGameEvents = _hasUpdatedInputEvents = false;  // the worker's passes send nothing
-  server_.delayReplies(std::chrono::hours(1));
   advanceToMs(10000);
   const auto uploaded = upload(gameName(), gameUrl(), 0);
   const std::string failed = "SDK > Failed to upload " + gameName() + " to " + gameUrl();
+  arrival(1);
   sim().advance(59.9);
   EXPECT_EQ(logs().size(), 0u);
   sim().advance(0.2);
   EXPECT_EQ(logs(), std::vector<std::string>(1, failed));
-  sim().advance(61.0);  // the pause, then the retry's own 60 s
+  sim().advance(0.95);  // the pause
+  arrival(2);
+  sim().advance(60.05);
   EXPECT_EQ(logs(), std::vector<std::string>(2, failed));
   EXPECT_FALSE(uploaded->has_value());
   sim().advance(1.0);
   EXPECT_EQ(*uploaded, false);
+  release.set_value();
 }
 
 }  // namespace

@@ -166,10 +166,5 @@ TEST_F(GatedSession, WithoutAParentNoPageComesAndNothingIsCalled) {
   EXPECT_EQ(calls, 0);
 }
 
-TEST_F(GatedSession, TerminateFromAnotherThread) {
-  std::thread([&] { sdk().terminate(); }).join();
-  EXPECT_EQ(sim().exitStatus(), 255);
-}
-
 }  // namespace
 }  // namespace tavrel

@@ -8,7 +8,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace tavrel::testing {
@@ -67,6 +69,18 @@ TEST_F(Doctor, EachCheckPassesFailsWithItsFixOrOnlyWarns) {
       EXPECT_TRUE(c.ok || check["fix"] != "") << check;
     }
   }
+  // A compositor's socket found by its whole path, and a path one byte too long for sockaddr_un.
+  const std::string socketPath = directory_.path() + "/wayland-0";
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+  socketPath.copy(address.sun_path, sizeof address.sun_path - 1);
+  const int compositor = socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_EQ(bind(compositor, reinterpret_cast<sockaddr*>(&address), sizeof address) | listen(compositor, 1), 0);
+  for (const auto& [display, says] : {std::pair{socketPath, std::string("OK    display")},
+                                      {"/" + std::string(107, 'w'), "path is too long"}}) {
+    const ToolRun run = runTool({"doctor", "--check", "display"}, {"DISPLAY=", "WAYLAND_DISPLAY=" + display});
+    EXPECT_NE(run.out.find(says), std::string::npos) << run.out;
+  }
+  close(compositor);
 }
 
 }  // namespace

@@ -1,6 +1,4 @@
-// The recording's plot, drawn in process and read back by its pixels at the places its layout
-// gives: fingers told apart, a mark reused after a touch ended, a finger without a mark, a
-// dropped run, a landscape screen.
+// The recording's plot, drawn in process and read back by its pixels where its layout says.
 
 #include "event_plot.hpp"
 
@@ -47,7 +45,6 @@ TEST(EventPlot, TellsFingersTracksAndDroppedRunsApartOnALandscapeScreen) {
   cli::drawEventPlot(cr, bounds, plot);
   cairo_destroy(cr);
   cairo_surface_flush(surface.get());
-  // The colour a share of the way from one point to another, as 0…1 components.
   const auto between = [&](CGPoint a, CGPoint b, double share) -> CGColorRef {
     const unsigned char* row = cairo_image_surface_get_data(surface.get()) +
                                static_cast<int>(a.y + (b.y - a.y) * share) * cairo_image_surface_get_stride(surface.get());
@@ -95,8 +92,7 @@ TEST_F(EventPlotTool, DrawsWhatItCanReadAndNamesWhatItCannot) {
   EXPECT_NE(run.err.find("missing.evt: cannot read"), std::string::npos) << run.err;
   const auto picture = UIImage::imageWithData(readFile(png));
   ASSERT_NE(picture, nullptr);
-  EXPECT_EQ(picture->pixelWidth(), 640);
-  EXPECT_EQ(picture->pixelHeight(), 480);
+  EXPECT_EQ(std::pair(picture->pixelWidth(), picture->pixelHeight()), std::pair(640, 480));
 }
 
 }  // namespace

@@ -5,6 +5,10 @@
 
 #include "support/tool_runner.hpp"
 
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
 namespace tavrel::testing {
 namespace {
 
@@ -30,7 +34,9 @@ class Fonts : public ToolTest {
 };
 
 TEST_F(Fonts, PicturesAreTheSameWithoutAnyFontOnTheMachine) {
+  const std::string gallery = directory_.path() + "/gallery.json";
   const std::vector<std::vector<std::string>> renders = {
+      {"gallery", "--size", "844x390", "--tree", gallery},
       {"login", "--size", "390x844", "--state", "typed"},
       {"login", "--size", "844x390", "--state", "refused"},
       {"overlay", "--size", "390x844", "--user-id-token", kCyrillicToken},
@@ -40,6 +46,12 @@ TEST_F(Fonts, PicturesAreTheSameWithoutAnyFontOnTheMachine) {
     EXPECT_FALSE(normal.empty());
     EXPECT_TRUE(normal == picture(render, true)) << render[0] << " " << render[2] << " differs";
   }
+  // The gallery's last column ends at the right margin.
+  const nlohmann::json tree = nlohmann::json::parse(readFile(gallery));
+  double right = 0;
+  for (const auto& view : tree["rootViewController"]["view"]["subviews"])
+    right = std::max(right, view["frame"][0].get<double>() + view["frame"][2].get<double>());
+  EXPECT_EQ(right, 844 - 16);
 }
 
 TEST_F(Fonts, AScriptOurFacesLackComesFromTheMachineOrAsBoxes) {

@@ -20,9 +20,6 @@ TEST_F(LaunchUrlTool, ParsesComposesAndRefusesWithStatusTwo) {
     int status;
     std::string out, err = {};
   } cases[] = {
-      {{"parse", "mygame://validate?launchToken=" + kToken +
-                     "&recordingStartedAt=500&gameEventUrl=%252Fg.evt%253Fsig%253Da%252Bb"},
-       0, R"({"gameEventUrl":"/g.evt?sig=a%2Bb","launchToken":")" + kToken + R"(","recordingStartedAt":"500"})" "\n"},
       {{"parse", composed.substr(0, composed.size() - 1)},
        0, R"({"gameEventUrl":"https://h/g.evt?sig=a%2Fb&exp=9","launchToken":")" + kToken +
               R"(","recordingStartedAt":"1773061533000"})" "\n"},

@@ -1,6 +1,4 @@
-// tavrel run and tavrel demo as processes: the script language's errors with their lines and exit
-// statuses, one script per road through the login gate (status 0: every check in it held), the
-// demo's report, and the live page of `tavrel serve` in a real browser (Chromium, headless).
+// tavrel run and tavrel demo as processes, and the live page of `tavrel serve` in Chromium.
 
 #include <tavrel_sdk/ui/image.hpp>
 
@@ -53,7 +51,6 @@ wait-until not presented LoginViewController timeout 5
 
 class RunTool : public ToolTest {
  protected:
-  // Runs `text` as x.session; extra arguments follow.
   ToolRun run(const std::string& text, std::vector<std::string> extra = {}) {
     std::vector<std::string> arguments{"run", write("x.session", text), "--out", out()};
     arguments.insert(arguments.end(), extra.begin(), extra.end());
@@ -61,7 +58,6 @@ class RunTool : public ToolTest {
   }
   std::string out() const { return directory_.path() + "/out"; }
   nlohmann::json report() const { return nlohmann::json::parse(readFile(out() + "/report.json")); }
-  // Whether the report's story tells this line.
   bool toldThat(const std::string& text) const {
     const nlohmann::json whole = report();
     for (const auto& entry : whole["story"])
@@ -199,7 +195,6 @@ TEST_F(RunTool, TheDemoReportsItsWholeSession) {
   const auto sheet = UIImage::imageWithData(readFile(out() + "/contact-sheet.png"));
   ASSERT_TRUE(playing && sheet);
   EXPECT_EQ(std::pair(playing->pixelWidth(), playing->pixelHeight()), std::pair(780, 1688));
-  // Two rows of snapshots, then the plot.
   EXPECT_EQ(std::pair(sheet->pixelWidth(), sheet->pixelHeight()),
             std::pair(20 + 5 * 260, 76 + 2 * (static_cast<int>(std::round(240 * 1688 / 780.0)) + 44 + 20) + 768 + 20));
   EXPECT_TRUE(nlohmann::json::parse(readFile(out() + "/snapshots/playing.json")).is_object());
@@ -210,7 +205,6 @@ std::string chromium() {
   return found.substr(0, found.find('\n'));
 }
 
-// Pixels of the plot's first finger's colour in a screenshot.
 int firstFingerPixels(const std::string& png) {
   const auto picture = UIImage::imageWithData(readFile(png));
   if (picture == nullptr) return 0;
@@ -227,9 +221,7 @@ int firstFingerPixels(const std::string& png) {
   return count;
 }
 
-// A refused token brings the page and a login lets the game on. What the session sent, as the
-// live page shows it: its requests with their outcome, its recordings decoded (the game events'
-// table, the touches' plot as a picture), and no secret anywhere.
+// What the session sent, as the live page shows it: requests, recordings decoded, no secret.
 TEST_F(RunTool, ARefusedTokenThenALoginAndTheLivePageShowsWhatTheSessionSentAndNoSecret) {
   ServeProcess serve({"--token", kValid, "--refuse-token", kRefused, "--user", "ann:secret"});
   const std::string page = serve.banner["page"];
@@ -256,9 +248,8 @@ wait 31
   const std::string browser = chromium();
   if (browser.empty()) GTEST_SKIP() << "Chromium is not installed (scripts/setup installs it)";
 
-  // No virtual time: the open stream would hold it still. A time-out guards against a browser
-  // that never ends. The page's script asks for the plot after it loaded, which a loaded machine
-  // may not have done when the DOM is dumped or the screen shot: asked again until it has.
+  // Real time: the open stream would hold virtual time still. The page asks for its plot once
+  // loaded, which a loaded machine may not have done by the dump or the shot: asked again.
   std::vector<std::string> flags{"60", browser, "--headless=new", "--ignore-certificate-errors", "--disable-gpu",
                                  "--user-data-dir=" + directory_.path() + "/profile"};
   if (::geteuid() == 0) flags.push_back("--no-sandbox");

@@ -91,6 +91,10 @@ class Damage {
   static bool overlap(const PixelRect& a, const PixelRect& b) {
     return a.x < b.x + b.width && b.x < a.x + a.width && a.y < b.y + b.height && b.y < a.y + a.height;
   }
+  static PixelRect unite(const PixelRect& a, const PixelRect& b) {
+    const int left = std::min(a.x, b.x), top = std::min(a.y, b.y);
+    return {left, top, std::max(a.x + a.width, b.x + b.width) - left, std::max(a.y + a.height, b.y + b.height) - top};
+  }
 
   // Merges overlapping rectangles, then the pairs that waste least until few are left. None
   // overlap afterwards: a host may copy each once (a Vulkan copy's regions must not overlap).
@@ -123,10 +127,6 @@ class Damage {
         }
       }
     }
-  }
-  static PixelRect unite(const PixelRect& a, const PixelRect& b) {
-    const int left = std::min(a.x, b.x), top = std::min(a.y, b.y);
-    return {left, top, std::max(a.x + a.width, b.x + b.width) - left, std::max(a.y + a.height, b.y + b.height) - top};
   }
   static long long area(const PixelRect& r) { return static_cast<long long>(r.width) * r.height; }
   void mergeInto(std::size_t i, std::size_t j) {
@@ -232,6 +232,20 @@ std::optional<PixelRect> wholePixels(double left, double top, double width, doub
 PixelRect intersection(const PixelRect& a, const PixelRect& b) {
   const int left = std::max(a.x, b.x), top = std::max(a.y, b.y);
   return {left, top, std::min(a.x + a.width, b.x + b.width) - left, std::min(a.y + a.height, b.y + b.height) - top};
+}
+
+bool isEmpty(const PixelRect& r) { return r.width <= 0 || r.height <= 0; }
+
+// Calls `f` with each non-empty band of `outer` around `inner`, which lies within it.
+template <class F>
+void eachAround(const PixelRect& outer, const PixelRect& inner, F&& f) {
+  const int innerBottom = inner.y + inner.height, innerRight = inner.x + inner.width;
+  for (const PixelRect& band : {PixelRect{outer.x, outer.y, outer.width, inner.y - outer.y},
+                                PixelRect{outer.x, innerBottom, outer.width, outer.y + outer.height - innerBottom},
+                                PixelRect{outer.x, inner.y, inner.x - outer.x, inner.height},
+                                PixelRect{innerRight, inner.y, outer.x + outer.width - innerRight, inner.height}}) {
+    if (!isEmpty(band)) f(band);
+  }
 }
 
 // The surface's pixels as pixman takes them.
@@ -391,7 +405,7 @@ class Painter {
   bool direct() const { return image_ && cairoOnly_ == 0; }
 
   void fillPixels(PixelRect r, std::uint32_t pixel) {
-    if (r.width <= 0 || r.height <= 0) return;
+    if (isEmpty(r)) return;
     pixman_fill(pixman_image_get_data(image_), pixman_image_get_stride(image_) / 4, 32, r.x, r.y, r.width, r.height,
                 pixel);
   }
@@ -410,14 +424,10 @@ class Painter {
     const auto& rects = damage_.rects();
     for (std::size_t i = 0; i < rects.size(); ++i) {
       const PixelRect part = intersection(r, rects[i]);
-      if (part.width <= 0 || part.height <= 0) continue;
+      if (isEmpty(part)) continue;
       const bool fresh = !(cleared_ & (1u << i));
       if (fresh) {
-        const PixelRect& d = rects[i];
-        fillPixels({d.x, d.y, d.width, part.y - d.y}, 0);
-        fillPixels({d.x, part.y + part.height, d.width, d.y + d.height - part.y - part.height}, 0);
-        fillPixels({d.x, part.y, part.x - d.x, part.height}, 0);
-        fillPixels({part.x + part.width, part.y, d.x + d.width - part.x - part.width, part.height}, 0);
+        eachAround(rects[i], part, [&](PixelRect band) { fillPixels(band, 0); });
         cleared_ |= 1u << i;
       }
       lay(part, fresh);
@@ -474,10 +484,22 @@ class Painter {
                              std::none_of(painted_.begin(), painted_.end(),
                                           [&](const PixelRect& r) { return Damage::overlap(at, r); });
     if (direct() && alpha >= 1.0) {
+      const auto lay = [&](pixman_op_t op, PixelRect r) {
+        pixman_image_composite32(op, store.image, nullptr, image_, r.x - at.x, r.y - at.y, 0, 0, r.x, r.y, r.width,
+                                 r.height);
+      };
       eachPart(at, [&](PixelRect part, bool fresh) {
-        pixman_image_composite32(fresh || ontoCleared ? PIXMAN_OP_SRC : PIXMAN_OP_OVER, store.image, nullptr,
-                                 image_, part.x - at.x, part.y - at.y, 0, 0, part.x, part.y, part.width,
-                                 part.height);
+        // Blended only where something of this frame lies already (a mark under a label).
+        PixelRect under{};
+        if (!fresh && !ontoCleared) {
+          for (const PixelRect& r : painted_) {
+            const PixelRect both = intersection(r, part);
+            if (!isEmpty(both)) under = isEmpty(under) ? both : Damage::unite(under, both);
+          }
+        }
+        if (isEmpty(under)) return lay(PIXMAN_OP_SRC, part);
+        eachAround(part, under, [&](PixelRect band) { lay(PIXMAN_OP_SRC, band); });
+        lay(PIXMAN_OP_OVER, under);
       });
     } else {
       cairo_t* cr = context();

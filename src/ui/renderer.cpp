@@ -236,6 +236,28 @@ PixelRect intersection(const PixelRect& a, const PixelRect& b) {
 
 bool isEmpty(const PixelRect& r) { return r.width <= 0 || r.height <= 0; }
 
+// A set of pixels, as pixman keeps it.
+class Region {
+ public:
+  Region() { pixman_region32_init(&region_); }
+  explicit Region(const PixelRect& r) {
+    pixman_region32_init_rect(&region_, r.x, r.y, static_cast<unsigned>(r.width), static_cast<unsigned>(r.height));
+  }
+  Region(const Region&) = delete;
+  Region& operator=(const Region&) = delete;
+  ~Region() { pixman_region32_fini(&region_); }
+  pixman_region32_t* get() { return &region_; }
+  template <class F>
+  void forEach(F&& f) const {
+    int count = 0;
+    const pixman_box32_t* boxes = pixman_region32_rectangles(&region_, &count);
+    for (int i = 0; i < count; ++i) f(PixelRect{boxes[i].x1, boxes[i].y1, boxes[i].x2 - boxes[i].x1, boxes[i].y2 - boxes[i].y1});
+  }
+
+ private:
+  pixman_region32_t region_;
+};
+
 // Calls `f` with each non-empty band of `outer` around `inner`, which lies within it.
 template <class F>
 void eachAround(const PixelRect& outer, const PixelRect& inner, F&& f) {
@@ -278,13 +300,14 @@ class Painter {
     if (ownsContext_) cairo_destroy(cr_);
   }
 
-  // Paints the CPU frame into `surface`, whose pixels `image` holds. The damage is cleared as
-  // the first piece reaches each part of it, around that piece when it covers what it reaches:
-  // a copy is not laid over pixels just cleared.
+  // Paints the CPU frame into `surface`, whose pixels `image` holds. The damage is not cleared
+  // first: the first piece to reach a pixel of it writes it whole (a copy, not a blend over
+  // pixels just cleared), and what no piece reached is cleared at the end.
   void into(cairo_surface_t* surface, pixman_image_t* image) {
-    assert(damage_.rects().size() <= kMaxDamageRects);
     surface_ = surface;
     image_ = image;
+    for (const PixelRect& r : damage_.rects()) pixman_region32_union_rect(damaged_.get(), damaged_.get(), r.x, r.y, r.width, r.height);
+    pixman_region32_copy(unreached_.get(), damaged_.get());
   }
   // Clears what no piece reached; the surface's pixels are final.
   void finish() {
@@ -410,28 +433,23 @@ class Painter {
                 pixel);
   }
   void clearDamage() {
-    if (!image_) return;
-    const auto& rects = damage_.rects();
-    for (std::size_t i = 0; i < rects.size(); ++i) {
-      if (!(cleared_ & (1u << i))) fillPixels(rects[i], 0);
-    }
-    cleared_ = ~0u;
+    unreached_.forEach([&](PixelRect r) { fillPixels(r, 0); });
+    pixman_region32_clear(unreached_.get());
   }
-  // Calls `lay(part, fresh)` for each part of `r` within the damage: `fresh` when nothing
-  // reached that part of the damage before, which is then cleared around `part` only.
+  // Calls `lay(part, fresh)` for each part of `r` within the damage: `fresh` where no piece
+  // reached before, whose pixels `lay` must write whole; else over cleared or painted pixels.
   template <class Lay>
   void eachPart(PixelRect r, Lay&& lay) {
-    const auto& rects = damage_.rects();
-    for (std::size_t i = 0; i < rects.size(); ++i) {
-      const PixelRect part = intersection(r, rects[i]);
-      if (isEmpty(part)) continue;
-      const bool fresh = !(cleared_ & (1u << i));
-      if (fresh) {
-        eachAround(rects[i], part, [&](PixelRect band) { fillPixels(band, 0); });
-        cleared_ |= 1u << i;
-      }
-      lay(part, fresh);
+    if (isEmpty(r)) return;
+    Region piece(r), fresh;
+    pixman_region32_intersect(piece.get(), piece.get(), damaged_.get());
+    pixman_region32_intersect(fresh.get(), piece.get(), unreached_.get());
+    if (pixman_region32_not_empty(fresh.get())) {
+      pixman_region32_subtract(unreached_.get(), unreached_.get(), fresh.get());
+      pixman_region32_subtract(piece.get(), piece.get(), fresh.get());
+      fresh.forEach([&](PixelRect part) { lay(part, true); });
     }
+    piece.forEach([&](PixelRect part) { lay(part, false); });
   }
 
   // A background of one colour over `rect` (points, user space).
@@ -574,7 +592,7 @@ class Painter {
   bool ownsContext_ = false;
   cairo_surface_t* surface_ = nullptr;  // the CPU frame's
   pixman_image_t* image_ = nullptr;     // its pixels
-  unsigned cleared_ = 0;                // by damage rectangle: reached and cleared
+  Region damaged_, unreached_;          // the CPU frame's damage, and what no piece reached yet
   int cairoOnly_ = 0;                   // groups and clips the walk is within
   const std::vector<RenderEntry>& entries_;
   const Damage& damage_;

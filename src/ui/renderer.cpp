@@ -45,18 +45,21 @@ void collect(const UIView& view, CGPoint origin, CGRect clip, double alpha, std:
   entry.contentOrigin = {origin.x - bounds.origin.x, origin.y - bounds.origin.y};
   entry.clip = clip;
   entry.alpha = alpha * std::min(view.alpha(), 1.0);
-  out.push_back(entry);
-
   const CGRect childClip = view.layer().masksToBounds() ? entry.rect : clip;
   const CGPoint contentOrigin = entry.contentOrigin;
+  const double childAlpha = entry.alpha;
+  out.push_back(std::move(entry));
+
   for (const auto& subview : view.subviews()) {
     const CGRect frame = subview->frame();
-    collect(*subview, {contentOrigin.x + frame.origin.x, contentOrigin.y + frame.origin.y}, childClip, entry.alpha, out);
+    collect(*subview, {contentOrigin.x + frame.origin.x, contentOrigin.y + frame.origin.y}, childClip, childAlpha, out);
   }
   RenderEntry& self = out[index];
   self.subtreeEnd = out.size();
   self.subtreeRect = self.rect;
-  for (std::size_t i = index + 1; i < out.size(); ++i) self.subtreeRect = CGRectUnion(self.subtreeRect, out[i].rect);
+  for (std::size_t child = index + 1; child < out.size(); child = out[child].subtreeEnd) {
+    self.subtreeRect = CGRectUnion(self.subtreeRect, out[child].subtreeRect);
+  }
 }
 
 // The pixels to draw again, as a few rectangles.
@@ -293,7 +296,9 @@ class Painter {
           double scale, UILayerFrame* layers = nullptr, std::size_t first = 0, PixelRect offset = {},
           CGPoint device = {})
       : cr_(cr), entries_(entries), damage_(damage), stores_(stores), scale_(scale), layers_(layers), next_(first),
-        offset_(offset), dx_(device.x), dy_(device.y) {}
+        offset_(offset), dx_(device.x), dy_(device.y) {
+    painted_.reserve(entries.size());
+  }
   Painter(const Painter&) = delete;
   Painter& operator=(const Painter&) = delete;
   ~Painter() {
@@ -503,6 +508,13 @@ class Painter {
                                           [&](const PixelRect& r) { return Damage::overlap(at, r); });
     if (direct() && alpha >= 1.0) {
       const auto lay = [&](pixman_op_t op, PixelRect r) {
+        // A copy needs no compositing's setup.
+        if (op == PIXMAN_OP_SRC &&
+            pixman_blt(pixman_image_get_data(store.image), pixman_image_get_data(image_),
+                       pixman_image_get_stride(store.image) / 4, pixman_image_get_stride(image_) / 4, 32, 32,
+                       r.x - at.x, r.y - at.y, r.x, r.y, r.width, r.height)) {
+          return;
+        }
         pixman_image_composite32(op, store.image, nullptr, image_, r.x - at.x, r.y - at.y, 0, 0, r.x, r.y, r.width,
                                  r.height);
       };

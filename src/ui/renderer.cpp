@@ -254,7 +254,8 @@ class Region {
   void forEach(F&& f) const {
     int count = 0;
     const pixman_box32_t* boxes = pixman_region32_rectangles(&region_, &count);
-    for (int i = 0; i < count; ++i) f(PixelRect{boxes[i].x1, boxes[i].y1, boxes[i].x2 - boxes[i].x1, boxes[i].y2 - boxes[i].y1});
+    for (int i = 0; i < count; ++i)
+      f(PixelRect{boxes[i].x1, boxes[i].y1, boxes[i].x2 - boxes[i].x1, boxes[i].y2 - boxes[i].y1});
   }
 
  private:
@@ -311,7 +312,8 @@ class Painter {
   void into(cairo_surface_t* surface, pixman_image_t* image) {
     surface_ = surface;
     image_ = image;
-    for (const PixelRect& r : damage_.rects()) pixman_region32_union_rect(damaged_.get(), damaged_.get(), r.x, r.y, r.width, r.height);
+    for (const PixelRect& r : damage_.rects())
+      pixman_region32_union_rect(damaged_.get(), damaged_.get(), r.x, r.y, r.width, r.height);
     pixman_region32_copy(unreached_.get(), damaged_.get());
   }
   // Clears what no piece reached; the surface's pixels are final.
@@ -566,8 +568,9 @@ class Painter {
                                 entry.contentOrigin.y + bounds.origin.y - frame.origin.y};
       Damage all = damage_.emptyLike();
       all.add(at);
-      Painter(cr, entries_, all, stores_, scale_, nullptr, index, at,
-              {superOrigin.x * scale_ + static_cast<double>(-at.x), superOrigin.y * scale_ + static_cast<double>(-at.y)})
+      Painter(
+          cr, entries_, all, stores_, scale_, nullptr, index, at,
+          {superOrigin.x * scale_ + static_cast<double>(-at.x), superOrigin.y * scale_ + static_cast<double>(-at.y)})
           .paint(view);
       cairo_destroy(cr);
       cairo_surface_flush(flat.surface);

@@ -224,6 +224,14 @@ std::uint64_t lookOf(const std::vector<RenderEntry>& entries, std::size_t index)
   return look | 1;
 }
 
+// The pixels a plain rectangle of the current user space covers, when its edges fall on whole
+// device pixels (Cairo fills it then with no blended edge).
+std::optional<PixelRect> wholePixels(double left, double top, double width, double height) {
+  const auto whole = [](double v) { return std::abs(v) < 1e9 && v == std::floor(v); };
+  if (!whole(left) || !whole(top) || !whole(width) || !whole(height)) return std::nullopt;
+  return PixelRect{static_cast<int>(left), static_cast<int>(top), static_cast<int>(width), static_cast<int>(height)};
+}
+
 PixelRect intersection(const PixelRect& a, const PixelRect& b) {
   const int left = std::max(a.x, b.x), top = std::max(a.y, b.y);
   return {left, top, std::min(a.x + a.width, b.x + b.width) - left, std::min(a.y + a.height, b.y + b.height) - top};
@@ -302,6 +310,8 @@ class Painter {
   // first: the first piece to reach a pixel of it writes it whole (a copy, not a blend over
   // pixels just cleared), and what no piece reached is cleared at the end.
   void into(cairo_surface_t* surface, pixman_image_t* image) {
+    // Cairo takes a new surface for clear and would copy where it should blend.
+    cairo_surface_mark_dirty(surface);
     surface_ = surface;
     image_ = image;
     for (const PixelRect& r : damage_.rects())
@@ -453,10 +463,36 @@ class Painter {
 
   // A background of one colour over `rect` (points, user space).
   void fill(CGRect rect, double radius, const CGColorRef& color, double alpha) {
-    cairo_t* cr = context();
-    roundedRectPath(cr, rect, radius);
-    setSourceColor(cr, color, alpha);
-    cairo_fill(cr);
+    const std::optional<PixelRect> whole =
+        radius > 0.0 || !direct() ? std::nullopt
+                                  : wholePixels(rect.minX() * scale_ + dx_, rect.minY() * scale_ + dy_,
+                                                rect.size.width * scale_, rect.size.height * scale_);
+    if (!whole) {
+      cairo_t* cr = context();
+      roundedRectPath(cr, rect, radius);
+      setSourceColor(cr, color, alpha);
+      cairo_fill(cr);
+      return;
+    }
+    // As setSourceColor gives it to Cairo.
+    const auto clamp01 = [](double v) { return std::clamp(v, 0.0, 1.0); };
+    const std::uint32_t pixel = premultiplied(
+        {clamp01(color.red), clamp01(color.green), clamp01(color.blue), clamp01(clamp01(color.alpha) * alpha)});
+    pixman_image_t* solid = nullptr;
+    eachPart(*whole, [&](PixelRect part, bool fresh) {
+      if (fresh || pixel >> 24 == 0xff) {
+        fillPixels(part, pixel);
+        return;
+      }
+      if (!solid) {
+        const auto level = [&](int shift) { return static_cast<std::uint16_t>((pixel >> shift & 0xff) * 0x101); };
+        const pixman_color_t c{level(16), level(8), level(0), level(24)};
+        solid = pixman_image_create_solid_fill(&c);
+      }
+      pixman_image_composite32(PIXMAN_OP_OVER, solid, nullptr, image_, 0, 0, 0, 0, part.x, part.y, part.width,
+                               part.height);
+    });
+    if (solid) pixman_image_unref(solid);
   }
 
   // The kept pixels with their first pixel at `origin` (points, the current user space),

@@ -5,7 +5,8 @@ find_package(CURL REQUIRED)
 find_package(OpenSSL REQUIRED)
 find_package(nlohmann_json 3.11 CONFIG REQUIRED)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
-pkg_check_modules(PANGOCAIRO REQUIRED IMPORTED_TARGET pangocairo cairo)
+# pixman is Cairo's own compositor: the frame lays kept pixels down with it directly.
+pkg_check_modules(PANGOCAIRO REQUIRED IMPORTED_TARGET pangocairo cairo pixman-1)
 # The toolkit loads its font file through a private fontconfig set given to Pango's fc font map.
 pkg_check_modules(FONTCONFIG REQUIRED IMPORTED_TARGET pangoft2 fontconfig)
 find_package(PNG REQUIRED)

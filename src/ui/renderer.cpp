@@ -45,18 +45,21 @@ void collect(const UIView& view, CGPoint origin, CGRect clip, double alpha, std:
   entry.contentOrigin = {origin.x - bounds.origin.x, origin.y - bounds.origin.y};
   entry.clip = clip;
   entry.alpha = alpha * std::min(view.alpha(), 1.0);
-  out.push_back(entry);
-
   const CGRect childClip = view.layer().masksToBounds() ? entry.rect : clip;
   const CGPoint contentOrigin = entry.contentOrigin;
+  const double childAlpha = entry.alpha;
+  out.push_back(std::move(entry));
+
   for (const auto& subview : view.subviews()) {
     const CGRect frame = subview->frame();
-    collect(*subview, {contentOrigin.x + frame.origin.x, contentOrigin.y + frame.origin.y}, childClip, entry.alpha, out);
+    collect(*subview, {contentOrigin.x + frame.origin.x, contentOrigin.y + frame.origin.y}, childClip, childAlpha, out);
   }
   RenderEntry& self = out[index];
   self.subtreeEnd = out.size();
   self.subtreeRect = self.rect;
-  for (std::size_t i = index + 1; i < out.size(); ++i) self.subtreeRect = CGRectUnion(self.subtreeRect, out[i].rect);
+  for (std::size_t child = index + 1; child < out.size(); child = out[child].subtreeEnd) {
+    self.subtreeRect = CGRectUnion(self.subtreeRect, out[child].subtreeRect);
+  }
 }
 
 // The pixels to draw again, as a few rectangles.
@@ -91,6 +94,10 @@ class Damage {
   static bool overlap(const PixelRect& a, const PixelRect& b) {
     return a.x < b.x + b.width && b.x < a.x + a.width && a.y < b.y + b.height && b.y < a.y + a.height;
   }
+  static PixelRect unite(const PixelRect& a, const PixelRect& b) {
+    const int left = std::min(a.x, b.x), top = std::min(a.y, b.y);
+    return {left, top, std::max(a.x + a.width, b.x + b.width) - left, std::max(a.y + a.height, b.y + b.height) - top};
+  }
 
   // Merges overlapping rectangles, then the pairs that waste least until few are left. None
   // overlap afterwards: a host may copy each once (a Vulkan copy's regions must not overlap).
@@ -123,10 +130,6 @@ class Damage {
         }
       }
     }
-  }
-  static PixelRect unite(const PixelRect& a, const PixelRect& b) {
-    const int left = std::min(a.x, b.x), top = std::min(a.y, b.y);
-    return {left, top, std::max(a.x + a.width, b.x + b.width) - left, std::max(a.y + a.height, b.y + b.height) - top};
   }
   static long long area(const PixelRect& r) { return static_cast<long long>(r.width) * r.height; }
   void mergeInto(std::size_t i, std::size_t j) {
@@ -221,15 +224,108 @@ std::uint64_t lookOf(const std::vector<RenderEntry>& entries, std::size_t index)
   return look | 1;
 }
 
+// The pixels a plain rectangle of the current user space covers, when its edges fall on whole
+// device pixels (Cairo fills it then with no blended edge).
+std::optional<PixelRect> wholePixels(double left, double top, double width, double height) {
+  const auto whole = [](double v) { return std::abs(v) < 1e9 && v == std::floor(v); };
+  if (!whole(left) || !whole(top) || !whole(width) || !whole(height)) return std::nullopt;
+  return PixelRect{static_cast<int>(left), static_cast<int>(top), static_cast<int>(width), static_cast<int>(height)};
+}
+
+PixelRect intersection(const PixelRect& a, const PixelRect& b) {
+  const int left = std::max(a.x, b.x), top = std::max(a.y, b.y);
+  return {left, top, std::min(a.x + a.width, b.x + b.width) - left, std::min(a.y + a.height, b.y + b.height) - top};
+}
+
+bool isEmpty(const PixelRect& r) { return r.width <= 0 || r.height <= 0; }
+
+// A set of pixels, as pixman keeps it.
+class Region {
+ public:
+  Region() { pixman_region32_init(&region_); }
+  explicit Region(const PixelRect& r) {
+    pixman_region32_init_rect(&region_, r.x, r.y, static_cast<unsigned>(r.width), static_cast<unsigned>(r.height));
+  }
+  Region(const Region&) = delete;
+  Region& operator=(const Region&) = delete;
+  ~Region() { pixman_region32_fini(&region_); }
+  pixman_region32_t* get() { return &region_; }
+  template <class F>
+  void forEach(F&& f) const {
+    int count = 0;
+    const pixman_box32_t* boxes = pixman_region32_rectangles(&region_, &count);
+    for (int i = 0; i < count; ++i)
+      f(PixelRect{boxes[i].x1, boxes[i].y1, boxes[i].x2 - boxes[i].x1, boxes[i].y2 - boxes[i].y1});
+  }
+
+ private:
+  pixman_region32_t region_;
+};
+
+// Calls `f` with each non-empty band of `outer` around `inner`, which lies within it.
+template <class F>
+void eachAround(const PixelRect& outer, const PixelRect& inner, F&& f) {
+  const int innerBottom = inner.y + inner.height, innerRight = inner.x + inner.width;
+  for (const PixelRect& band : {PixelRect{outer.x, outer.y, outer.width, inner.y - outer.y},
+                                PixelRect{outer.x, innerBottom, outer.width, outer.y + outer.height - innerBottom},
+                                PixelRect{outer.x, inner.y, inner.x - outer.x, inner.height},
+                                PixelRect{innerRight, inner.y, outer.x + outer.width - innerRight, inner.height}}) {
+    if (!isEmpty(band)) f(band);
+  }
+}
+
+// The surface's pixels as pixman takes them.
+pixman_image_t* imageOf(cairo_surface_t* surface) {
+  return pixman_image_create_bits(PIXMAN_a8r8g8b8, cairo_image_surface_get_width(surface),
+                                  cairo_image_surface_get_height(surface),
+                                  reinterpret_cast<std::uint32_t*>(cairo_image_surface_get_data(surface)),
+                                  cairo_image_surface_get_stride(surface));
+}
+
 // One walk of the tree in paint order, for both kinds of frame: it lays the views' pixels
-// down into `cr` where the damage reaches, or, given `layers`, lists every visible view's
-// pieces there, laying down on the CPU only a subtree that quads cannot show (flatten()).
+// down where the damage reaches, or, given `layers`, lists every visible view's pieces there,
+// laying down on the CPU only a subtree that quads cannot show (flatten()).
+//
+// User space is the screen's points scaled, moved by each view's origin; the walk keeps the
+// moves itself, in Cairo's order of operations, so a point lands on the pixel Cairo would put
+// it on. Cairo draws only what needs it (text is in the stores already): on the CPU frame, kept
+// pixels and plain rectangles on whole pixels are laid straight into the frame's pixels.
 class Painter {
  public:
+  // `device`: where user space's origin lies on `cr`'s surface, in its pixels.
   Painter(cairo_t* cr, const std::vector<RenderEntry>& entries, const Damage& damage, BackingStores& stores,
-          double scale, UILayerFrame* layers = nullptr, std::size_t first = 0, PixelRect offset = {})
+          double scale, UILayerFrame* layers = nullptr, std::size_t first = 0, PixelRect offset = {},
+          CGPoint device = {})
       : cr_(cr), entries_(entries), damage_(damage), stores_(stores), scale_(scale), layers_(layers), next_(first),
-        offset_(offset) {}
+        offset_(offset), dx_(device.x), dy_(device.y) {
+    painted_.reserve(entries.size());
+  }
+  Painter(const Painter&) = delete;
+  Painter& operator=(const Painter&) = delete;
+  ~Painter() {
+    if (ownsContext_) cairo_destroy(cr_);
+  }
+
+  // Paints the CPU frame into `surface`, whose pixels `image` holds. The damage is not cleared
+  // first: the first piece to reach a pixel of it writes it whole (a copy, not a blend over
+  // pixels just cleared), and what no piece reached is cleared at the end.
+  void into(cairo_surface_t* surface, pixman_image_t* image) {
+    // Cairo takes a new surface for clear and would copy where it should blend.
+    cairo_surface_mark_dirty(surface);
+    surface_ = surface;
+    image_ = image;
+    for (const PixelRect& r : damage_.rects())
+      pixman_region32_union_rect(damaged_.get(), damaged_.get(), r.x, r.y, r.width, r.height);
+    pixman_region32_copy(unreached_.get(), damaged_.get());
+  }
+  // Clears what no piece reached; the surface's pixels are final.
+  void finish() {
+    clearDamage();
+    if (ownsContext_) cairo_destroy(cr_);
+    ownsContext_ = false;
+    cr_ = nullptr;
+    if (surface_) cairo_surface_mark_dirty(surface_);
+  }
 
   void paint(const UIView& view) {
     if (!isDrawn(view)) return;
@@ -257,9 +353,12 @@ class Painter {
     }
     clip_ = &entry.clip;
 
-    cairo_save(cr_);
-    cairo_translate(cr_, frame.origin.x, frame.origin.y);
-    if (group) cairo_push_group(cr_);
+    const double superX = dx_, superY = dy_;
+    translate(frame.origin.x, frame.origin.y);
+    if (group) {
+      cairo_push_group(context());
+      ++cairoOnly_;
+    }
     if (drawSelf && background) {
       // A plain rectangle fills fast; a rounded one is drawn once and copied after.
       const BackingStore* kept = radius > 0.0 ? stores_.backgroundFor(view, scale_) : nullptr;
@@ -268,69 +367,185 @@ class Painter {
       } else if (layers_) {
         layDown(nullptr, local, premultiplied(view.backgroundColor()->CGColor()), partAlpha);
       } else {
-        roundedRectPath(cr_, local, radius);
-        setSourceColor(cr_, view.backgroundColor()->CGColor(), partAlpha);
-        cairo_fill(cr_);
+        fill(local, radius, view.backgroundColor()->CGColor(), partAlpha);
         painted_.push_back(damage_.toPixels(entry.rect));
       }
     }
-    if (view.layer().masksToBounds() && !layers_) {  // a layer's clip is its entry's
-      roundedRectPath(cr_, local, radius);
-      cairo_clip(cr_);
+    const bool clips = view.layer().masksToBounds() && !layers_;  // a layer's clip is its entry's
+    if (clips) {
+      cairo_t* cr = context();
+      if (!group) cairo_save(cr);
+      roundedRectPath(cr, local, radius);
+      cairo_clip(cr);
+      ++cairoOnly_;
     }
-    cairo_save(cr_);
+    const double frameX = dx_, frameY = dy_;
     const CGRect bounds = view.bounds();
-    cairo_translate(cr_, -bounds.origin.x, -bounds.origin.y);
+    translate(-bounds.origin.x, -bounds.origin.y);
     if (drawSelf && content) {
       if (const BackingStore* store = stores_.storeFor(const_cast<UIView&>(view), scale_)) {
         composite(*store, bounds.origin, partAlpha);
       }
     }
     for (const auto& subview : view.subviews()) paint(*subview);
-    cairo_restore(cr_);
+    dx_ = frameX, dy_ = frameY;
     if (drawSelf && border) {
+      cairo_t* cr = context();
       const double width = view.layer().borderWidth();
       const CGRect inset{{width / 2.0, width / 2.0}, {frame.size.width - width, frame.size.height - width}};
-      roundedRectPath(cr_, inset, std::max(0.0, radius - width / 2.0));
-      cairo_set_line_width(cr_, width);
-      setSourceColor(cr_, *view.layer().borderColor(), partAlpha);
-      cairo_stroke(cr_);
+      roundedRectPath(cr, inset, std::max(0.0, radius - width / 2.0));
+      cairo_set_line_width(cr, width);
+      setSourceColor(cr, *view.layer().borderColor(), partAlpha);
+      cairo_stroke(cr);
       painted_.push_back(damage_.toPixels(entry.rect));
     }
     if (group) {
-      cairo_pop_group_to_source(cr_);
-      cairo_paint_with_alpha(cr_, alpha);
+      cairo_t* cr = context();
+      cairo_pop_group_to_source(cr);  // and the clip with it
+      cairo_paint_with_alpha(cr, alpha);
+    } else if (clips) {
+      cairo_restore(cr_);
     }
-    cairo_restore(cr_);
+    cairoOnly_ -= static_cast<int>(group) + static_cast<int>(clips);
+    dx_ = superX, dy_ = superY;
   }
 
  private:
+  // As cairo_translate() moves the matrix's origin.
+  void translate(double x, double y) {
+    dx_ = x * scale_ + dx_;
+    dy_ = y * scale_ + dy_;
+  }
+
+  // Cairo, for what only it draws: on the CPU frame, made at its first use, clipped to the
+  // damage, which it may blend into, so the damage is cleared first.
+  cairo_t* context() {
+    if (!cr_) {
+      cr_ = cairo_create(surface_);
+      ownsContext_ = true;
+      for (const PixelRect& r : damage_.rects()) cairo_rectangle(cr_, r.x, r.y, r.width, r.height);
+      cairo_clip(cr_);
+    }
+    clearDamage();
+    const cairo_matrix_t matrix{scale_, 0.0, 0.0, scale_, dx_, dy_};
+    cairo_set_matrix(cr_, &matrix);
+    return cr_;
+  }
+
+  // Whether a piece goes into the frame's pixels without Cairo: not into a group's surface nor
+  // through a clip Cairo keeps.
+  bool direct() const { return image_ && cairoOnly_ == 0; }
+
+  void fillPixels(PixelRect r, std::uint32_t pixel) {
+    if (isEmpty(r)) return;
+    pixman_fill(pixman_image_get_data(image_), pixman_image_get_stride(image_) / 4, 32, r.x, r.y, r.width, r.height,
+                pixel);
+  }
+  void clearDamage() {
+    unreached_.forEach([&](PixelRect r) { fillPixels(r, 0); });
+    pixman_region32_clear(unreached_.get());
+  }
+  // Calls `lay(part, fresh)` for each part of `r` within the damage: `fresh` where no piece
+  // reached before, whose pixels `lay` must write whole; else over cleared or painted pixels.
+  template <class Lay>
+  void eachPart(PixelRect r, Lay&& lay) {
+    if (isEmpty(r)) return;
+    Region piece(r), fresh;
+    pixman_region32_intersect(piece.get(), piece.get(), damaged_.get());
+    pixman_region32_intersect(fresh.get(), piece.get(), unreached_.get());
+    if (pixman_region32_not_empty(fresh.get())) {
+      pixman_region32_subtract(unreached_.get(), unreached_.get(), fresh.get());
+      pixman_region32_subtract(piece.get(), piece.get(), fresh.get());
+      fresh.forEach([&](PixelRect part) { lay(part, true); });
+    }
+    piece.forEach([&](PixelRect part) { lay(part, false); });
+  }
+
+  // A background of one colour over `rect` (points, user space).
+  void fill(CGRect rect, double radius, const CGColorRef& color, double alpha) {
+    const std::optional<PixelRect> whole =
+        radius > 0.0 || !direct() ? std::nullopt
+                                  : wholePixels(rect.minX() * scale_ + dx_, rect.minY() * scale_ + dy_,
+                                                rect.size.width * scale_, rect.size.height * scale_);
+    if (!whole) {
+      cairo_t* cr = context();
+      roundedRectPath(cr, rect, radius);
+      setSourceColor(cr, color, alpha);
+      cairo_fill(cr);
+      return;
+    }
+    // As setSourceColor gives it to Cairo.
+    const auto clamp01 = [](double v) { return std::clamp(v, 0.0, 1.0); };
+    const std::uint32_t pixel = premultiplied(
+        {clamp01(color.red), clamp01(color.green), clamp01(color.blue), clamp01(clamp01(color.alpha) * alpha)});
+    pixman_image_t* solid = nullptr;
+    eachPart(*whole, [&](PixelRect part, bool fresh) {
+      if (fresh || pixel >> 24 == 0xff) {
+        fillPixels(part, pixel);
+        return;
+      }
+      if (!solid) {
+        const auto level = [&](int shift) { return static_cast<std::uint16_t>((pixel >> shift & 0xff) * 0x101); };
+        const pixman_color_t c{level(16), level(8), level(0), level(24)};
+        solid = pixman_image_create_solid_fill(&c);
+      }
+      pixman_image_composite32(PIXMAN_OP_OVER, solid, nullptr, image_, 0, 0, 0, 0, part.x, part.y, part.width,
+                               part.height);
+    });
+    if (solid) pixman_image_unref(solid);
+  }
+
   // The kept pixels with their first pixel at `origin` (points, the current user space),
   // placed on the nearest whole device pixel: text stays as sharp as it was drawn.
   void composite(const BackingStore& store, CGPoint origin, double alpha) {
-    double x = origin.x, y = origin.y;
-    cairo_user_to_device(cr_, &x, &y);
-    x = std::round(x);
-    y = std::round(y);
+    const double x = std::round(origin.x * scale_ + dx_), y = std::round(origin.y * scale_ + dy_);
     const PixelRect at{static_cast<int>(x) + offset_.x, static_cast<int>(y) + offset_.y, store.width, store.height};
     if (layers_) {
       layDown(store, at, 0, alpha);
       return;
     }
-    cairo_save(cr_);
-    cairo_identity_matrix(cr_);
-    cairo_rectangle(cr_, x, y, store.width, store.height);
-    cairo_clip(cr_);
-    cairo_set_source_surface(cr_, store.surface, x, y);
     // Over the damage's cleared pixels, where nothing of this frame lies yet (in a group's
     // surface too), blending is a copy, even through a mask: most of a text's store is
     // transparent, and a copy need not look at it. At a fraction of alpha it would be no copy.
     const bool ontoCleared = alpha >= 1.0 &&
                              std::none_of(painted_.begin(), painted_.end(),
                                           [&](const PixelRect& r) { return Damage::overlap(at, r); });
-    if (ontoCleared) cairo_set_operator(cr_, CAIRO_OPERATOR_SOURCE);
-    cairo_paint_with_alpha(cr_, alpha);
-    cairo_restore(cr_);
+    if (direct() && alpha >= 1.0) {
+      const auto lay = [&](pixman_op_t op, PixelRect r) {
+        // A copy needs no compositing's setup.
+        if (op == PIXMAN_OP_SRC &&
+            pixman_blt(pixman_image_get_data(store.image), pixman_image_get_data(image_),
+                       pixman_image_get_stride(store.image) / 4, pixman_image_get_stride(image_) / 4, 32, 32,
+                       r.x - at.x, r.y - at.y, r.x, r.y, r.width, r.height)) {
+          return;
+        }
+        pixman_image_composite32(op, store.image, nullptr, image_, r.x - at.x, r.y - at.y, 0, 0, r.x, r.y, r.width,
+                                 r.height);
+      };
+      eachPart(at, [&](PixelRect part, bool fresh) {
+        // Blended only where something of this frame lies already (a mark under a label).
+        PixelRect under{};
+        if (!fresh && !ontoCleared) {
+          for (const PixelRect& r : painted_) {
+            const PixelRect both = intersection(r, part);
+            if (!isEmpty(both)) under = isEmpty(under) ? both : Damage::unite(under, both);
+          }
+        }
+        if (isEmpty(under)) return lay(PIXMAN_OP_SRC, part);
+        eachAround(part, under, [&](PixelRect band) { lay(PIXMAN_OP_SRC, band); });
+        lay(PIXMAN_OP_OVER, under);
+      });
+    } else {
+      cairo_t* cr = context();
+      cairo_save(cr);
+      cairo_identity_matrix(cr);
+      cairo_rectangle(cr, x, y, store.width, store.height);
+      cairo_clip(cr);
+      cairo_set_source_surface(cr, store.surface, x, y);
+      if (ontoCleared) cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
+      cairo_paint_with_alpha(cr, alpha);
+      cairo_restore(cr);
+    }
     painted_.push_back(at);
   }
 
@@ -349,15 +564,16 @@ class Painter {
       cairo_set_operator(cr, CAIRO_OPERATOR_CLEAR);
       cairo_paint(cr);
       cairo_set_operator(cr, CAIRO_OPERATOR_OVER);
-      cairo_translate(cr, -at.x, -at.y);
-      cairo_scale(cr, scale_, scale_);
       // paint() starts from the superview's bounds, as the frame's walk reaches the view.
       const CGRect frame = view.frame(), bounds = view.bounds();
-      cairo_translate(cr, entry.contentOrigin.x + bounds.origin.x - frame.origin.x,
-                      entry.contentOrigin.y + bounds.origin.y - frame.origin.y);
+      const CGPoint superOrigin{entry.contentOrigin.x + bounds.origin.x - frame.origin.x,
+                                entry.contentOrigin.y + bounds.origin.y - frame.origin.y};
       Damage all = damage_.emptyLike();
       all.add(at);
-      Painter(cr, entries_, all, stores_, scale_, nullptr, index, at).paint(view);
+      Painter(
+          cr, entries_, all, stores_, scale_, nullptr, index, at,
+          {superOrigin.x * scale_ + static_cast<double>(-at.x), superOrigin.y * scale_ + static_cast<double>(-at.y)})
+          .paint(view);
       cairo_destroy(cr);
       cairo_surface_flush(flat.surface);
       flat.scale = scale_;
@@ -376,10 +592,8 @@ class Painter {
                                cairo_image_surface_get_stride(store.surface), at, toPixels(*clip_), alpha, color});
   }
   void layDown(std::nullptr_t, CGRect rect, std::uint32_t color, double alpha) {
-    double left = rect.minX(), top = rect.minY(), right = rect.maxX(), bottom = rect.maxY();
-    cairo_user_to_device(cr_, &left, &top);
-    cairo_user_to_device(cr_, &right, &bottom);
-    const PixelRect at = rounded(left, top, right, bottom);
+    const PixelRect at = rounded(rect.minX() * scale_ + dx_, rect.minY() * scale_ + dy_, rect.maxX() * scale_ + dx_,
+                                 rect.maxY() * scale_ + dy_);
     layers_->layers.push_back({0, 0, nullptr, 0, at, toPixels(*clip_), alpha, color});
   }
   static PixelRect rounded(double left, double top, double right, double bottom) {
@@ -392,6 +606,11 @@ class Painter {
   }
 
   cairo_t* cr_;
+  bool ownsContext_ = false;
+  cairo_surface_t* surface_ = nullptr;  // the CPU frame's
+  pixman_image_t* image_ = nullptr;     // its pixels
+  Region damaged_, unreached_;          // the CPU frame's damage, and what no piece reached yet
+  int cairoOnly_ = 0;                   // groups and clips the walk is within
   const std::vector<RenderEntry>& entries_;
   const Damage& damage_;
   BackingStores& stores_;
@@ -399,6 +618,7 @@ class Painter {
   UILayerFrame* layers_;
   std::size_t next_;
   PixelRect offset_;  // where the surface's first pixel lies on the frame
+  double dx_, dy_;    // where user space's origin lies on the surface
   const CGRect* clip_ = nullptr;  // the clip of the view whose pieces are listed
   std::vector<PixelRect> painted_;  // what this frame has drawn so far, in pixels of the frame
 };
@@ -411,6 +631,7 @@ BackingStore::BackingStore() : id([] {
 }()) {}
 
 BackingStore::~BackingStore() {
+  if (image) pixman_image_unref(image);
   if (surface) cairo_surface_destroy(surface);
 }
 
@@ -422,18 +643,17 @@ std::size_t BackingStore::bytes() const {
 bool BackingStore::resize(int newWidth, int newHeight, std::size_t& total) {
   if (surface && width == newWidth && height == newHeight) return false;
   total -= bytes();
+  if (image) pixman_image_unref(image);
   if (surface) cairo_surface_destroy(surface);
   surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, newWidth, newHeight);
+  image = imageOf(surface);
   width = newWidth;
   height = newHeight;
   total += bytes();
   return true;
 }
 
-UIHost::Renderer::~Renderer() {
-  if (surface) cairo_surface_destroy(surface);
-  if (pixel) cairo_surface_destroy(pixel);
-}
+UIHost::Renderer::~Renderer() { reset(); }
 
 namespace {
 
@@ -543,6 +763,8 @@ std::size_t BackingStores::bytesOf(const UIView& view) const {
 }
 
 void UIHost::Renderer::reset() {
+  if (image) pixman_image_unref(image);
+  image = nullptr;
   if (surface) cairo_surface_destroy(surface);
   surface = nullptr;
   frame = UIFrame{};
@@ -579,13 +801,7 @@ const UILayerFrame& UIHost::Renderer::renderLayers(CGSize size, double scale) {
   // measure of a pixel.
   Damage damage(width, height, scale);
   const std::shared_ptr<UIWindow> window = walk(size, nullptr, damage, buffers);
-  if (window) {
-    if (!pixel) pixel = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 1, 1);
-    cairo_t* cr = cairo_create(pixel);
-    cairo_scale(cr, scale, scale);
-    Painter(cr, buffers.entries, damage, stores, scale, &layers).paint(*window);
-    cairo_destroy(cr);
-  }
+  if (window) Painter(nullptr, buffers.entries, damage, stores, scale, &layers).paint(*window);
   stores.freeOffTheTree(window.get());
   return layers;
 }
@@ -595,9 +811,9 @@ const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
   const int height = static_cast<int>(std::lround(size.height * scale));
   const bool whole = !surface || width != frame.width || height != frame.height || scale != frame.scale;
   if (whole) {
-    if (surface) cairo_surface_destroy(surface);
-    previous.clear();
+    reset();
     surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
+    image = imageOf(surface);
     frame.width = width;
     frame.height = height;
     frame.scale = scale;
@@ -610,16 +826,10 @@ const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
   std::vector<RenderEntry>& entries = buffers.entries;
   damage.simplify();
   if (!damage.empty()) {
-    cairo_t* cr = cairo_create(surface);
-    for (const PixelRect& r : damage.rects()) cairo_rectangle(cr, r.x, r.y, r.width, r.height);
-    cairo_clip(cr);
-    cairo_set_operator(cr, CAIRO_OPERATOR_CLEAR);
-    cairo_paint(cr);
-    cairo_set_operator(cr, CAIRO_OPERATOR_OVER);
-    cairo_scale(cr, scale, scale);
-    if (window) Painter(cr, entries, damage, stores, scale).paint(*window);
-    cairo_destroy(cr);
-    cairo_surface_flush(surface);
+    Painter painter(nullptr, entries, damage, stores, scale);
+    painter.into(surface, image);
+    if (window) painter.paint(*window);
+    painter.finish();
     stores.freeOffTheTree(window.get());
   }
   frame.pixels = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(surface));

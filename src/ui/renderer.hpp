@@ -24,6 +24,7 @@
 #include <tavrel_sdk/ui/view.hpp>
 
 #include <cairo.h>
+#include <pixman.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -62,6 +63,7 @@ struct BackingStore {
   ~BackingStore();
 
   cairo_surface_t* surface = nullptr;
+  pixman_image_t* image = nullptr;  // the same pixels, for laying them down without Cairo
   int width = 0, height = 0;  // pixels
   double scale = 0.0;
   CGPoint origin;             // the bounds origin it was drawn for
@@ -131,11 +133,11 @@ struct UIHost::Renderer {
   void reset();
 
   cairo_surface_t* surface = nullptr;
+  pixman_image_t* image = nullptr;  // the surface's pixels
   UIFrame frame;
   std::vector<RenderEntry> previous;
   FrameBuffers buffers;
   UILayerFrame layers;
-  cairo_surface_t* pixel = nullptr;  // a layer frame's walk needs a context, not its pixels
   BackingStores stores;
 };
 

@@ -85,7 +85,8 @@ TEST_F(LoginViewTest, DrawsTheFormOverThePicture) {
            std::abs(got[2] - rgb[2]) <= tolerance;
   };
   EXPECT_TRUE(near(60, 560, {255, 102, 0}, 1)) << "the button, beside its title";
-  EXPECT_TRUE(near(300, 470, {53, 52, 51}, 12)) << "a field over the picture, at 0.95";
+  // The first field is the first piece its pixels see in the frame: blended all the same.
+  for (double y : {357, 447}) EXPECT_TRUE(near(300, y, {53, 52, 51}, 12)) << "a field over the picture, at 0.95";
   EXPECT_TRUE(near(100, 407, {58, 58, 58}, 1)) << "its border";
   EXPECT_TRUE(near(5, 100, {38, 38, 37}, 25)) << "the picture's charcoal top third";
   EXPECT_TRUE(near(5, 800, {95, 60, 45}, 40)) << "its warm brown below";

@@ -3,6 +3,7 @@
 #include "platform/notification_center.hpp"
 #include "support/game_screen.hpp"
 
+#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <optional>
@@ -54,7 +55,7 @@ class LoginViewTest : public testing::SimulatedGame {
 
 TEST_F(LoginViewTest, LaysOutTheFormByIntegerHalvingsAndAgainForANewSize) {
   // The label, the two fields and the button.
-  const std::pair<CGSize, std::vector<CGRect>> layouts[] = {
+  const std::pair<CGSize, std::vector<std::array<double, 4>>> layouts[] = {
       {{390, 844}, {{20, 237, 351, 40}, {20, 317, 351, 80}, {20, 407, 351, 80}, {49, 527, 292, 80}}},
       {{375, 667}, {{19, 148, 337, 40}, {19, 228, 337, 80}, {19, 318, 337, 80}, {47, 438, 281, 80}}},
       {{844, 390}, {{43, 10, 759, 40}, {43, 90, 759, 80}, {43, 180, 759, 80}, {106, 300, 633, 80}}},
@@ -65,9 +66,13 @@ TEST_F(LoginViewTest, LaysOutTheFormByIntegerHalvingsAndAgainForANewSize) {
     SCOPED_TRACE(std::to_string(size.width) + " x " + std::to_string(size.height));
     const auto form = std::make_shared<LoginView>(CGRectMake(7, 9, size.width, size.height));
     EXPECT_EQ(form->background()->frame(), CGRectMake(0, 0, size.width, size.height));
-    EXPECT_EQ((std::vector{form->lblInformation()->frame(), form->txtUsername()->frame(), form->txtPassword()->frame(),
-                           form->btnLogin()->frame()}),
-              expected);
+    std::vector<std::array<double, 4>> frames;
+    for (const auto& view : std::initializer_list<std::shared_ptr<UIView>>{
+             form->lblInformation(), form->txtUsername(), form->txtPassword(), form->btnLogin()}) {
+      const CGRect r = view->frame();
+      frames.push_back({r.origin.x, r.origin.y, r.size.width, r.size.height});
+    }
+    EXPECT_EQ(frames, expected);
     form->setFrame(CGRectMake(0, 0, 100, 100));  // a window resized: laid out again by the same rules
     EXPECT_EQ(form->btnLogin()->frame(), CGRectMake(13, 155, 75, 80));
   }

@@ -9,9 +9,13 @@ namespace {
 double clamp01(double value) { return std::clamp(value, 0.0, 1.0); }
 }  // namespace
 
+CGColorRef drawnColor(const CGColorRef& color, double alpha) {
+  return {clamp01(color.red), clamp01(color.green), clamp01(color.blue), clamp01(clamp01(color.alpha) * alpha)};
+}
+
 void setSourceColor(cairo_t* cr, const CGColorRef& color, double alpha) {
-  cairo_set_source_rgba(cr, clamp01(color.red), clamp01(color.green), clamp01(color.blue),
-                        clamp01(color.alpha) * alpha);
+  const CGColorRef drawn = drawnColor(color, alpha);
+  cairo_set_source_rgba(cr, drawn.red, drawn.green, drawn.blue, drawn.alpha);
 }
 
 void roundedRectPath(cairo_t* cr, CGRect rect, double radius) {

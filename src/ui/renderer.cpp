@@ -474,10 +474,7 @@ class Painter {
       cairo_fill(cr);
       return;
     }
-    // As setSourceColor gives it to Cairo.
-    const auto clamp01 = [](double v) { return std::clamp(v, 0.0, 1.0); };
-    const std::uint32_t pixel = premultiplied(
-        {clamp01(color.red), clamp01(color.green), clamp01(color.blue), clamp01(clamp01(color.alpha) * alpha)});
+    const std::uint32_t pixel = premultiplied(drawnColor(color, alpha));
     pixman_image_t* solid = nullptr;
     eachPart(*whole, [&](PixelRect part, bool fresh) {
       if (fresh || pixel >> 24 == 0xff) {

@@ -2,6 +2,7 @@
 // holds for it: the game's own callbacks get exactly what the library did not take.
 
 #include <tavrel_sdk/glfw_input.hpp>
+#include <tavrel_sdk/tavrel_glfw.h>
 #include <tavrel_sdk/ui.hpp>
 
 #include "support/game_screen.hpp"
@@ -110,13 +111,14 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
   // A focused field takes characters and keys; the game gets the mouse still.
   click(150, 25);
   ASSERT_TRUE(field->isFirstResponder());
-  type(U"añ\u0800€😀");  // U+0800: the first character of three bytes
+  type(U"añ\u0800€😀" + std::u32string(1, 0x110000));  // U+0800: the first of three bytes; past U+10FFFF: none
   key(GLFW_KEY_BACKSPACE);
   key(GLFW_KEY_W);
   EXPECT_EQ(field->text(), "añ\u0800€");
   testing::ReturnCounter delegate;
   field->setDelegate(&delegate);
   key(GLFW_KEY_ENTER);
+  installed(glfwSetKeyCallback)(window_, GLFW_KEY_ENTER, 0, GLFW_REPEAT, 0);  // a held key's repeats do not ask
   field->setDelegate(nullptr);
   EXPECT_EQ(delegate.returns, 1);
   EXPECT_EQ(takeGameSaw(), (Events{"cursor", "button 0 1", "button 0 0"}));
@@ -145,6 +147,9 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
 }
 
 TEST_F(GlfwInputTest, givesTheGameItsCallbacksBackAndKeepsOnesInstalledSince) {
+  tavrel_glfw_input* fromC = nullptr;
+  EXPECT_EQ(tavrel_glfw_input_new(nullptr, &fromC), TAVREL_ERROR_NULL_ARGUMENT);
+  EXPECT_EQ(tavrel_glfw_input_new(window_, &fromC), TAVREL_ERROR_INVALID_ARGUMENT) << "one adapter a window";
   const GLFWkeyfun later = [](GLFWwindow*, int, int, int, int) { gameSaw.push_back("later"); };
   glfwSetKeyCallback(window_, later);
   input_.reset();

@@ -113,6 +113,7 @@ class ExampleWindowTest : public ::testing::Test {
 
  private:
   bool findPage(int width = 0);
+  bool readGeometry();  // the window's place and size on the screen
   bool click(const Box& box);
 };
 

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -73,9 +74,11 @@ class GlfwInputTest : public testing::SimulatedGame {
     set(window_, callback);
     return callback;
   }
-  void click(double x, double y, int button = GLFW_MOUSE_BUTTON_LEFT) {
+  // `between` comes between the press and the release.
+  void click(double x, double y, int button = GLFW_MOUSE_BUTTON_LEFT, const std::function<void()>& between = {}) {
     move(x, y);
     installed(glfwSetMouseButtonCallback)(window_, button, GLFW_PRESS, 0);
+    if (between) between();
     installed(glfwSetMouseButtonCallback)(window_, button, GLFW_RELEASE, 0);
   }
   void move(double x, double y) { installed(glfwSetCursorPosCallback)(window_, x, y); }
@@ -128,10 +131,7 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
   EXPECT_EQ(takeGameSaw(), (Events{"key 87", "key 87", "char 119"}));
 
   // A finger down when the window loses the focus is cancelled: no tap.
-  move(50, 25);
-  installed(glfwSetMouseButtonCallback)(window_, GLFW_MOUSE_BUTTON_LEFT, GLFW_PRESS, 0);
-  installed(glfwSetWindowFocusCallback)(window_, GLFW_FALSE);
-  installed(glfwSetMouseButtonCallback)(window_, GLFW_MOUSE_BUTTON_LEFT, GLFW_RELEASE, 0);
+  click(50, 25, GLFW_MOUSE_BUTTON_LEFT, [&] { installed(glfwSetWindowFocusCallback)(window_, GLFW_FALSE); });
   EXPECT_EQ(taps, 1);
   EXPECT_EQ(takeGameSaw(), (Events{"cursor", "button 0 1", "focus 0", "button 0 0"}));
 

@@ -280,10 +280,12 @@ json ExampleWindowTest::tree() const {
 
 bool ExampleWindowTest::watermarked() const {
   const std::string ending = "-" + kRefusedToken.substr(24);
-  return find(root(tree(), "view"), [&](const json& v) {
-           const auto text = v.value("text", json());
-           return text.is_string() && text.get<std::string>().ends_with(ending);
-         }).has_value();
+  const auto hasId = [&](const json& v) {
+    const auto text = v.value("text", json());
+    return text.is_string() && text.get<std::string>().ends_with(ending);
+  };
+  // The game writes its tree each second: the watermark may come a write after the login.
+  return waitUntil([&] { return find(root(tree(), "view"), hasId).has_value(); });
 }
 
 std::string ExampleWindowTest::logs() const {

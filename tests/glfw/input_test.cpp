@@ -2,6 +2,7 @@
 // holds for it: the game's own callbacks get exactly what the library did not take.
 
 #include <tavrel_sdk/glfw_input.hpp>
+#include <tavrel_sdk/tavrel_glfw.h>
 #include <tavrel_sdk/ui.hpp>
 
 #include "support/game_screen.hpp"
@@ -13,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -72,9 +74,11 @@ class GlfwInputTest : public testing::SimulatedGame {
     set(window_, callback);
     return callback;
   }
-  void click(double x, double y, int button = GLFW_MOUSE_BUTTON_LEFT) {
+  // `between` comes between the press and the release.
+  void click(double x, double y, int button = GLFW_MOUSE_BUTTON_LEFT, const std::function<void()>& between = {}) {
     move(x, y);
     installed(glfwSetMouseButtonCallback)(window_, button, GLFW_PRESS, 0);
+    if (between) between();
     installed(glfwSetMouseButtonCallback)(window_, button, GLFW_RELEASE, 0);
   }
   void move(double x, double y) { installed(glfwSetCursorPosCallback)(window_, x, y); }
@@ -110,13 +114,14 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
   // A focused field takes characters and keys; the game gets the mouse still.
   click(150, 25);
   ASSERT_TRUE(field->isFirstResponder());
-  type(U"añ\u0800€😀");  // U+0800: the first character of three bytes
+  type(U"añ\u0800€😀" + std::u32string(1, 0x110000));  // U+0800: the first of three bytes; past U+10FFFF: none
   key(GLFW_KEY_BACKSPACE);
   key(GLFW_KEY_W);
   EXPECT_EQ(field->text(), "añ\u0800€");
   testing::ReturnCounter delegate;
   field->setDelegate(&delegate);
   key(GLFW_KEY_ENTER);
+  installed(glfwSetKeyCallback)(window_, GLFW_KEY_ENTER, 0, GLFW_REPEAT, 0);  // a held key's repeats do not ask
   field->setDelegate(nullptr);
   EXPECT_EQ(delegate.returns, 1);
   EXPECT_EQ(takeGameSaw(), (Events{"cursor", "button 0 1", "button 0 0"}));
@@ -126,10 +131,7 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
   EXPECT_EQ(takeGameSaw(), (Events{"key 87", "key 87", "char 119"}));
 
   // A finger down when the window loses the focus is cancelled: no tap.
-  move(50, 25);
-  installed(glfwSetMouseButtonCallback)(window_, GLFW_MOUSE_BUTTON_LEFT, GLFW_PRESS, 0);
-  installed(glfwSetWindowFocusCallback)(window_, GLFW_FALSE);
-  installed(glfwSetMouseButtonCallback)(window_, GLFW_MOUSE_BUTTON_LEFT, GLFW_RELEASE, 0);
+  click(50, 25, GLFW_MOUSE_BUTTON_LEFT, [&] { installed(glfwSetWindowFocusCallback)(window_, GLFW_FALSE); });
   EXPECT_EQ(taps, 1);
   EXPECT_EQ(takeGameSaw(), (Events{"cursor", "button 0 1", "focus 0", "button 0 0"}));
 
@@ -145,6 +147,9 @@ TEST_F(GlfwInputTest, theGameGetsWhatTheLibraryDidNotTakeAndNothingWhileAPageCov
 }
 
 TEST_F(GlfwInputTest, givesTheGameItsCallbacksBackAndKeepsOnesInstalledSince) {
+  tavrel_glfw_input* fromC = nullptr;
+  EXPECT_EQ(tavrel_glfw_input_new(nullptr, &fromC), TAVREL_ERROR_NULL_ARGUMENT);
+  EXPECT_EQ(tavrel_glfw_input_new(window_, &fromC), TAVREL_ERROR_INVALID_ARGUMENT) << "one adapter a window";
   const GLFWkeyfun later = [](GLFWwindow*, int, int, int, int) { gameSaw.push_back("later"); };
   glfwSetKeyCallback(window_, later);
   input_.reset();

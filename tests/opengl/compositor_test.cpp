@@ -6,8 +6,8 @@
 
 #include "support/blend_check.hpp"
 #include "support/egl_context.hpp"
+#include "support/game_screen.hpp"
 #include "support/resize_scenario.hpp"
-#include "support/sandbox.hpp"
 
 #include <array>
 #include <map>
@@ -20,32 +20,22 @@ namespace {
 
 using testing::EglContext;
 
-class OpenGLHostTest : public testing::SimulatedSession, public ::testing::WithParamInterface<EglContext::Kind> {
+class OpenGLHostTest : public testing::SimulatedGame, public ::testing::WithParamInterface<EglContext::Kind> {
  protected:
   void SetUp() override {
-    SimulatedSession::SetUp();
+    SimulatedGame::SetUp();
+    setenv("MESA_GL_VERSION_OVERRIDE", "3.3", 1);  // the oldest OpenGL the host takes, not llvmpipe's newest
     std::string why;
     context_ = EglContext::make(GetParam(), 200, 100, &why);
     if (!context_) GTEST_SKIP() << "no OpenGL here: " << why;
     host_ = std::make_shared<OpenGLHost>(eglGetProcAddress, CGSizeMake(200, 100), 200, 100);
-    UIHost::install(host_);
-    screen_ = std::make_shared<UIWindow>();
-    screen_->setRootViewController(std::make_shared<UIViewController>());
-    screen_->makeKeyAndVisible();
+    useHost(host_);
   }
   void TearDown() override {
-    screen_.reset();
     UIHost::install(std::make_shared<HeadlessHost>(CGSizeMake(200, 100), 1.0));
     if (host_) host_->releaseGL();
     host_.reset(), context_.reset();
-    SimulatedSession::TearDown();
-  }
-
-  std::shared_ptr<UIView> addView(CGRect frame, std::shared_ptr<UIColor> color, UIView* to = nullptr) {
-    auto view = std::make_shared<UIView>(frame);
-    view->setBackgroundColor(std::move(color));
-    (to ? *to : *screen_->rootViewController()->view()).addSubview(view);
-    return view;
+    SimulatedGame::TearDown();
   }
 
   // The game's frame: a corner of another colour, so a picture upside down or mirrored shows.
@@ -74,25 +64,24 @@ class OpenGLHostTest : public testing::SimulatedSession, public ::testing::WithP
 
   std::unique_ptr<EglContext> context_;
   std::shared_ptr<OpenGLHost> host_;
-  std::shared_ptr<UIWindow> screen_;
 };
 
 // Every kind of layer, each view at whole pixels: plain and rounded backgrounds, text, and
 // what is laid as one flattened layer (a border, a group at a fraction of alpha).
 TEST_P(OpenGLHostTest, keepsEachStoreAsATextureAndMovesIt) {
   EXPECT_EQ(host_->isES(), GetParam() == EglContext::Kind::ES30);
-  addView(CGRectMake(0, 0, 60, 100), UIColor::colorWithRed(1, 1, 1, 0.5));
-  addView(CGRectMake(60, 10, 30, 30), UIColor::colorWithRed(1, 0, 0, 1))->layer().setCornerRadius(8);
-  auto framed = addView(CGRectMake(10, 60, 40, 30), UIColor::colorWithRed(0, 1, 0, 0.6));
+  addColouredView(CGRectMake(0, 0, 60, 100), UIColor::colorWithRed(1, 1, 1, 0.5));
+  addColouredView(CGRectMake(60, 10, 30, 30), UIColor::colorWithRed(1, 0, 0, 1))->layer().setCornerRadius(8);
+  auto framed = addColouredView(CGRectMake(10, 60, 40, 30), UIColor::colorWithRed(0, 1, 0, 0.6));
   framed->layer().setBorderWidth(3);
   framed->layer().setBorderColor(UIColor::colorWithRed(1, 1, 0, 1)->CGColor());
-  auto faded = addView(CGRectMake(150, 70, 40, 25), UIColor::colorWithRed(1, 0, 1, 1));
+  auto faded = addColouredView(CGRectMake(150, 70, 40, 25), UIColor::colorWithRed(1, 0, 1, 1));
   faded->setAlpha(0.5);
-  addView(CGRectMake(5, 5, 20, 10), UIColor::colorWithRed(0, 0, 0, 1), faded.get());
+  addColouredView(CGRectMake(5, 5, 20, 10), UIColor::colorWithRed(0, 0, 0, 1), faded.get());
   auto label = std::make_shared<UILabel>(CGRectMake(100, 40, 100, 30));
   label->setText("Tavrel 12:34");
   label->setTextColor(UIColor::colorWithRed(1, 1, 1, 0.8));
-  screen_->rootViewController()->view()->addSubview(label);
+  game()->view()->addSubview(label);
 
   EXPECT_EQ(compositeAndCompare(), "");
   // One texture a store (the rounded background, the label, two flattened subtrees); the plain
@@ -112,8 +101,11 @@ TEST_P(OpenGLHostTest, keepsEachStoreAsATextureAndMovesIt) {
   EXPECT_EQ(host_->uploads(), 5u);
   EXPECT_EQ(host_->bytesUploaded() - bytes, 100u * 30 * 4);
 
-  // A flattened subtree that changes is drawn and goes up again.
+  // A flattened subtree that changes, wider now, is drawn and goes up again.
   framed->setBackgroundColor(UIColor::colorWithRed(0, 0, 1, 0.6));
+  framed->setFrame(CGRectMake(10, 60, 50, 30));
+  EXPECT_EQ(compositeAndCompare(), "");
+  framed->setFrame(CGRectMake(10, 60, 50, 36));  // and taller
   EXPECT_EQ(compositeAndCompare(), "");
   // A removed view's texture goes.
   label->removeFromSuperview();
@@ -140,12 +132,13 @@ std::multiset<GLint> liveTextureFilters(int* others) {
 TEST_P(OpenGLHostTest, smoothsAFrameOfAnotherHeightAndReleasesAllItMade) {
   auto label = std::make_shared<UILabel>(CGRectMake(0, 0, 100, 30));
   label->setText("squeezed");
-  screen_->rootViewController()->view()->addSubview(label);
+  game()->view()->addSubview(label);
   host_->resize(CGSizeMake(100, 100), 200, 100);  // a frame 200 high in a framebuffer 100 high
   host_->composite();
   int others = 0;
   EXPECT_EQ(liveTextureFilters(&others), (std::multiset<GLint>{GL_NEAREST, GL_LINEAR})) << "the white texel, the label";
   host_->releaseGL();
+  host_->composite();  // nothing, once released
   EXPECT_TRUE(liveTextureFilters(&others).empty());
   EXPECT_EQ(others, 0);
 }
@@ -206,7 +199,7 @@ std::string changed(const GLState& before, const GLState& after) {
 
 TEST_P(OpenGLHostTest, leavesEveryPieceOfTheGamesStateAsItFoundIt) {
   const bool es = GetParam() == EglContext::Kind::ES30;
-  auto block = addView(CGRectMake(20, 20, 40, 40), UIColor::colorWithRed(1, 0, 1, 0.7));
+  auto block = addColouredView(CGRectMake(20, 20, 40, 40), UIColor::colorWithRed(1, 0, 1, 0.7));
   auto label = std::make_shared<UILabel>(CGRectMake(100, 10, 90, 20));
   label->setText("before");
   block->addSubview(label);

@@ -18,6 +18,13 @@ void SimulatedGame::useHost(std::shared_ptr<UIHost> host) {
   window_->makeKeyAndVisible();
 }
 
+std::shared_ptr<UIView> SimulatedGame::addColouredView(CGRect frame, std::shared_ptr<UIColor> color, UIView* to) {
+  auto view = std::make_shared<UIView>(frame);
+  view->setBackgroundColor(std::move(color));
+  (to ? *to : *game_->view()).addSubview(view);
+  return view;
+}
+
 void SimulatedGame::TearDown() {
   if (auto* responder = UIResponder::currentFirstResponder()) responder->resignFirstResponder();
   game_.reset();

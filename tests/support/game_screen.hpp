@@ -23,6 +23,8 @@ class SimulatedGame : public SimulatedSession {
   UIHost& host() { return UIHost::current(); }
   const std::shared_ptr<UIWindow>& window() const { return window_; }
   const std::shared_ptr<UIViewController>& game() const { return game_; }
+  // A view of one colour on `to`, else on the game's own view.
+  std::shared_ptr<UIView> addColouredView(CGRect frame, std::shared_ptr<UIColor> color, UIView* to = nullptr);
 
  private:
   std::shared_ptr<UIWindow> window_;

@@ -4,13 +4,14 @@
 #include "endpoint/mock_service.hpp"
 #include "login/login_view.hpp"
 #include "overlay/overlay_view.hpp"
-#include "support/sandbox.hpp"
+#include "support/game_screen.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace tavrel::testing {
@@ -18,20 +19,13 @@ namespace {
 
 const std::string kRefused = std::string(24, 'r') + "resized-player-id-000001";
 
-std::uint32_t pixelAt(const UIFrame& frame, CGPoint point) {
-  const auto x = static_cast<int>(point.x * frame.scale), y = static_cast<int>(point.y * frame.scale);
-  return reinterpret_cast<const std::uint32_t*>(reinterpret_cast<const unsigned char*>(frame.pixels) +
-                                                static_cast<std::ptrdiff_t>(y) * frame.stride)[x];
-}
-
 // The host takes the change, shows its frame, and the frame after it is the new screen's, whole.
 const UIFrame& change(const ResizingHost& host, ScreenChange to) {
   host.resize(to);
   if (host.show) host.show();
   const UIFrame& frame = UIHost::current().renderFrame();
-  EXPECT_EQ(UIScreen::mainScreen().bounds().size, to.size);
-  EXPECT_EQ(frame.width, std::lround(to.size.width * to.scale));
-  EXPECT_EQ(frame.height, std::lround(to.size.height * to.scale));
+  EXPECT_EQ(std::tuple(UIScreen::mainScreen().bounds().size, frame.width, frame.height),
+            std::tuple(to.size, std::lround(to.size.width * to.scale), std::lround(to.size.height * to.scale)));
   if (!host.show) {
     EXPECT_EQ(frame.damage, (std::vector<PixelRect>{{0, 0, frame.width, frame.height}}));
   }
@@ -87,9 +81,9 @@ void resizeThroughLoginAndPlay(SimPlatform& sim, const ResizingHost& host, Scree
     };
     EXPECT_EQ(frames(form), frames(LoginView(screen)));
     // Drawn over the whole screen, the button where it now stands.
-    EXPECT_EQ(pixelAt(frame, {screen.size.width - 0.5, screen.size.height - 0.5}) >> 24, 0xffu);
+    EXPECT_EQ(pixelAt(frame, {screen.size.width - 0.5, screen.size.height - 0.5})[3], 255);
     const CGRect button = form.btnLogin()->frame();
-    EXPECT_EQ(pixelAt(frame, {button.origin.x + 4.0, button.midY()}) & 0xffffffu, 0xff6600u);
+    EXPECT_EQ(pixelAt(frame, {button.origin.x + 4.0, button.midY()}), (std::array{255, 102, 0, 255}));
     EXPECT_TRUE(form.txtUsername()->isFirstResponder());
   }
   UIHost::current().typeText("n");
@@ -118,7 +112,7 @@ void resizeThroughLoginAndPlay(SimPlatform& sim, const ResizingHost& host, Scree
   const CGPoint corner{screen.size.width - 20.0, screen.size.height - 20.0};
   UIHost::current().fingersDown({{1, corner}});
   EXPECT_EQ(overlay->touchMarksInUse(), 1u);
-  EXPECT_EQ(pixelAt(UIHost::current().renderFrame(), corner) >> 24, 0xaau) << "the mark's white at 2/3";
+  EXPECT_EQ(pixelAt(UIHost::current().renderFrame(), corner)[3], 0xaa) << "the mark's white at 2/3";
   UIHost::current().fingersUp({{1, corner}});
 }
 

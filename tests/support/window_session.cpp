@@ -168,15 +168,20 @@ bool ExampleWindowTest::launch(const std::string& name, std::vector<std::string>
   window_.id = capture("timeout 30 xdotool search --sync --onlyvisible " + (search.empty() ? "--name '^" + name + "$'" : search) +
                        " | head -1");
   window_.id = window_.id.substr(0, window_.id.find('\n'));
-  const std::string geometry = capture("xdotool getwindowgeometry " + window_.id);
-  if (window_.id.empty() ||
-      std::sscanf(lineValue(geometry, "Position: ").c_str(), "%d,%d", &window_.x0, &window_.y0) != 2 ||
-      std::sscanf(lineValue(geometry, "Geometry: ").c_str(), "%dx%d", &window_.width, &window_.height) != 2) {
-    ADD_FAILURE() << "no window: " << geometry;
+  if (window_.id.empty() || !readGeometry()) {
+    ADD_FAILURE() << "no window: " << window_.id;
     return false;
   }
-  shot_.window = window_;
   return true;
+}
+
+bool ExampleWindowTest::readGeometry() {
+  const std::string geometry = capture("xdotool getwindowgeometry " + window_.id);
+  const bool read =
+      std::sscanf(lineValue(geometry, "Position: ").c_str(), "%d,%d", &window_.x0, &window_.y0) == 2 &&
+      std::sscanf(lineValue(geometry, "Geometry: ").c_str(), "%dx%d", &window_.width, &window_.height) == 2;
+  shot_.window = window_;
+  return read;
 }
 
 void ExampleWindowTest::TearDown() {
@@ -257,11 +262,10 @@ bool ExampleWindowTest::fingerDown(Box from, Box to) {
 void ExampleWindowTest::fingerUp() { EXPECT_TRUE(run("xdotool mouseup 1") && waitUntil([&] { return !marked(); })); }
 
 bool ExampleWindowTest::resize(int width, int height) {
-  if (!run("xdotool windowsize --sync " + window_.id + " " + std::to_string(width) + " " + std::to_string(height))) return false;
-  const std::string geometry = capture("xdotool getwindowgeometry " + window_.id);
-  if (lineValue(geometry, "Geometry: ") != std::to_string(width) + "x" + std::to_string(height)) return false;
-  window_.width = shot_.window.width = width;
-  window_.height = shot_.window.height = height;
+  if (!run("xdotool windowsize --sync " + window_.id + " " + std::to_string(width) + " " + std::to_string(height)) ||
+      !readGeometry() || window_.width != width || window_.height != height) {
+    return false;
+  }
   return !presentedPage(tree()).is_object() || findPage(width);
 }
 
@@ -276,10 +280,12 @@ json ExampleWindowTest::tree() const {
 
 bool ExampleWindowTest::watermarked() const {
   const std::string ending = "-" + kRefusedToken.substr(24);
-  return find(root(tree(), "view"), [&](const json& v) {
-           const auto text = v.value("text", json());
-           return text.is_string() && text.get<std::string>().ends_with(ending);
-         }).has_value();
+  const auto hasId = [&](const json& v) {
+    const auto text = v.value("text", json());
+    return text.is_string() && text.get<std::string>().ends_with(ending);
+  };
+  // The game writes its tree each second: the watermark may come a write after the login.
+  return waitUntil([&] { return find(root(tree(), "view"), hasId).has_value(); });
 }
 
 std::string ExampleWindowTest::logs() const {

@@ -98,7 +98,7 @@ class ExampleWindowTest : public ::testing::Test {
   bool resize(int width, int height);
   bool run(const std::string& command);
   nlohmann::json tree() const;
-  bool watermarked() const;  // the watermark's text with the player's id, in the view tree
+  bool watermarked() const;  // the watermark's text with the player's id, once in the view tree
   std::string logs() const;  // the game's, the service's and the commands' output
 
   TemporaryDirectory work_;
@@ -113,6 +113,7 @@ class ExampleWindowTest : public ::testing::Test {
 
  private:
   bool findPage(int width = 0);
+  bool readGeometry();  // the window's place and size on the screen
   bool click(const Box& box);
 };
 

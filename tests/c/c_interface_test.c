@@ -153,13 +153,6 @@ static void refusals_before_the_screen(void) {
   CHECK(strcmp(tavrel_status_text((tavrel_status)42), "unknown status") == 0);
 }
 
-static void user_id(void) {
-  char id[8] = "x";
-  CHECK(tavrel_get_user_id(NULL, 0) == 24 && tavrel_get_user_id(id, 1) == 24 && id[0] == '\0');
-  CHECK(tavrel_get_user_id(id, sizeof id) == 24 && strcmp(id, "REFUSED") == 0); /* cut to 7 bytes, terminated */
-  EXPECT_REFUSAL(tavrel_get_user_id(NULL, 4), TAVREL_ERROR_NULL_ARGUMENT, "tavrel_get_user_id: buffer is NULL");
-}
-
 /* Two fingers in one call; a buffer kept from frame to frame, given each frame's damage, holds
    the latest frame. */
 static void fingers_on_the_game(tavrel_host *host) {
@@ -291,7 +284,11 @@ int main(void) {
 
   CHECK(tavrel_initialise_overlay(screen, REFUSED_TOKEN) == TAVREL_OK);
   CHECK(tavrel_show_watermark() == TAVREL_OK && tavrel_show_touches() == TAVREL_OK);
-  user_id();
+  /* The user id the token carries, cut to the caller's buffer. */
+  char id[8] = "x";
+  CHECK(tavrel_get_user_id(NULL, 0) == 24 && tavrel_get_user_id(id, 1) == 24 && id[0] == '\0');
+  CHECK(tavrel_get_user_id(id, sizeof id) == 24 && strcmp(id, "REFUSED") == 0); /* cut to 7 bytes, terminated */
+  EXPECT_REFUSAL(tavrel_get_user_id(NULL, 4), TAVREL_ERROR_NULL_ARGUMENT, "tavrel_get_user_id: buffer is NULL");
 
   char launch[4096];
   snprintf(launch, sizeof launch, "cgame://validate?gameEventUrl=%s/g.evt&inputEventUrl=%s/i.evt&recordingStartedAt=%lld",

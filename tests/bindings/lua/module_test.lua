@@ -52,7 +52,7 @@ tavrel.set_log_to_stderr(false)
 local logged = {}
 tavrel.set_log_callback(function(line) logged[#logged + 1] = line end)
 check(pcall(tavrel.emit_input_event, {6, 0, 6, 3, 100, 200, 0}), "a right input event was refused")
-local path = "/no/such/" .. string.rep("d", 300) .. "/x.png" -- a line longer than the first buffer
+local path = "/no/such/" .. string.rep("d", 202) .. "/x.png" -- a line of 256 bytes, the first buffer's size
 for _, case in ipairs({
   {function() tavrel.host_new(40, 30, 1):write_png(path) end, "could not write " .. path:gsub("%.", "%%.") .. "$"},
   {function() tavrel.set_auth_token("\xc3(") end, "tavrel_set_auth_token: invalid UTF%-8 %(TAVREL_ERROR_INVALID_UTF8%)"},

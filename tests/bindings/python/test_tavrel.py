@@ -59,7 +59,7 @@ def test_declarations_match_the_header_both_ways():
 
 
 def test_text_both_ways_and_a_refusal_with_the_line_logged():
-    long_path = "/no/such/" + "d" * 300 + "/frame.png"  # a line longer than the first buffer
+    long_path = "/no/such/" + "d" * 198 + "/frame.png"  # a line of 256 bytes, the first buffer's size
     with tavrel.Host(40, 30, 1) as host, pytest.raises(tavrel.FailedError) as failed:
         host.write_png(long_path)
     assert str(failed.value) == failed.value.line == "tavrel_host_write_png: could not write " + long_path

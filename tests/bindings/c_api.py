@@ -1,12 +1,7 @@
 #!/usr/bin/env python3
-"""tavrel.h as the compiler reads it: every function, enum and struct, for the bindings' drift checks.
-
-c_api.py [HEADER]  prints JSON: {"functions": {name: {"result": C type, "params": [C type...]}}, "callbacks": the same,
-                                 "enums": {name: {constant: value}}, "structs": {name: [[field, C type]...]},
-                                 "variables": {name: C type}}
-Types are clang's, desugared to the C spelling (tavrel_status stays tavrel_status, an enum).
-Used as a module: load(header) returns the same dictionary; compare() holds a binding's declarations
-against it; report() ends a check built on them.
+"""c_api.py [HEADER] prints tavrel.h as clang reads it, for the bindings' drift checks, as JSON:
+{"functions": {name: {"result": C type, "params": [C type...]}}, "callbacks": the same,
+ "enums": {name: {constant: value}}, "structs": {name: [[field, C type]...]}, "variables": {name: C type}}.
 """
 import json
 import os
@@ -56,12 +51,8 @@ def load(header=DEFAULT_HEADER):
 
 
 def compare(api, bound, matches):
-    """A binding's declarations against the header's, both ways, as a list of faults.
-
-    bound: {"functions" | "callbacks" | "structs": {C name: [types...]}}, each a list of signatures
-    (overloads), each its types as the binding names them: result then parameters, or the fields'.
-    matches(name, position, C type, bound type) says whether the two cross as the same.
-    """
+    """A binding's declarations against the header's, both ways, as a list of faults. bound: {kind: {C name:
+    [signature...]}}, a signature (an overload) the binding's types: result then parameters, or the fields'."""
     faults = []
     for kind, declarations in bound.items():
         header = {name: [d["result"], *d["params"]] if kind != "structs" else [t for _, t in d]
@@ -77,7 +68,6 @@ def compare(api, bound, matches):
 
 
 def report(faults, summary):
-    """The exit status of a check: each fault on a line of its own, then the summary."""
     print("\n".join([*faults, f"{summary}, {len(faults)} faults"]))
     return 1 if faults else 0
 

@@ -1,11 +1,6 @@
 #!/usr/bin/env python3
-"""One surface: the symbol list, the header and the library name the same functions.
-
-check_symbols.py SYMBOLS HEADER LIBRARY
-- every listed name is exported by the library (nm -D, C++ names demangled);
-- the header declares exactly the listed names;
-- the library exports no C name with the tavrel_ prefix that the list lacks.
-"""
+"""check_symbols.py SYMBOLS HEADER LIBRARY: the symbol list, the header and the library's exports
+(nm -D, C++ names demangled; C names with the tavrel_ prefix) name the same functions."""
 import os
 import re
 import subprocess
@@ -15,13 +10,8 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 import c_api  # noqa: E402
 
 
-def listed(path):
-    with open(path, encoding="utf-8") as f:
-        return {line.strip() for line in f if line.strip() and not line.startswith("#")}
-
-
 def declared(header):
-    """The header's names: C's as clang reads them, the C++ bridge's as tavrel::name."""
+    # The C++ bridge's names, which clang does not read as C, as tavrel::name.
     with open(header, encoding="utf-8") as f:
         bridge = re.sub(r"/\*.*?\*/", "", f.read().partition("namespace tavrel {")[2], flags=re.S)
     api, bridged = c_api.load(header), re.findall(r"TAVREL_C_API[^;(]*?(\w+)\(", bridge)
@@ -40,10 +30,11 @@ def exported(library):
 
 def main():
     symbols, header, library = sys.argv[1:4]
-    names, in_header = listed(symbols), declared(header)
+    with open(symbols, encoding="utf-8") as f:
+        names = {line.strip() for line in f if line.strip() and not line.startswith("#")}
+    in_header = declared(header)
     c_names, cpp_names = exported(library)
-    faults = []
-    faults += [f"listed but not exported: {n}" for n in sorted(names - c_names - cpp_names)]
+    faults = [f"listed but not exported: {n}" for n in sorted(names - c_names - cpp_names)]
     faults += [f"declared in the header but not listed: {n}" for n in sorted(in_header - names)]
     faults += [f"listed but not declared in the header: {n}" for n in sorted(names - in_header)]
     faults += [f"exported but not listed: {n}" for n in sorted(c_names - names)]

@@ -15,8 +15,7 @@ typedef struct tavrel_frame { int width; double scale; } tavrel_frame;
 int tavrel_a(double x) { return (int)x; }
 int tavrel_b(tavrel_frame *f) { return f->width; }
 HEADER
-  echo '#include "tavrel.h"' > "$1/lib.c"
-  cc -g -shared -fPIC -o "$1/lib.so" "$1/lib.c"
+  cc -g -shared -fPIC -x c -o "$1/lib.so" "$1/tavrel.h"
 }
 version v1 ''
 printf 'tavrel_a\ntavrel_b\n' > symbols.txt

@@ -33,29 +33,20 @@ TEST_F(DotnetBinding, ChecksUnderMono) {
   EXPECT_EQ(run.status, 0) << run.out << run.err;
 }
 
-// A PNG the game wrote, read as the window tests read screenshots.
-Shot picture(const std::string& path) {
-  Shot shot;
-  EXPECT_TRUE(shot.load(path)) << path;
-  return shot;
-}
-
 TEST_F(DotnetBinding, ExampleGamePlaysTheGateAndExitsWithTheSession) {
   const std::string url = service_.launchUrl("dotnetgame", kRefusedToken);
-  ASSERT_NE(url, "");
   const ToolRun game = runProgram(
       "sh", {"-c", "cd \"$0\" && exec mono --debug " DOTNET_GAME " \"$1\" \"$2\"", dir_.path(), kRefusedToken, url},
       environment_, std::chrono::minutes(2));
   EXPECT_EQ(game.status, 255) << game.out << game.err;  // the exit alert's OK
   EXPECT_NE(game.out.find("the session may go on (on the main thread: True)"), std::string::npos) << game.out;
 
-  const Shot page = picture(dir_.path() + "/dotnet_game_page.png");
-  ASSERT_EQ(std::pair(page.window.width, page.window.height), std::pair(390, 844));
+  Shot page, play;
+  ASSERT_TRUE(page.load(dir_.path() + "/dotnet_game_page.png") && play.load(dir_.path() + "/dotnet_game_play.png"));
+  ASSERT_EQ(std::tuple(page.window.width, page.window.height, play.window.width), std::tuple(390, 844, 390));
   EXPECT_GT(page.count(isLoginOrange, 0, 844), 15000);  // the Login button
 
   // The marks (white, two thirds opaque, premultiplied) where the fingers ended; nothing elsewhere.
-  const Shot play = picture(dir_.path() + "/dotnet_game_play.png");
-  ASSERT_EQ(play.window.width, 390);
   // Around each end: the moving watermark's text may cross a mark, never cover most of it.
   const auto marked = [&](int x, int y) {
     return play.count([](std::uint32_t rgb) { return rgb == 0xaaaaaau; }, y - 8, y + 8, x - 8, x + 8) > 128;

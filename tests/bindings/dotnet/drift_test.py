@@ -1,11 +1,6 @@
 #!/usr/bin/env python3
-"""The C# binding's declarations against tavrel.h as clang reads it, both ways: every header
-function bound, every DllImport a header function with as many parameters, each of a type that
-marshals as the C type; callbacks, enums and structs alike.
-
-drift_test.py BINDING_TEST_EXE   (run with mono; prints each difference)
-"""
-import json
+"""drift_test.py BINDING_TEST_EXE: the C# binding's declarations (read by the test program under mono)
+against tavrel.h as clang reads it, both ways; each parameter of a type that marshals as the C type."""
 import os
 import re
 import subprocess
@@ -44,18 +39,18 @@ def marshals(name, position, c_type, cs_type):
 
 def main():
     api = c_api.load()
-    binding = json.loads(subprocess.run(["mono", sys.argv[1], "declarations"], check=True,
-                                        capture_output=True, text=True).stdout)
     del api["callbacks"]["tavrel_frame_callback"]  # frames are taken with Host.RenderFrame instead
-    bound = {"functions": {}, "callbacks": {}, "structs": {c: [binding["structs"].get(pascal(c), [])] for c in api["structs"]}}
-    for kind in ("functions", "callbacks"):
-        for signature in binding[kind]:
-            bound[kind].setdefault(signature["name"], []).append([signature["result"], *signature["params"]])
+    out = subprocess.run(["mono", sys.argv[1], "declarations"], check=True, capture_output=True, text=True).stdout
+    bound = {"functions": {}, "callbacks": {}, "enums": {}, "structs": {}}
+    for kind, name, *items in (line.split() for line in out.splitlines()):
+        bound[kind].setdefault(name, []).append(items)
+    enums = bound.pop("enums")
+    bound["structs"] = {c: bound["structs"].get(pascal(c), [[]]) for c in api["structs"]}
     faults = c_api.compare(api, bound, marshals)
     for c_name, constants in api["enums"].items():
-        wanted = {pascal(constant): value for constant, value in constants.items() if not constant.endswith("_MAX_ENUM")}
-        if binding["enums"].get(pascal(c_name)) != wanted:
-            faults.append(f"{c_name}: {binding['enums'].get(pascal(c_name))}, the header has {wanted}")
+        wanted = sorted(f"{pascal(c)}={value}" for c, value in constants.items() if not c.endswith("_MAX_ENUM"))
+        if sorted(enums.get(pascal(c_name), [[]])[0]) != wanted:
+            faults.append(f"{c_name}: {enums.get(pascal(c_name))}, the header has {wanted}")
     return c_api.report(faults, f"{len(api['functions'])} header functions")
 
 

@@ -89,7 +89,6 @@ TEST_F(LoginViewTest, DrawsTheFormOverThePicture) {
     return std::abs(got[0] - rgb[0]) <= tolerance && std::abs(got[1] - rgb[1]) <= tolerance &&
            std::abs(got[2] - rgb[2]) <= tolerance;
   };
-  EXPECT_TRUE(near(60, 560, {255, 102, 0}, 1)) << "the button, beside its title";
   // The first field is the first piece its pixels see in the frame: blended all the same.
   for (double y : {357, 447}) EXPECT_TRUE(near(300, y, {53, 52, 51}, 12)) << "a field over the picture, at 0.95";
   EXPECT_TRUE(near(100, 407, {58, 58, 58}, 1)) << "its border";
@@ -98,6 +97,7 @@ TEST_F(LoginViewTest, DrawsTheFormOverThePicture) {
 }
 
 TEST_F(LoginViewTest, SubmitsTheTextsAsTypedOnceAndComesBackOnItsOwnFailure) {
+  const void* gone = nullptr;
   for (const auto& [username, password] : {std::pair<std::string, std::string>{"", ""}, {"  ann lee ", " p w "}}) {
     SCOPED_TRACE("'" + username + "'");
     const auto form = showForm();
@@ -137,15 +137,10 @@ TEST_F(LoginViewTest, SubmitsTheTextsAsTypedOnceAndComesBackOnItsOwnFailure) {
     EXPECT_EQ(form->txtUsername()->text(), username);
     EXPECT_EQ(form->txtPassword()->text(), password);
     form->removeFromSuperview();
+    gone = form.get();
   }
-}
-
-TEST_F(LoginViewTest, AGoneViewNoLongerObserves) {
-  auto form = std::make_shared<LoginView>(CGRectMake(0, 0, 390, 844));
-  const void* address = form.get();
-  form.reset();
-  // With the observer left behind, this would call into freed memory (ASan reports it).
-  NotificationCenter::defaultCenter().postNotificationName(kAuthenticateFailedNotification, address);
+  // A form no longer observes once it is gone: this would call into freed memory (ASan reports it).
+  NotificationCenter::defaultCenter().postNotificationName(kAuthenticateFailedNotification, gone);
 }
 
 }  // namespace

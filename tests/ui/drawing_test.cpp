@@ -1,8 +1,6 @@
-// Drawing: real Cairo frames read back by pixel, damage between frames, text measurement and
-// the fonts a text is laid out in.
+// Drawing: real Cairo frames read back by pixel, damage between frames, text measurement and fonts.
 
 #include "support/game_screen.hpp"
-#include "support/tool_runner.hpp"
 #include "ui/embedded_fonts.hpp"
 #include "ui/text_layout.hpp"
 
@@ -71,10 +69,8 @@ class DrawingTest : public SimulatedGame {
 TEST_F(DrawingTest, ViewsDrawTheirLayersAtTheScreensScale) {
   // A 2 × 2 PNG file written by the toolkit itself: red, green / blue, white.
   useScreen({2, 2}, 1.0);
-  addView(root(), CGRectMake(0, 0, 1, 1), UIColor::colorWithRed(1, 0, 0, 1));
-  addView(root(), CGRectMake(1, 0, 1, 1), UIColor::colorWithRed(0, 1, 0, 1));
-  addView(root(), CGRectMake(0, 1, 1, 1), UIColor::colorWithRed(0, 0, 1, 1));
-  addView(root(), CGRectMake(1, 1, 1, 1), UIColor::whiteColor());
+  const int quad[][5] = {{0, 0, 1, 0, 0}, {1, 0, 0, 1, 0}, {0, 1, 0, 0, 1}, {1, 1, 1, 1, 1}};  // x, y, red, green, blue
+  for (const auto& [x, y, r, g, b] : quad) addView(root(), CGRectMake(x, y, 1, 1), UIColor::colorWithRed(r, g, b, 1));
   testing::TemporaryDirectory dir;
   EXPECT_FALSE(host().writePNG(dir.path() + "/missing/quad.png"));
   ASSERT_TRUE(host().writePNG(dir.path() + "/quad.png"));
@@ -102,8 +98,7 @@ TEST_F(DrawingTest, ViewsDrawTheirLayersAtTheScreensScale) {
   addView(root(), CGRectMake(270, 300, 100, 100), UIColor::blackColor())->setHidden(true);
 
   const UIFrame& frame = host().renderFrame();
-  ASSERT_EQ(frame.width, 780);
-  ASSERT_EQ(frame.height, 1688);
+  ASSERT_EQ(std::pair(frame.width, frame.height), std::pair(780, 1688));
   const struct {
     CGPoint point;
     Rgba expected;
@@ -179,11 +174,9 @@ TEST_F(DrawingTest, ViewsDrawInsideTheirFramesAtAnySizeAndAMeasuredLabelShowsIts
     }
   }
   const Ink narrow = inkIn(frame, CGRectMake(0, 140, 390, 40));
+  EXPECT_GT(narrow.maxAlpha, 0);
+  EXPECT_EQ(CGRectIntersection(narrow.bounds, CGRectMake(10, 150, 100, size.height)), narrow.bounds);
   EXPECT_GT(inkIn(frame, CGRectMake(0, 199, 390, 3)).maxAlpha, 0) << "a view of one pixel draws too";
-  EXPECT_GE(narrow.bounds.minX(), 10.0);
-  EXPECT_LE(narrow.bounds.maxX(), 110.0);
-  EXPECT_GE(narrow.bounds.minY(), 150.0);
-  EXPECT_LE(narrow.bounds.maxY(), 150.0 + size.height);
 }
 
 TEST_F(DrawingTest, OnlyWhatChangedIsDrawnAgain) {
@@ -366,20 +359,7 @@ TEST(TextTest, LabelsShrinkToFitTheirWidth) {
   }
 }
 
-TEST(RenderGalleryTest, DrawsTheScreenAndItsTree) {
-  if (testing::toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
-  testing::TemporaryDirectory dir;
-  const std::string png = dir.path() + "/gallery.png", tree = dir.path() + "/gallery.json";
-  const auto run = testing::runTool({"render", "gallery", "--size", "844x390", "--scale", "1", "-o", png, "--tree", tree});
-  ASSERT_EQ(run.status, 0) << run.err;
-  auto image = UIImage::imageWithData(testing::readFile(png));
-  ASSERT_TRUE(image);
-  EXPECT_EQ(image->size(), CGSizeMake(844, 390));
-  EXPECT_THAT(testing::readFile(tree), ::testing::HasSubstr("\"UIAlertController\""));
-}
-
-// Which fonts a text is laid out in: our faces for every character they have (Cyrillic among
-// them), the machine's fonts only for the others, and never an empty line.
+// The fonts a text is laid out in: ours for every character they have, the machine's for the others.
 struct Laid {
   int unknownGlyphs = 0;
   std::set<std::string> families;

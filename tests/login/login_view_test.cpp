@@ -4,7 +4,6 @@
 #include "support/game_screen.hpp"
 
 #include <array>
-#include <cstdint>
 #include <cstdlib>
 #include <optional>
 #include <vector>

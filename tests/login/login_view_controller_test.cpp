@@ -5,6 +5,7 @@
 #include "platform/notification_center.hpp"
 #include "support/game_screen.hpp"
 
+#include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
 #include <functional>
@@ -59,23 +60,35 @@ class LoginPage : public testing::SimulatedGame {
   bool calledWhileLeaving_ = false;
 };
 
-TEST_F(LoginPage, ARefusalShowsTheAlertAndAnAcceptedLoginLeavesWithOneCall) {
+// Whatever went wrong, the player sees the one refusal and gets the form back.
+TEST_F(LoginPage, EveryFailureLooksLikeAWrongPasswordAndAnAcceptedLoginLeavesWithOneCall) {
   present();
-  logIn("wrong");
-  sim().runUntilIdle();
-  ASSERT_TRUE(alert());
-  EXPECT_TRUE(alert()->isBeingPresented()) << "it fades in";
-  sim().advance(1.0);
-  EXPECT_EQ(alert()->title(), "Tavrel by Orvane");
-  EXPECT_EQ(alert()->message(), "Invalid username or password!");
-  EXPECT_FALSE(form().btnLogin()->isEnabled()) << "the form waits for OK";
-
-  ASSERT_TRUE(host().tapElement("OK"));
-  finish();
-  EXPECT_FALSE(alert());
-  EXPECT_TRUE(form().btnLogin()->isEnabled());
+  const std::pair<const char*, std::function<void()>> failures[] = {
+      {"wrong", [] {}},
+      {"secret", [this] { server_.dropConnections(); }},
+      {"secret", [this] { sim().setInfoDictionaryJson(R"({"CFBundleURLTypes":[{}]})"); }},
+  };
+  for (const auto& [password, arrange] : failures) {
+    arrange();
+    logIn(password);
+    sim().runUntilIdle();
+    ASSERT_TRUE(alert());
+    EXPECT_TRUE(alert()->isBeingPresented()) << "it fades in";
+    sim().advance(1.0);
+    EXPECT_EQ(alert()->title(), "Tavrel by Orvane");
+    EXPECT_EQ(alert()->message(), "Invalid username or password!");
+    EXPECT_FALSE(form().btnLogin()->isEnabled()) << "the form waits for OK";
+    ASSERT_TRUE(host().tapElement("OK"));
+    finish();
+    EXPECT_FALSE(alert());
+    EXPECT_TRUE(form().btnLogin()->isEnabled());
+  }
   EXPECT_TRUE(calls_.empty());
+  EXPECT_EQ(server_.requestCount(), 2u) << "none without a scheme";
+  EXPECT_THAT(sim().logLines(), ::testing::ElementsAre(::testing::MatchesRegex("SDK > .*CFBundleURLTypes.*")));
 
+  server_.resetControls();
+  sim().setInfoDictionaryJson(kOneScheme);
   logIn("secret");
   finish();
   EXPECT_FALSE(alert());
@@ -97,44 +110,6 @@ TEST_F(LoginPage, OnlyTheFirstSchemeOfTheFirstTypeIsSentAndANullCallbackIsFine) 
   NotificationCenter::defaultCenter().postNotificationName(kAuthenticateNotification, &form(), {{"username", 5}});
   finish();
   EXPECT_EQ(lastLogin()["username"], "") << "what is not a text goes as an empty one";
-}
-
-// Whatever went wrong, the player sees the one refusal and gets the form back.
-TEST_F(LoginPage, EveryFailureLooksLikeAWrongPassword) {
-  struct Case {
-    const char* what;
-    std::function<void()> arrange;
-    std::size_t requests;
-  };
-  const Case cases[] = {
-      {"connection dropped", [this] { server_.dropConnections(); }, 1},
-      {"no URL scheme", [this] { sim().setInfoDictionaryJson(R"({"CFBundleURLTypes":[{}]})"); }, 0},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    c.arrange();
-    present();
-    logIn("secret");
-    finish();
-    ASSERT_TRUE(alert());
-    EXPECT_EQ(alert()->message(), "Invalid username or password!");
-    EXPECT_EQ(server_.requestCount(), c.requests);
-    const auto logs = sim().logLines();
-    ASSERT_EQ(logs.size(), c.requests == 0 ? 1u : 0u) << "one line per attempt without a scheme";
-    if (!logs.empty()) {
-      EXPECT_TRUE(logs[0].starts_with("SDK > ") && logs[0].find("CFBundleURLTypes") != std::string::npos) << logs[0];
-    }
-    ASSERT_TRUE(host().tapElement("OK"));
-    finish();
-    EXPECT_TRUE(form().btnLogin()->isEnabled());
-
-    game()->dismissViewControllerAnimated(false, nullptr);
-    server_.resetControls();
-    server_.clearRequests();
-    sim().clearLog();
-    sim().setInfoDictionaryJson(kOneScheme);
-  }
-  EXPECT_TRUE(calls_.empty());
 }
 
 TEST_F(LoginPage, ALoginUnderWayWhenThePageIsTakenAwayStillCallsBack) {

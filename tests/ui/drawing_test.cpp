@@ -1,8 +1,6 @@
-// Drawing: real Cairo frames read back by pixel, damage between frames, text measurement and
-// the fonts a text is laid out in.
+// Drawing: real Cairo frames read back by pixel, damage between frames, text measurement and fonts.
 
 #include "support/game_screen.hpp"
-#include "support/tool_runner.hpp"
 #include "ui/embedded_fonts.hpp"
 #include "ui/text_layout.hpp"
 
@@ -12,7 +10,6 @@
 #include <array>
 #include <cmath>
 #include <functional>
-#include <set>
 
 namespace tavrel {
 namespace {
@@ -71,10 +68,8 @@ class DrawingTest : public SimulatedGame {
 TEST_F(DrawingTest, ViewsDrawTheirLayersAtTheScreensScale) {
   // A 2 × 2 PNG file written by the toolkit itself: red, green / blue, white.
   useScreen({2, 2}, 1.0);
-  addView(root(), CGRectMake(0, 0, 1, 1), UIColor::colorWithRed(1, 0, 0, 1));
-  addView(root(), CGRectMake(1, 0, 1, 1), UIColor::colorWithRed(0, 1, 0, 1));
-  addView(root(), CGRectMake(0, 1, 1, 1), UIColor::colorWithRed(0, 0, 1, 1));
-  addView(root(), CGRectMake(1, 1, 1, 1), UIColor::whiteColor());
+  const int quad[][5] = {{0, 0, 1, 0, 0}, {1, 0, 0, 1, 0}, {0, 1, 0, 0, 1}, {1, 1, 1, 1, 1}};  // x, y, red, green, blue
+  for (const auto& [x, y, r, g, b] : quad) addView(root(), CGRectMake(x, y, 1, 1), UIColor::colorWithRed(r, g, b, 1));
   testing::TemporaryDirectory dir;
   EXPECT_FALSE(host().writePNG(dir.path() + "/missing/quad.png"));
   ASSERT_TRUE(host().writePNG(dir.path() + "/quad.png"));
@@ -102,8 +97,7 @@ TEST_F(DrawingTest, ViewsDrawTheirLayersAtTheScreensScale) {
   addView(root(), CGRectMake(270, 300, 100, 100), UIColor::blackColor())->setHidden(true);
 
   const UIFrame& frame = host().renderFrame();
-  ASSERT_EQ(frame.width, 780);
-  ASSERT_EQ(frame.height, 1688);
+  ASSERT_EQ(std::pair(frame.width, frame.height), std::pair(780, 1688));
   const struct {
     CGPoint point;
     Rgba expected;
@@ -179,11 +173,9 @@ TEST_F(DrawingTest, ViewsDrawInsideTheirFramesAtAnySizeAndAMeasuredLabelShowsIts
     }
   }
   const Ink narrow = inkIn(frame, CGRectMake(0, 140, 390, 40));
+  EXPECT_GT(narrow.maxAlpha, 0);
+  EXPECT_EQ(CGRectIntersection(narrow.bounds, CGRectMake(10, 150, 100, size.height)), narrow.bounds);
   EXPECT_GT(inkIn(frame, CGRectMake(0, 199, 390, 3)).maxAlpha, 0) << "a view of one pixel draws too";
-  EXPECT_GE(narrow.bounds.minX(), 10.0);
-  EXPECT_LE(narrow.bounds.maxX(), 110.0);
-  EXPECT_GE(narrow.bounds.minY(), 150.0);
-  EXPECT_LE(narrow.bounds.maxY(), 150.0 + size.height);
 }
 
 TEST_F(DrawingTest, OnlyWhatChangedIsDrawnAgain) {
@@ -366,57 +358,18 @@ TEST(TextTest, LabelsShrinkToFitTheirWidth) {
   }
 }
 
-TEST(RenderGalleryTest, DrawsTheScreenAndItsTree) {
-  if (testing::toolPath().empty()) GTEST_SKIP() << "TAVREL_TOOL is not set";
-  testing::TemporaryDirectory dir;
-  const std::string png = dir.path() + "/gallery.png", tree = dir.path() + "/gallery.json";
-  const auto run = testing::runTool({"render", "gallery", "--size", "844x390", "--scale", "1", "-o", png, "--tree", tree});
-  ASSERT_EQ(run.status, 0) << run.err;
-  auto image = UIImage::imageWithData(testing::readFile(png));
-  ASSERT_TRUE(image);
-  EXPECT_EQ(image->size(), CGSizeMake(844, 390));
-  EXPECT_THAT(testing::readFile(tree), ::testing::HasSubstr("\"UIAlertController\""));
-}
-
-// Which fonts a text is laid out in: our faces for every character they have (Cyrillic among
-// them), the machine's fonts only for the others, and never an empty line.
-struct Laid {
-  int unknownGlyphs = 0;
-  std::set<std::string> families;
-  double width = 0.0;
-};
-
-Laid layOut(const std::string& text, bool bold = false) {
-  PangoLayout* layout =
-      text::measuringLayout(UIFont("DejaVu Sans", 17.0, false, bold ? UIFontWeightBold : UIFontWeightRegular), text);
-  Laid laid;
-  laid.unknownGlyphs = pango_layout_get_unknown_glyphs_count(layout);
-  for (GSList* run = pango_layout_get_line_readonly(layout, 0)->runs; run != nullptr; run = run->next) {
-    PangoFontDescription* description = pango_font_describe(static_cast<PangoGlyphItem*>(run->data)->item->analysis.font);
-    laid.families.insert(pango_font_description_get_family(description));
-    pango_font_description_free(description);
-  }
-  PangoRectangle logical;
-  pango_layout_get_extents(layout, nullptr, &logical);
-  laid.width = logical.width / static_cast<double>(PANGO_SCALE);
-  return laid;
-}
-
-TEST(TextFonts, OurFacesDrawEveryCharacterTheyHaveAndTheMachineOrBoxesTheRest) {
+// Our faces lay out every character they have, Cyrillic among them, whatever fonts the machine has.
+TEST(TextFonts, OurFacesDrawEveryCharacterTheyHave) {
   for (bool bold : {false, true}) {
-    const Laid cyrillic = layOut("2026:03:09T14:05:33+01:00-Игорь-Петров", bold);
-    EXPECT_EQ(cyrillic.unknownGlyphs, 0);
-    EXPECT_EQ(cyrillic.families, std::set<std::string>{text::kEmbeddedFamily});
+    PangoLayout* layout = text::measuringLayout(
+        UIFont("DejaVu Sans", 17.0, false, bold ? UIFontWeightBold : UIFontWeightRegular), "14:05:33-Игорь-Петров");
+    EXPECT_EQ(pango_layout_get_unknown_glyphs_count(layout), 0);
+    for (GSList* run = pango_layout_get_line_readonly(layout, 0)->runs; run != nullptr; run = run->next) {
+      PangoFontDescription* font = pango_font_describe(static_cast<PangoGlyphItem*>(run->data)->item->analysis.font);
+      EXPECT_STREQ(pango_font_description_get_family(font), text::kEmbeddedFamily) << bold;
+      pango_font_description_free(font);
+    }
   }
-  const Laid mixed = layOut("id-देवनागरी-1");
-  EXPECT_GT(mixed.width, layOut("id--1").width + 20.0);
-  if (mixed.unknownGlyphs > 0) {
-    EXPECT_EQ(mixed.families.count(text::kEmbeddedFamily), 1u);
-    GTEST_SKIP() << "no font on this machine has Devanagari: drawn as missing-glyph boxes";
-  }
-  // The Latin stays ours; only the Devanagari run is the machine's.
-  EXPECT_EQ(mixed.families.count(text::kEmbeddedFamily), 1u);
-  EXPECT_EQ(mixed.families.size(), 2u);
 }
 
 }  // namespace

@@ -66,8 +66,7 @@ TEST_F(PresentationTest, SecondPresentationIsRefusedWithThePlatformsWarning) {
                                                          "<UIViewController: 0x[0-9a-f]+> which is already "
                                                          "presenting <Page: 0x[0-9a-f]+>")));
 
-  // A dismissal that cuts a presentation short ends it first; one that its completion starts
-  // is then under way, and the interrupting one is refused.
+  // A dismissal cuts a presentation short; the one its completion starts refuses the interrupting one.
   game()->dismissViewControllerAnimated(false, nullptr);
   std::vector<std::string> dismissed;
   game()->presentViewController(second, true, [&] {
@@ -100,6 +99,8 @@ TEST_F(PresentationTest, PresentedPagesTakeEveryTouchAndAnAlertsHandlerRunsAfter
   auto alert = UIAlertController::alertControllerWithTitle("T", "M", UIAlertControllerStyle::Alert);
   std::shared_ptr<UIViewController> presentedInHandler = page;
   int handled = 0;
+  // Two actions share a row: the second, "OK", is beside the first, inside the box.
+  alert->addAction(UIAlertAction::actionWithTitle("Later", UIAlertActionStyle::Default, nullptr));
   alert->addAction(UIAlertAction::actionWithTitle("OK", UIAlertActionStyle::Default, [&](UIAlertAction*) {
     ++handled;
     presentedInHandler = page->presentedViewController();
@@ -136,10 +137,13 @@ TEST_F(PresentationTest, PresentedPagesTakeEveryTouchAndAnAlertsHandlerRunsAfter
 }
 
 TEST_F(PresentationTest, TreeDumpShowsControllersViewsAndControls) {
-  EXPECT_EQ(nlohmann::json::parse(dumpViewTree())["rootViewController"]["presentedViewController"], nullptr);
   auto label = std::make_shared<UILabel>(CGRectMake(1, 2, 30, 40));
   label->setText("hi");
   game()->view()->addSubview(label);
+  auto field = std::make_shared<UITextField>(CGRectMake(0, 50, 100, 40));
+  field->setLeftView(std::make_shared<UIView>(CGRectMake(0, 0, 20, 40)));
+  field->setLeftViewMode(UITextFieldViewMode::Always);
+  game()->view()->addSubview(field);
   auto alert = UIAlertController::alertControllerWithTitle("T", "M", UIAlertControllerStyle::Alert);
   alert->addAction(UIAlertAction::actionWithTitle("OK", UIAlertActionStyle::Cancel, nullptr));
   game()->presentViewController(alert, false, nullptr);
@@ -150,6 +154,7 @@ TEST_F(PresentationTest, TreeDumpShowsControllersViewsAndControls) {
   EXPECT_EQ(dumpedLabel["frame"], nlohmann::json({1.0, 2.0, 30.0, 40.0}));
   EXPECT_EQ(dumpedLabel["text"], "hi");
   EXPECT_EQ(dumpedLabel["font"]["size"], kLabelFontSize);
+  EXPECT_EQ(root["view"]["subviews"][1]["subviews"], nlohmann::json::array()) << "a left view has a key of its own";
   const auto& presented = root["presentedViewController"];
   EXPECT_EQ(presented["class"], "UIAlertController");
   EXPECT_EQ(presented["actions"], nlohmann::json::parse(R"([{"title": "OK", "style": 1}])"));

@@ -124,9 +124,8 @@ TEST_F(WatermarkTest, BouncingStartDrawsXYAndTwoVelocitiesOnlyOnce) {
   }
 }
 
-// Each case starts the text one step short of an edge: it reaches the edge exactly without turning
-// (strict in position), then turns on the next update. The other axis is at rest (draw 64); the
-// text is 39.5 high, so the bottom case turns only if the half point counts.
+// Each case starts one step short of an edge: it reaches the edge without turning, then turns. The
+// other axis rests (draw 64); the text is 39.5 high: the bottom case turns only if the half counts.
 TEST_F(WatermarkTest, BouncingTurnsStrictlyPastAnEdge) {
   struct Case {
     const char* what;

@@ -45,6 +45,9 @@ TEST_F(WatermarkTest, PeriodOfZeroResetsTheTickerOnEveryTick) {
     watermark.updateWithDelta(kTick);
     EXPECT_EQ(watermark.getRenderList()->front(), RenderItem(0.0f, line));  // moved, then reset
   }
+  watermark.setChangePositionTimer(60.0f);
+  watermark.updateWithDelta(kTick);
+  EXPECT_EQ(watermark.getRenderList()->front().x(), -4.666667f) << "a tick within the period resets nothing";
 }
 
 TEST_F(WatermarkTest, UnknownTypesKeepTheBehaviourAndRandomModeStaysOn) {

@@ -57,6 +57,7 @@ TEST_F(UrlSessionTest, SendsExactlyWhatTheRequestNamesAndPassesTheReplyThrough) 
       {{server_.url("/up/game.evt?sig=a%2Fb"), "PUT", {{"Content-Type", "application/octet-stream"}}, binary},
        {"Host", "Content-Type", "Content-Length"}, 200, ""},
       {{server_.url("/up/empty.evt"), "PUT", {}, ""}, {"Host", "Content-Length"}, 200, ""},
+      {{server_.url("/up/empty.evt"), "PATCH", {}, ""}, {"Host", "Content-Length"}, 404, ""},
       // A header as long as Accept and Expect is not taken for either.
       {{server_.url("/up/created.evt"), "PUT", {{"Origin", "https://h"}}, "x"}, {"Host", "Origin", "Content-Length"},
        201, "echo:x"},

@@ -74,6 +74,7 @@ TEST(LaunchUrl, ComposedUrlsReadBackExactly) {
                                   {"gameEventUrl", *values.gameEventUrl},
                                   {"inputEventUrl", *values.inputEventUrl},
                                   {"recordingStartedAt", "-5"}}));
+  EXPECT_EQ(composeLaunchUrl({.scheme = "g", .launchToken = kToken}), "g://validate?launchToken=" + kToken);
 
   for (const LaunchUrlValues& refused : {LaunchUrlValues{.scheme = "g", .launchToken = kToken.substr(0, 47)},
                                           {.scheme = "g", .launchToken = kToken + "+"},

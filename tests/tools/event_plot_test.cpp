@@ -77,6 +77,17 @@ TEST(EventPlot, TellsFingersTracksAndDroppedRunsApartOnALandscapeScreen) {
   // The finger without a mark is a grey dot, joined to nothing.
   EXPECT_TRUE(near(between(point(60000, 60000), point(60000, 60000), 0), grey));
   EXPECT_TRUE(near(between(point(50000, 40000), point(60000, 60000), 0.5), ground));
+  // In its lane on the time line, a touch ended's tick reaches a pixel past the lane at each end
+  // and a touch moved's stays a pixel inside.
+  const auto tickLength = [&](std::int32_t ms) {
+    const double x = std::round(layout.timeX(ms));
+    int length = 0;
+    for (double y = layout.timeline.minY(); y < layout.timeline.maxY(); ++y) {
+      length += near(between({x, y}, {x, y}, 0), grey, 0.02);
+    }
+    return length;
+  };
+  EXPECT_EQ(std::pair(tickLength(500), tickLength(600)), std::pair(7, 11));
   // The time line runs from the game event at 0 to the last record.
   EXPECT_EQ(layout.firstMs, 0);
   EXPECT_EQ(layout.lastMs, 3100);

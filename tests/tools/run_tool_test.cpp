@@ -4,6 +4,7 @@
 
 #include "support/serve_process.hpp"
 #include "support/tool_runner.hpp"
+#include "support/window_session.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -12,6 +13,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
@@ -59,10 +61,8 @@ class RunTool : public ToolTest {
   std::string out() const { return directory_.path() + "/out"; }
   nlohmann::json report() const { return nlohmann::json::parse(readFile(out() + "/report.json")); }
   bool toldThat(const std::string& text) const {
-    const nlohmann::json whole = report();
-    for (const auto& entry : whole["story"])
-      if (entry["text"] == text) return true;
-    return false;
+    const nlohmann::json story = report()["story"];
+    return std::any_of(story.begin(), story.end(), [&](const nlohmann::json& entry) { return entry["text"] == text; });
   }
 };
 
@@ -88,7 +88,7 @@ TEST_F(RunTool, ScriptFaultsAndFailedChecksNameTheirLine) {
       {"check game-events >= many\n", 2, "x.session:1: check: expected a count, got 'many'"},
       {"wait-until presented Dialog\n", 2, "x.session:1: wait-until: expected LoginViewController, UIAlertController or any"},
       {"repeat 2\nsnapshot a\nend\n", 2, "x.session:2: snapshot: a repeated snapshot would repeat its name"},
-      {"repeat 2\nwait 1\n", 2, "x.session:1: repeat: no end"},
+      {"repeat 1\nwait 1\n", 2, "x.session:1: repeat: no end"},
       {"check not log \"\"\n", 2, "x.session:1: check: expected a text, got an empty one"},  // would always hold
       {"url-schemes\nvalidate\n", 2, "x.session:1: url-schemes: expected a URL scheme"},
       // What a script asks of the clock is bounded, before anything runs.
@@ -206,19 +206,12 @@ std::string chromium() {
 }
 
 int firstFingerPixels(const std::string& png) {
-  const auto picture = UIImage::imageWithData(readFile(png));
-  if (picture == nullptr) return 0;
-  cairo_surface_flush(picture->surface());
-  const unsigned char* data = cairo_image_surface_get_data(picture->surface());
-  int count = 0;
-  for (int y = 0; y < picture->pixelHeight(); ++y) {
-    const auto* row = reinterpret_cast<const std::uint32_t*>(data + y * cairo_image_surface_get_stride(picture->surface()));
-    for (int x = 0; x < picture->pixelWidth(); ++x) {
-      const int r = (row[x] >> 16) & 255, g = (row[x] >> 8) & 255, b = row[x] & 255;
-      count += std::abs(r - 79) < 16 && std::abs(g - 158) < 16 && b > 230;
-    }
-  }
-  return count;
+  Shot shot;
+  if (!shot.load(png)) return 0;
+  return shot.count([](std::uint32_t rgb) {
+    return std::abs(static_cast<int>(rgb >> 16) - 79) < 16 && std::abs(static_cast<int>(rgb >> 8 & 255) - 158) < 16 &&
+           (rgb & 255) > 230;
+  });
 }
 
 // What the session sent, as the live page shows it: requests, recordings decoded, no secret.

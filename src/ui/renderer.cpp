@@ -462,6 +462,12 @@ class Painter {
   void eachPart(PixelRect r, Lay&& lay) {
     if (isEmpty(r)) return;
     Region piece(r), fresh;
+    // Most pieces land where nothing reached yet, which lies within the damage: one cut.
+    const pixman_box32_t box{r.x, r.y, r.x + r.width, r.y + r.height};
+    if (pixman_region32_contains_rectangle(unreached_.get(), &box) == PIXMAN_REGION_IN) {
+      pixman_region32_subtract(unreached_.get(), unreached_.get(), piece.get());
+      return lay(r, true);
+    }
     pixman_region32_intersect(piece.get(), piece.get(), damaged_.get());
     pixman_region32_intersect(fresh.get(), piece.get(), unreached_.get());
     if (pixman_region32_not_empty(fresh.get())) {

@@ -145,6 +145,14 @@ class Damage {
   std::vector<PixelRect> rects_;
 };
 
+using OldIndex = std::vector<std::pair<const UIView*, std::size_t>>;
+
+// The last frame's entry of `view` in `oldIndex` (sorted), else its end.
+OldIndex::iterator findOld(OldIndex& oldIndex, const UIView* view) {
+  const auto found = std::lower_bound(oldIndex.begin(), oldIndex.end(), std::pair(view, std::size_t{0}));
+  return found != oldIndex.end() && found->first == view ? found : oldIndex.end();
+}
+
 // Old and new rectangles of every view that appeared, went, changed or moved in the stacking.
 // `died`: how many views died since `before` was taken (all of them kept by viewTreeChanges()).
 void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>& now, std::uint64_t died,
@@ -156,16 +164,14 @@ void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>
   // A dead view's entry is no one's now, even where another view took its address.
   const ViewTreeChanges& changes = viewTreeChanges();
   for (std::uint64_t n = changes.deaths - died; n < changes.deaths; ++n) {
-    const UIView* dead = changes.died[n % ViewTreeChanges::kDeathsKept];
-    auto found = std::lower_bound(oldIndex.begin(), oldIndex.end(), std::pair(dead, std::size_t{0}));
-    if (found != oldIndex.end() && found->first == dead) oldIndex.erase(found);
+    const auto found = findOld(oldIndex, changes.died[n % ViewTreeChanges::kDeathsKept]);
+    if (found != oldIndex.end()) oldIndex.erase(found);
   }
   auto& matched = buffers.matched;
   matched.assign(before.size(), false);
   std::size_t latestOld = 0;
   for (const RenderEntry& entry : now) {
-    auto found = std::lower_bound(oldIndex.begin(), oldIndex.end(), std::pair(entry.view, std::size_t{0}));
-    if (found != oldIndex.end() && found->first != entry.view) found = oldIndex.end();
+    const auto found = findOld(oldIndex, entry.view);
     if (found == oldIndex.end()) {
       damage.add(entry.rect);
       continue;

@@ -37,8 +37,6 @@ void collect(const UIView& view, CGPoint origin, CGRect clip, double alpha, std:
   const CGRect bounds = view.bounds();
   RenderEntry entry;
   entry.view = &view;
-  entry.alive = view.weak_from_this();
-  entry.shared = !entry.alive.expired();
   entry.displayVersion = view.displayVersion();
   entry.layerVersion = view.layerVersion();
   entry.rect = CGRectIntersection({origin, bounds.size}, clip);
@@ -65,7 +63,11 @@ void collect(const UIView& view, CGPoint origin, CGRect clip, double alpha, std:
 // The pixels to draw again, as a few rectangles.
 class Damage {
  public:
-  Damage(int width, int height, double scale) : width_(width), height_(height), scale_(scale) {}
+  // `rects`: a list whose memory the damage takes.
+  Damage(int width, int height, double scale, std::vector<PixelRect> rects = {})
+      : width_(width), height_(height), scale_(scale), rects_(std::move(rects)) {
+    rects_.clear();
+  }
 
   void addWhole() { rects_ = {{0, 0, width_, height_}}; }
   void add(PixelRect pixels) { rects_.push_back(pixels); }
@@ -80,6 +82,7 @@ class Damage {
   bool empty() const { return rects_.empty(); }
   Damage emptyLike() const { return {width_, height_, scale_}; }
   const std::vector<PixelRect>& rects() const { return rects_; }
+  std::vector<PixelRect> take() && { return std::move(rects_); }
 
   // Whole pixels covering the rectangle, one more on each side for antialiased edges.
   PixelRect toPixels(CGRect points) const {
@@ -142,21 +145,33 @@ class Damage {
   std::vector<PixelRect> rects_;
 };
 
+using OldIndex = std::vector<std::pair<const UIView*, std::size_t>>;
+
+// The last frame's entry of `view` in `oldIndex` (sorted), else its end.
+OldIndex::iterator findOld(OldIndex& oldIndex, const UIView* view) {
+  const auto found = std::lower_bound(oldIndex.begin(), oldIndex.end(), std::pair(view, std::size_t{0}));
+  return found != oldIndex.end() && found->first == view ? found : oldIndex.end();
+}
+
 // Old and new rectangles of every view that appeared, went, changed or moved in the stacking.
-void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>& now, Damage& damage,
-          FrameBuffers& buffers) {
+// `died`: how many views died since `before` was taken (all of them kept by viewTreeChanges()).
+void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>& now, std::uint64_t died,
+          Damage& damage, FrameBuffers& buffers) {
   auto& oldIndex = buffers.oldIndex;
   oldIndex.clear();
-  for (std::size_t i = 0; i < before.size(); ++i) {
-    if (!before[i].shared || !before[i].alive.expired()) oldIndex.emplace_back(before[i].view, i);
-  }
+  for (std::size_t i = 0; i < before.size(); ++i) oldIndex.emplace_back(before[i].view, i);
   std::sort(oldIndex.begin(), oldIndex.end());
+  // A dead view's entry is no one's now, even where another view took its address.
+  const ViewTreeChanges& changes = viewTreeChanges();
+  for (std::uint64_t n = changes.deaths - died; n < changes.deaths; ++n) {
+    const auto found = findOld(oldIndex, changes.died[n % ViewTreeChanges::kDeathsKept]);
+    if (found != oldIndex.end()) oldIndex.erase(found);
+  }
   auto& matched = buffers.matched;
   matched.assign(before.size(), false);
   std::size_t latestOld = 0;
   for (const RenderEntry& entry : now) {
-    auto found = std::lower_bound(oldIndex.begin(), oldIndex.end(), std::pair(entry.view, std::size_t{0}));
-    if (found != oldIndex.end() && found->first != entry.view) found = oldIndex.end();
+    const auto found = findOld(oldIndex, entry.view);
     if (found == oldIndex.end()) {
       damage.add(entry.rect);
       continue;
@@ -297,9 +312,7 @@ class Painter {
           double scale, UILayerFrame* layers = nullptr, std::size_t first = 0, PixelRect offset = {},
           CGPoint device = {})
       : cr_(cr), entries_(entries), damage_(damage), stores_(stores), scale_(scale), layers_(layers), next_(first),
-        offset_(offset), dx_(device.x), dy_(device.y) {
-    painted_.reserve(entries.size());
-  }
+        offset_(offset), dx_(device.x), dy_(device.y) {}
   Painter(const Painter&) = delete;
   Painter& operator=(const Painter&) = delete;
   ~Painter() {
@@ -308,8 +321,11 @@ class Painter {
 
   // Paints the CPU frame into `surface`, whose pixels `image` holds. The damage is not cleared
   // first: the first piece to reach a pixel of it writes it whole (a copy, not a blend over
-  // pixels just cleared), and what no piece reached is cleared at the end.
-  void into(cairo_surface_t* surface, pixman_image_t* image) {
+  // pixels just cleared), and what no piece reached is cleared at the end. `painted`: a list
+  // whose memory the painter takes, given back by finish().
+  void into(cairo_surface_t* surface, pixman_image_t* image, std::vector<PixelRect> painted) {
+    painted_ = std::move(painted);
+    painted_.clear();
     // Cairo takes a new surface for clear and would copy where it should blend.
     cairo_surface_mark_dirty(surface);
     surface_ = surface;
@@ -319,12 +335,13 @@ class Painter {
     pixman_region32_copy(unreached_.get(), damaged_.get());
   }
   // Clears what no piece reached; the surface's pixels are final.
-  void finish() {
+  std::vector<PixelRect> finish() {
     clearDamage();
     if (ownsContext_) cairo_destroy(cr_);
     ownsContext_ = false;
     cr_ = nullptr;
     if (surface_) cairo_surface_mark_dirty(surface_);
+    return std::move(painted_);
   }
 
   void paint(const UIView& view) {
@@ -451,6 +468,12 @@ class Painter {
   void eachPart(PixelRect r, Lay&& lay) {
     if (isEmpty(r)) return;
     Region piece(r), fresh;
+    // Most pieces land where nothing reached yet, which lies within the damage: one cut.
+    const pixman_box32_t box{r.x, r.y, r.x + r.width, r.y + r.height};
+    if (pixman_region32_contains_rectangle(unreached_.get(), &box) == PIXMAN_REGION_IN) {
+      pixman_region32_subtract(unreached_.get(), unreached_.get(), piece.get());
+      return lay(r, true);
+    }
     pixman_region32_intersect(piece.get(), piece.get(), damaged_.get());
     pixman_region32_intersect(fresh.get(), piece.get(), unreached_.get());
     if (pixman_region32_not_empty(fresh.get())) {
@@ -743,6 +766,10 @@ BackingStore& BackingStores::flatFor(const UIView& view, int width, int height) 
 }
 
 void BackingStores::freeOffTheTree(const UIWindow* window) {
+  const std::uint64_t changes = viewTreeChanges().changes;
+  if (freedAt_ == changes && freedFor_ == window) return;
+  freedAt_ = changes;
+  freedFor_ = window;
   for (auto it = stores_.begin(); it != stores_.end();) {
     const auto owner = it->second->owner.lock();
     if (owner && window && it->first->window() == window) {
@@ -772,13 +799,14 @@ namespace {
 
 // The window's views in paint order into `buffers.entries`, and the damage since `previous`
 // (all of it without one).
-std::shared_ptr<UIWindow> walk(CGSize size, const std::vector<RenderEntry>* previous, Damage& damage,
-                               FrameBuffers& buffers) {
+// `died`: views that died since `previous` was taken.
+std::shared_ptr<UIWindow> walk(CGSize size, const std::vector<RenderEntry>* previous, std::uint64_t died,
+                               Damage& damage, FrameBuffers& buffers) {
   buffers.entries.clear();
   std::shared_ptr<UIWindow> window = UIApplication::sharedApplication().keyWindow();
   if (window) collect(*window, window->frame().origin, {{0.0, 0.0}, size}, 1.0, buffers.entries);
   if (previous) {
-    diff(*previous, buffers.entries, damage, buffers);
+    diff(*previous, buffers.entries, died, damage, buffers);
   } else {
     damage.addWhole();
   }
@@ -797,7 +825,7 @@ const UILayerFrame& UIHost::Renderer::renderLayers(CGSize size, double scale) {
   // A layer frame lists every visible view, so it needs no damage: only the CPU frame's
   // measure of a pixel.
   Damage damage(width, height, scale);
-  const std::shared_ptr<UIWindow> window = walk(size, nullptr, damage, buffers);
+  const std::shared_ptr<UIWindow> window = walk(size, nullptr, 0, damage, buffers);
   if (window) Painter(nullptr, buffers.entries, damage, stores, scale, &layers).paint(*window);
   stores.freeOffTheTree(window.get());
   return layers;
@@ -806,7 +834,10 @@ const UILayerFrame& UIHost::Renderer::renderLayers(CGSize size, double scale) {
 const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
   const int width = static_cast<int>(std::lround(size.width * scale));
   const int height = static_cast<int>(std::lround(size.height * scale));
-  const bool whole = !surface || width != frame.width || height != frame.height || scale != frame.scale;
+  // Too many deaths to tell which views of the last frame died: it is no guide.
+  const std::uint64_t deaths = viewTreeChanges().deaths, died = deaths - previousDeaths;
+  const bool whole = !surface || width != frame.width || height != frame.height || scale != frame.scale ||
+                     died > ViewTreeChanges::kDeathsKept;
   if (whole) {
     reset();
     surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
@@ -818,20 +849,21 @@ const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
   }
 
   // Kept from frame to frame, as the last frame's list: a frame allocates little.
-  Damage damage(width, height, scale);
-  const std::shared_ptr<UIWindow> window = walk(size, whole ? nullptr : &previous, damage, buffers);
+  Damage damage(width, height, scale, std::move(frame.damage));
+  const std::shared_ptr<UIWindow> window = walk(size, whole ? nullptr : &previous, died, damage, buffers);
   std::vector<RenderEntry>& entries = buffers.entries;
   damage.simplify();
   if (!damage.empty()) {
     Painter painter(nullptr, entries, damage, stores, scale);
-    painter.into(surface, image);
+    painter.into(surface, image, std::move(buffers.painted));
     if (window) painter.paint(*window);
-    painter.finish();
+    buffers.painted = painter.finish();
     stores.freeOffTheTree(window.get());
   }
   frame.pixels = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(surface));
-  frame.damage = damage.rects();
+  frame.damage = std::move(damage).take();
   previous.swap(entries);
+  previousDeaths = deaths;
   return frame;
 }
 

@@ -26,6 +26,7 @@
 #include <cairo.h>
 #include <pixman.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -38,9 +39,7 @@ namespace tavrel {
 
 // One visible view as drawn in a frame.
 struct RenderEntry {
-  const UIView* view = nullptr;
-  std::weak_ptr<const UIResponder> alive;  // a dead view's address may be reused
-  bool shared = false;                     // held by a shared_ptr when seen, so `alive` tells
+  const UIView* view = nullptr;  // a view that died since may have left its address to another
   std::uint64_t displayVersion = 0;
   std::uint64_t layerVersion = 0;
   CGRect rect;      // on screen in points, within `clip`
@@ -54,6 +53,21 @@ struct RenderEntry {
   }
 };
 
+
+// What happened to views since a renderer last looked: a frame looks for views that left its
+// window only after some view joined or left one, and for an address another view took only
+// after a view died. Main thread only, as the views.
+struct ViewTreeChanges {
+  static constexpr std::size_t kDeathsKept = 64;
+  std::uint64_t changes = 0;  // a view joined or left a window, or died
+  std::uint64_t deaths = 0;
+  std::array<const UIView*, kDeathsKept> died{};  // the latest, the n-th at n % kDeathsKept
+  void viewDied(const UIView* view) {
+    ++changes;
+    died[deaths++ % kDeathsKept] = view;
+  }
+};
+ViewTreeChanges& viewTreeChanges();
 
 // Pixels kept between frames.
 struct BackingStore {
@@ -109,6 +123,9 @@ class BackingStores {
 
   std::unordered_map<const UIView*, std::unique_ptr<KeptDrawing>> stores_;
   std::size_t bytes_ = 0;
+  // What freeOffTheTree() last saw: with no change of the trees since, no store is to free.
+  std::uint64_t freedAt_ = ~std::uint64_t{0};
+  const UIWindow* freedFor_ = nullptr;
   std::unordered_map<std::type_index, bool> drawsContent_;  // by class, found on first use
 };
 
@@ -117,6 +134,7 @@ struct FrameBuffers {
   std::vector<RenderEntry> entries;
   std::vector<std::pair<const UIView*, std::size_t>> oldIndex;  // by view: the last frame's entries
   std::vector<bool> matched;
+  std::vector<PixelRect> painted;  // what a frame has drawn so far
 };
 
 struct UIHost::Renderer {
@@ -136,6 +154,7 @@ struct UIHost::Renderer {
   pixman_image_t* image = nullptr;  // the surface's pixels
   UIFrame frame;
   std::vector<RenderEntry> previous;
+  std::uint64_t previousDeaths = 0;  // viewTreeChanges().deaths when `previous` was taken
   FrameBuffers buffers;
   UILayerFrame layers;
   BackingStores stores;

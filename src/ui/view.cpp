@@ -42,6 +42,7 @@ void CALayer::setBorderColor(std::optional<CGColorRef> color) {
 UIView::UIView(CGRect frame) : bounds_{{}, frame.size}, center_{frame.midX(), frame.midY()} {}
 
 UIView::~UIView() {
+  viewTreeChanges().viewDied(this);
   // Subviews may outlive their superview through other owners: they must not point back, and
   // all of them are let go before any handler of theirs runs.
   const auto subviews = std::move(subviews_);
@@ -224,6 +225,11 @@ std::optional<CGRect> UIView::displayChangeSince(std::uint64_t version) const {
   return changed;
 }
 
+ViewTreeChanges& viewTreeChanges() {
+  static ViewTreeChanges changes;
+  return changes;
+}
+
 bool& baseDrawRectReached() {
   static bool reached = false;
   return reached;
@@ -234,6 +240,7 @@ void UIView::drawRect(CGContextRef /*context*/, CGRect /*rect*/) { baseDrawRectR
 void UIView::setWindowForTree(UIWindow* window) {
   if (window_ == window) return;
   window_ = window;
+  ++viewTreeChanges().changes;
   // A responder that leaves the screen gives up the keyboard, as on the platform.
   if (!window && isFirstResponder()) resignFirstResponder();
   // On a copy: a field's resignation or a didMoveToWindow() may move views of this tree.

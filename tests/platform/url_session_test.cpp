@@ -169,8 +169,7 @@ TEST_F(UrlSessionTest, ShuttingDownCompletesTransfersInFlightWithAnError) {
   release->set_value();
 }
 
-// A server that keeps connections open, trusted alone. Declared after the session's platform,
-// so it stops first, with the session's connections still open.
+// Declared after the session's platform, so it stops first, with the session's connections still open.
 class KeptConnectionsTest : public UrlSessionTest {
  protected:
   void SetUp() override {

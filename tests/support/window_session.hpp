@@ -1,8 +1,6 @@
 #pragma once
 
-// The example games in real windows: built against the installed package, tavrel serve, an X
-// server of the test's own, the game started with a refused token, the view tree it writes, real
-// X input (xdotool), screenshots read back with Cairo (kept in the build folder: sdl2_window/).
+// The example games in real windows, with real X input; screenshots kept in the build folder.
 
 #include "support/sandbox.hpp"
 #include "support/x_server.hpp"
@@ -26,8 +24,7 @@ std::string sourcePath(const std::string& relative);
 
 inline const std::string kRefusedToken = std::string(24, 'r') + "PLAYER-ID-OF-24-CHARS-00";
 
-// tavrel serve in `dir` (its log serve.log) for a game of URL scheme `scheme`, accepting the token
-// of 48 'A' and ann:secret-pw; `error` says why not when it did not start.
+// Accepts the token of 48 'A' and ann:secret-pw; `error` says why not when it did not start.
 struct Service {
   std::unique_ptr<Background> process;
   std::string baseUrl, caFile, error;

@@ -272,8 +272,7 @@ wait 31
   EXPECT_GT(track, 20) << "no track of finger 0 in " << png;
 }
 
-// Each page holds a slot of the server's while its stream is open; one that goes frees it at once,
-// not when a heartbeat written seconds later fails.
+// Not when a heartbeat written seconds later fails.
 TEST_F(RunTool, AClosedLivePageFreesItsSlotAtOnce) {
   ServeProcess serve({});
   const auto answer = [&](const char* seconds) {

@@ -1,8 +1,6 @@
 #pragma once
 
-// A Vulkan game without a window, for the Vulkan host's test and benchmark: its own instance
-// (with the validation layer when asked), device and queue, and frames in flight, each a colour
-// image cleared to the scene's one colour, then read back.
+// A Vulkan game without a window, for the Vulkan host's test and benchmark.
 
 #include <tavrel_sdk/vulkan_host.hpp>
 

@@ -1,5 +1,4 @@
-// The pygame example (Python binding) in a real window: the login, a finger's mark, and the
-// event files with the game's own events.
+// The pygame example (Python binding) in a real window.
 
 #include "support/window_session.hpp"
 

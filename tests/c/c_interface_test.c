@@ -1,5 +1,4 @@
-/* A game in C11 through tavrel.h alone: a gated session, headless, against the mock service
- * (tavrel serve, started here), on the real clock; refusals with their log lines. */
+/* A game in C11 through tavrel.h alone, headless, against tavrel serve, on the real clock. */
 #define _XOPEN_SOURCE 700
 
 #include <tavrel_sdk/tavrel.h>
@@ -153,8 +152,7 @@ static void refusals_before_the_screen(void) {
   CHECK(strcmp(tavrel_status_text((tavrel_status)42), "unknown status") == 0);
 }
 
-/* Two fingers in one call; a buffer kept from frame to frame, given each frame's damage, holds
-   the latest frame. */
+/* A buffer kept from frame to frame, given each frame's damage, holds the latest frame. */
 static void fingers_on_the_game(tavrel_host *host) {
   const tavrel_finger down[] = {{1, 100.0, 300.0}, {2, 200.0, 500.0}};
   const tavrel_finger moved[] = {{1, 110.0, 320.0}, {2, 190.0, 480.0}};

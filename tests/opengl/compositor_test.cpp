@@ -82,8 +82,7 @@ TEST_P(OpenGLHostTest, keepsEachStoreAsATextureAndMovesIt) {
   game()->view()->addSubview(label);
 
   EXPECT_EQ(compositeAndCompare(), "");
-  // One texture a store (the rounded background, the label, two flattened subtrees); the plain
-  // backgrounds are quads of one colour.
+  // One texture a store; the plain backgrounds are quads of one colour.
   EXPECT_EQ(host_->textures(), 4u);
   EXPECT_EQ(host_->uploads(), 4u);
 

@@ -70,9 +70,8 @@ bool isMarked(std::uint32_t rgb);       // a touch mark's white at 2/3 over a da
 
 class ExampleWindowTest : public ::testing::Test {
  protected:
-  // Starts examples/NAME (built when `build`) through `launcher` (LÖVE, Python; else the game
-  // itself) and waits for its login page and its window (xdotool `search`, else the title); false,
-  // the test failed or skipped (no X server), when they did not come.
+  // Starts examples/NAME through `launcher` (else the game itself), until its page and window show;
+  // false, the test failed or skipped (no X server), when they did not come.
   bool launch(const std::string& name, std::vector<std::string> launcher = {}, bool build = true,
               const std::string& search = "");
   void TearDown() override;
@@ -83,11 +82,9 @@ class ExampleWindowTest : public ::testing::Test {
   int count(const std::function<bool(std::uint32_t)>& pass, int top = 0) const {
     return shot_.count(pass, top, window_.height);
   }
-  // Types ann and secret-pw into the page's fields, each once it has the focus, taps Login, and
-  // waits for the page to go and the game to say the session may go on.
+  // Types ann and secret-pw, each once its field has the focus, until the game may go on.
   void logIn();
-  // The left button pressed at `from` and dragged to `to` (a finger), until its mark is in the
-  // view tree; fingerUp() lifts it, until the mark is gone.
+  // The left button pressed at `from` and dragged to `to`, until its mark is in the view tree.
   bool fingerDown(Box from, Box to);
   void fingerUp();
   bool marked() const;  // a touch mark in the view tree

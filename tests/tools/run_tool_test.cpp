@@ -182,8 +182,7 @@ TEST_F(RunTool, TheDemoReportsItsWholeSession) {
   }
   EXPECT_GT(r["files"][1]["dropped"], 0) << "three fingers at 60 Hz meet the rate limit";
   EXPECT_TRUE(toldThat("the login page goes without animation"));
-  // The library keeps its connections, as against the real service (how many it opens depends
-  // on the wall clock: an idle one closes after 5 s).
+  // How many connections the library opens depends on the wall clock: an idle one closes after 5 s.
   int requests = r["validateRequests"].get<int>() + r["loginRequests"].get<int>();
   for (const auto& [status, count] : r["uploads"].items()) requests += count.get<int>();
   EXPECT_EQ(r["requests"], requests);

@@ -28,8 +28,7 @@ class OffscreenGame {
   // Null, with the reason in `whyNot`, where there is no Vulkan device or validation layer.
   static std::unique_ptr<OffscreenGame> create(const Options& options, std::string* whyNot);
   ~OffscreenGame() { release(); }
-  // Destroys everything, instance last; the validation layer's last words (objects left alive)
-  // are then in takeMessages(). Idempotent.
+  // Idempotent; the validation layer's last words (objects left alive) are then in takeMessages().
   void release();
 
   VulkanHostInfo hostInfo() const;

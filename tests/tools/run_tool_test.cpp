@@ -213,7 +213,6 @@ int firstFingerPixels(const std::string& png) {
   });
 }
 
-// What the session sent, as the live page shows it: requests, recordings decoded, no secret.
 TEST_F(RunTool, ARefusedTokenThenALoginAndTheLivePageShowsWhatTheSessionSentAndNoSecret) {
   ServeProcess serve({"--token", kValid, "--refuse-token", kRefused, "--user", "ann:secret"});
   const std::string page = serve.banner["page"];

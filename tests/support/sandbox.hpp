@@ -1,6 +1,5 @@
 #pragma once
 
-
 #include <tavrel_sdk/tavrel_sdk.hpp>
 
 #include "platform/sim_platform.hpp"

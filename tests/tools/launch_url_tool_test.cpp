@@ -1,4 +1,3 @@
-
 #include "support/tool_runner.hpp"
 
 namespace tavrel::testing {

@@ -270,7 +270,7 @@ wait 31
   EXPECT_GT(track, 20) << "no track of finger 0 in " << png;
 }
 
-// Not when a heartbeat written seconds later fails.
+// At once, not when a heartbeat written seconds later fails.
 TEST_F(RunTool, AClosedLivePageFreesItsSlotAtOnce) {
   ServeProcess serve({});
   const auto answer = [&](const char* seconds) {

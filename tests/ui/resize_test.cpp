@@ -1,4 +1,3 @@
-
 #include <tavrel_sdk/tavrel.h>
 
 #include "support/resize_scenario.hpp"

@@ -1,5 +1,3 @@
-// tavrel run and tavrel demo as processes, and the live page of `tavrel serve` in Chromium.
-
 #include <tavrel_sdk/ui/image.hpp>
 
 #include "support/serve_process.hpp"

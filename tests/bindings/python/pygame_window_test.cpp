@@ -1,5 +1,3 @@
-// The pygame example (Python binding) in a real window.
-
 #include "support/window_session.hpp"
 
 #include <filesystem>

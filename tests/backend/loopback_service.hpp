@@ -15,8 +15,7 @@
 
 namespace tavrel::testing {
 
-// What `start` passed its completion. A second call throws on the URL session's queue, which
-// ends the test program: "exactly once" needs no further check.
+// What `start` passed its completion; a second call would throw and end the test program.
 template <typename Start>
 bool awaited(Start start) {
   auto promise = std::make_shared<std::promise<bool>>();

@@ -1,5 +1,4 @@
-/* A game in C11 through tavrel.h alone: a gated session, headless, against the mock service
- * (tavrel serve, started here), on the real clock; refusals with their log lines. */
+/* A game in C11 through tavrel.h alone, headless, against tavrel serve, on the real clock. */
 #define _XOPEN_SOURCE 700
 
 #include <tavrel_sdk/tavrel.h>
@@ -153,8 +152,7 @@ static void refusals_before_the_screen(void) {
   CHECK(strcmp(tavrel_status_text((tavrel_status)42), "unknown status") == 0);
 }
 
-/* Two fingers in one call; a buffer kept from frame to frame, given each frame's damage, holds
-   the latest frame. */
+/* A buffer kept from frame to frame, given each frame's damage, holds the latest frame. */
 static void fingers_on_the_game(tavrel_host *host) {
   const tavrel_finger down[] = {{1, 100.0, 300.0}, {2, 200.0, 500.0}};
   const tavrel_finger moved[] = {{1, 110.0, 320.0}, {2, 190.0, 480.0}};
@@ -243,14 +241,15 @@ static void callbacks_from_the_loop(const char *launch) {
 
 static void sizes(tavrel_host *host) {
   EXPECT_REFUSAL(tavrel_host_resize(host, 560, 0, 2.0), TAVREL_ERROR_OUT_OF_RANGE,
-                 "tavrel_host_resize: width and height must be 1 to 16384 points");
+                 "tavrel_host_resize: width and height must be 1 to 16384 points, scale above 0 and at most 8");
   EXPECT_REFUSAL(tavrel_host_resize(host, 16384, 420, 2.0), TAVREL_ERROR_OUT_OF_RANGE, "tavrel_host_resize: width");
   CHECK(tavrel_host_resize(host, 10, 10, 8.5) == TAVREL_ERROR_OUT_OF_RANGE);
   /* The edges are in: 32767 pixels a side, 1 to 16384 points, scale 8. */
   CHECK(tavrel_host_resize(host, 16383.5, 1, 2.0) == TAVREL_OK && tavrel_host_resize(host, 1, 16383.5, 2.0) == TAVREL_OK);
   CHECK(tavrel_host_resize(host, 1, 16384, 1.0) == TAVREL_OK && tavrel_host_resize(host, 10, 10, 8.0) == TAVREL_OK);
-  const tavrel_finger nowhere = {1, NAN, 0.5};
-  CHECK(tavrel_host_fingers_down(host, &nowhere, 1, NULL) == TAVREL_ERROR_OUT_OF_RANGE);
+  const tavrel_finger then_nowhere[] = {{1, 0.5, 0.5}, {2, NAN, 0.5}}; /* only `count` fingers are read */
+  CHECK(tavrel_host_fingers_down(host, then_nowhere + 1, 1, NULL) == TAVREL_ERROR_OUT_OF_RANGE);
+  CHECK(tavrel_host_fingers_cancelled(host, then_nowhere, 1, NULL) == TAVREL_OK);
   tavrel_finger many[64];
   for (int i = 0; i < 64; ++i) many[i] = (tavrel_finger){100 + i, 0.5, 0.5};
   CHECK(tavrel_host_fingers_cancelled(host, many, 64, NULL) == TAVREL_OK); /* 64 at once, the most */

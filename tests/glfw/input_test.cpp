@@ -1,5 +1,4 @@
-// GlfwInput on a real GLFW window (under an Xvfb of its own), fed through the callbacks GLFW
-// holds for it: the game's own callbacks get exactly what the library did not take.
+// GlfwInput fed through the callbacks GLFW holds for a real window (under an Xvfb of its own).
 
 #include <tavrel_sdk/glfw_input.hpp>
 #include <tavrel_sdk/tavrel_glfw.h>

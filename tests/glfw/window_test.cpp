@@ -1,6 +1,4 @@
-// The example game in C (GLFW, OpenGL 3.3, the C interface) in a real window with Mesa's
-// software OpenGL. At each check the game holds still and writes its pixels and the library's
-// frame: the screen must be that frame blended over those pixels.
+// At each check the C example game holds still and writes its pixels and the library's frame.
 
 #include "support/blend_check.hpp"
 #include "support/window_session.hpp"

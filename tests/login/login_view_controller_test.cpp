@@ -60,7 +60,6 @@ class LoginPage : public testing::SimulatedGame {
   bool calledWhileLeaving_ = false;
 };
 
-// Whatever went wrong, the player sees the one refusal and gets the form back.
 TEST_F(LoginPage, EveryFailureLooksLikeAWrongPasswordAndAnAcceptedLoginLeavesWithOneCall) {
   present();
   const std::pair<const char*, std::function<void()>> failures[] = {

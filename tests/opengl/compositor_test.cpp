@@ -1,5 +1,4 @@
-// OpenGLHost on Mesa's llvmpipe through EGL, OpenGL 3.3 core and ES 3.0: the picture is the CPU
-// frame over the game's pixels, a store goes up once, and the game's GL state stays the game's.
+// OpenGLHost on Mesa's llvmpipe through EGL, OpenGL 3.3 core and ES 3.0.
 
 #include <tavrel_sdk/opengl_host.hpp>
 #include <tavrel_sdk/tavrel_opengl.h>
@@ -66,8 +65,7 @@ class OpenGLHostTest : public testing::SimulatedGame, public ::testing::WithPara
   std::shared_ptr<OpenGLHost> host_;
 };
 
-// Every kind of layer, each view at whole pixels: plain and rounded backgrounds, text, and
-// what is laid as one flattened layer (a border, a group at a fraction of alpha).
+// A border and a group at a fraction of alpha are each laid as one flattened layer.
 TEST_P(OpenGLHostTest, keepsEachStoreAsATextureAndMovesIt) {
   EXPECT_EQ(host_->isES(), GetParam() == EglContext::Kind::ES30);
   addColouredView(CGRectMake(0, 0, 60, 100), UIColor::colorWithRed(1, 1, 1, 0.5));
@@ -84,8 +82,7 @@ TEST_P(OpenGLHostTest, keepsEachStoreAsATextureAndMovesIt) {
   game()->view()->addSubview(label);
 
   EXPECT_EQ(compositeAndCompare(), "");
-  // One texture a store (the rounded background, the label, two flattened subtrees); the plain
-  // backgrounds are quads of one colour.
+  // One texture a store; the plain backgrounds are quads of one colour.
   EXPECT_EQ(host_->textures(), 4u);
   EXPECT_EQ(host_->uploads(), 4u);
 
@@ -113,8 +110,7 @@ TEST_P(OpenGLHostTest, keepsEachStoreAsATextureAndMovesIt) {
   EXPECT_EQ(host_->textures(), 3u);
 }
 
-// The minifying filter of every texture alive in the context, and how many programs and vertex
-// arrays live: the game here has none of its own.
+// `others`: the programs and vertex arrays alive; the game here has none of its own.
 std::multiset<GLint> liveTextureFilters(int* others) {
   std::multiset<GLint> filters;
   *others = 0;
@@ -143,8 +139,6 @@ TEST_P(OpenGLHostTest, smoothsAFrameOfAnotherHeightAndReleasesAllItMade) {
   EXPECT_EQ(others, 0);
 }
 
-// A window resized and moved to a screen of another scale: one call each time, the toolkit laid
-// out again, and the framebuffer shows the new frame over the game.
 TEST_P(OpenGLHostTest, laysTheToolkitOutAgainForANewWindowOrScale) {
   testing::ResizingHost resizing{[&](testing::ScreenChange to) {
                                    const auto width = static_cast<int>(to.size.width * to.scale);
@@ -156,8 +150,7 @@ TEST_P(OpenGLHostTest, laysTheToolkitOutAgainForANewWindowOrScale) {
   testing::resizeThroughLoginAndPlay(sim(), resizing, {{320, 480}, 2}, {{480, 320}});
 }
 
-// Everything a game may have set that the compositor touches, read back the way a game would:
-// each name's values (an enable as one), each texture unit's 2D texture and sampler by unit.
+// Everything a game may have set that the compositor touches, read back the way a game would.
 using GLState = std::map<GLenum, std::vector<GLint>>;
 
 GLState readState(bool es) {

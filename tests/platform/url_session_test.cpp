@@ -143,8 +143,7 @@ TEST_F(UrlSessionTest, CompletionsRunInOrderOnOneQueueThatDoesNotHoldUpTransfers
   platform_->dataTask({server_.url("/second"), "PUT", {}, "2"},
                       [second](UrlResponse) { second->set_value(std::this_thread::get_id()); });
   auto secondThread = second->get_future();
-  // The second transfer goes out while the first completion is still blocked, but its completion
-  // waits its turn.
+  // The second transfer goes out while the first completion is blocked; its completion waits.
   EXPECT_TRUE(server_.waitForRequests(2, kPatience));
   EXPECT_NE(secondThread.wait_for(100ms), kReady);
   release->set_value();
@@ -169,8 +168,7 @@ TEST_F(UrlSessionTest, ShuttingDownCompletesTransfersInFlightWithAnError) {
   release->set_value();
 }
 
-// A server that keeps connections open, trusted alone. Declared after the session's platform,
-// so it stops first, with the session's connections still open.
+// Declared after the session's platform, so it stops first, with the session's connections still open.
 class KeptConnectionsTest : public UrlSessionTest {
  protected:
   void SetUp() override {

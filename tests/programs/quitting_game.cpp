@@ -1,6 +1,4 @@
-// A game that gates its session against BASE_URL, records events for upload there, draws the
-// watermark, and quits after WAIT_MS of its main loop in one of the ways a game quits.
-//   quitting_game BASE_URL CA_FILE DOCUMENTS_DIR WAIT_MS return|exit|exit-thread|terminate
+// quitting_game BASE_URL CA_FILE DOCUMENTS_DIR WAIT_MS return|exit|exit-thread|terminate
 
 #include <tavrel_sdk/tavrel_sdk.hpp>
 #include <tavrel_sdk/ui.hpp>

@@ -1,5 +1,4 @@
-// Emitters on several threads at once, racing each other, the first write and the upload worker.
-// Meant to run under TSan as well.
+// Emitters racing each other, the first write and the upload worker; meant to run under TSan as well.
 
 #include "endpoint/https_server.hpp"
 #include "recording/event_file_reader.hpp"

@@ -15,9 +15,7 @@ namespace {
 
 using ObjectStore = RecordingTest;
 
-// A PUT URL pre-signed as a service signs one (signature version 2, the Content-Type the library
-// sends in the signed text), with a signature that holds both "+" and "/", so that a client that
-// decodes and re-encodes the query would break it.
+// Signature version 2, with both "+" and "/" in it: a client that re-encodes the query breaks it.
 std::string presignedPut(const std::string& port, const std::string& key, const std::string& secret) {
   for (std::int64_t expires = std::time(nullptr) + 3600;; ++expires) {
     const std::string text = "PUT\n\napplication/octet-stream\n" + std::to_string(expires) + "\n/uploads/" + key;

@@ -1,6 +1,4 @@
-// SdlHost in process, with no display (software renderer on SDL's dummy video driver; OpenGL on
-// its offscreen one, in builds without sanitizers): frames over a game's, and SDL events as
-// fingers and keys.
+// Software renderer on SDL's dummy video driver; OpenGL on its offscreen one, in builds without sanitizers.
 
 #include <tavrel_sdk/sdl2_host.hpp>
 #include <tavrel_sdk/ui.hpp>
@@ -181,8 +179,6 @@ TEST_P(SdlHostTest, takesMouseTouchAndKeysAsFingersAndTextAndSaysWhatItTook) {
   EXPECT_EQ(taps, 6) << "the two presses that brought the page tap, the one on it does not";
 }
 
-// SDL's window event lays the toolkit out again: the page covers the whole new window, the
-// game shows through the overlay in play.
 TEST_P(SdlHostTest, followsTheWindowThroughItsSizeEvents) {
   // SDL's offscreen driver keeps the GL surface of the window's first size.
   if (std::string(GetParam()) != "software") GTEST_SKIP() << "the offscreen driver's surface does not resize";

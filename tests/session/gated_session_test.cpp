@@ -152,6 +152,9 @@ TEST_F(GatedSession, AValidLaunchUrlTakesThePageAwayWithoutAnimationAndStartsNoT
   sdk().processUrlRequest("mygame://validate?launchToken=" + kValidToken);
   sim().runUntilIdle();
   EXPECT_EQ(calls, 2) << "the game's completion again for each valid launch URL";
+  sdk().terminateWithPopup();
+  sim().runUntilIdle();
+  EXPECT_TRUE(game()->presentedViewController()->isBeingPresented()) << "the way out fades in like any alert";
 }
 
 TEST_F(GatedSession, WithoutAParentNoPageComesAndNothingIsCalled) {

@@ -1,6 +1,4 @@
-// A game quits while the library is busy: requests held by a silent service, the overlay's timer
-// due, the upload thread asleep. Whatever the moment and the way, the process ends at once
-// with the status the game asked for.
+// A game quits while requests are held by a silent service, the overlay's timer due, the upload thread asleep.
 
 #include "endpoint/https_server.hpp"
 #include "support/sandbox.hpp"

@@ -1,8 +1,6 @@
 #pragma once
 
-// What a compositor must show: the toolkit's premultiplied frame laid over the game's pixels
-// (one, one minus source alpha), each channel within `tolerance` levels, and the game's pixels
-// exactly as they were where the frame is transparent.
+// The premultiplied frame over the game's pixels (one, one minus source alpha), the game's exact where clear.
 
 #include <cstdint>
 #include <cstdlib>
@@ -11,9 +9,7 @@
 
 namespace tavrel::testing {
 
-// `overlay` premultiplied 0xAARRGGBB with `overlayStride` pixels a row; `game` and `shown`
-// 0x..RRGGBB with `stride` pixels a row, `width` × `height` of each compared. Empty when every
-// pixel is as it should be; else how many are not, and the first.
+// `overlay` 0xAARRGGBB, `game` and `shown` 0x..RRGGBB; empty when all match, else how many do not and the first.
 inline std::string blendMismatches(const std::uint32_t* overlay, int overlayStride, const std::uint32_t* game,
                                    const std::uint32_t* shown, int stride, int width, int height,
                                    int tolerance = 2) {

@@ -1,9 +1,6 @@
 #pragma once
 
-// An OpenGL 3.3 core or OpenGL ES 3.0 context with no window and no X server (EGL's
-// surfaceless platform, Mesa's llvmpipe), drawing into a framebuffer object of its own that
-// stands for a game's window. Header only: tests and benchmarks link OpenGL::EGL and
-// OpenGL::OpenGL themselves.
+// Header only: tests and benchmarks link OpenGL::EGL and OpenGL::OpenGL themselves.
 
 #include <EGL/egl.h>
 #include <EGL/eglext.h>

@@ -1,7 +1,6 @@
 #pragma once
 
-// Test support: a simulated session with a screen, drawn headless, and a game on it: a key
-// window whose root view controller stands for the game's.
+// A key window whose root view controller stands for the game's, drawn headless.
 
 #include <tavrel_sdk/ui.hpp>
 

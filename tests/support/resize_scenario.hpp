@@ -1,8 +1,6 @@
 #pragma once
 
-// A gated session whose screen changes size, the same for every host, played through the host's
-// own input members: with the login page up and in play, each first frame after the change drawn
-// whole at the new size.
+// The same for every host: each first frame after a change of size is drawn whole at the new size.
 
 #include <tavrel_sdk/ui.hpp>
 
@@ -24,8 +22,7 @@ struct ResizingHost {
   std::function<void()> show;
 };
 
-// On the installed host, against the mock service over HTTPS with a refused token: resized to
-// `withPage` while the page is up, then to `inPlay` after the login.
+// Resized to `withPage` while the login page is up, then to `inPlay` after the login.
 void resizeThroughLoginAndPlay(SimPlatform& sim, const ResizingHost& host, ScreenChange withPage, ScreenChange inPlay);
 
 }  // namespace tavrel::testing

@@ -1,8 +1,5 @@
 #pragma once
 
-// Test support: a fresh simulated platform with its own Documents directory, and the session
-// globals back at their load-time values, for every test.
-
 #include <tavrel_sdk/tavrel_sdk.hpp>
 
 #include "platform/sim_platform.hpp"
@@ -27,15 +24,13 @@ class TemporaryDirectory {
   std::string path_;
 };
 
-// Puts the sixteen session globals, and the singleton's overlay, parent controller and timer,
-// back to their values at load.
+// The session globals and the singleton's overlay, parent controller and timer, as at load.
 void resetSessionGlobals();
 
 // Reads a whole file; fails the test when it cannot.
 std::string readFile(const std::string& path);
 
-// Fixture: installs a SimPlatform (seed 1, Documents in a fresh temporary directory), resets the
-// globals; on tear-down shuts the platform's threads down and resets the globals again.
+// A SimPlatform (seed 1) with Documents in a fresh directory, and the globals reset before and after.
 class SimulatedSession : public ::testing::Test {
  protected:
   void SetUp() override;

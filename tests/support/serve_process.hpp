@@ -1,6 +1,5 @@
 #pragma once
 
-// A program as a child process with its stdout on a pipe, killed if a test leaves it running.
 // The shell prints its process id, which the program keeps once exec'd.
 
 #include "support/tool_runner.hpp"

@@ -22,8 +22,7 @@ struct ToolRun {
 // The tool's path, or empty when TAVREL_TOOL is not set.
 std::string toolPath();
 
-// Runs the tool (no shell involved) and waits for it. `environment` holds NAME=VALUE entries set
-// on top of this process's environment.
+// No shell involved; `environment`: NAME=VALUE entries on top of this process's.
 ToolRun runTool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {});
 
 // Runs any program so, by path or by name in PATH; one still running after `limit` is killed (-1).

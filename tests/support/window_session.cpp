@@ -257,8 +257,7 @@ bool ExampleWindowTest::fingerDown(Box from, Box to) {
   return run("xdotool" + at(from) + " mousedown 1" + at(to)) && waitUntil([&] { return marked(); });
 }
 
-// Until the mark is gone from the view tree, which the game writes each second: else the next
-// fingerDown() would take the old mark, still there, for its own.
+// Else the next fingerDown() would take the old mark, still in the tree, for its own.
 void ExampleWindowTest::fingerUp() { EXPECT_TRUE(run("xdotool mouseup 1") && waitUntil([&] { return !marked(); })); }
 
 bool ExampleWindowTest::resize(int width, int height) {

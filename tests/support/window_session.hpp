@@ -1,8 +1,6 @@
 #pragma once
 
-// The example games in real windows: built against the installed package, tavrel serve, an X
-// server of the test's own, the game started with a refused token, the view tree it writes, real
-// X input (xdotool), screenshots read back with Cairo (kept in the build folder: sdl2_window/).
+// The example games in real windows, with real X input; screenshots kept in the build folder.
 
 #include "support/sandbox.hpp"
 #include "support/x_server.hpp"
@@ -26,8 +24,7 @@ std::string sourcePath(const std::string& relative);
 
 inline const std::string kRefusedToken = std::string(24, 'r') + "PLAYER-ID-OF-24-CHARS-00";
 
-// tavrel serve in `dir` (its log serve.log) for a game of URL scheme `scheme`, accepting the token
-// of 48 'A' and ann:secret-pw; `error` says why not when it did not start.
+// Accepts the token of 48 'A' and ann:secret-pw; `error` says why not when it did not start.
 struct Service {
   std::unique_ptr<Background> process;
   std::string baseUrl, caFile, error;
@@ -73,9 +70,8 @@ bool isMarked(std::uint32_t rgb);       // a touch mark's white at 2/3 over a da
 
 class ExampleWindowTest : public ::testing::Test {
  protected:
-  // Starts examples/NAME (built when `build`) through `launcher` (LÖVE, Python; else the game
-  // itself) and waits for its login page and its window (xdotool `search`, else the title); false,
-  // the test failed or skipped (no X server), when they did not come.
+  // Starts examples/NAME through `launcher` (else the game itself), until its page and window show;
+  // false, the test failed or skipped (no X server), when they did not come.
   bool launch(const std::string& name, std::vector<std::string> launcher = {}, bool build = true,
               const std::string& search = "");
   void TearDown() override;
@@ -86,11 +82,9 @@ class ExampleWindowTest : public ::testing::Test {
   int count(const std::function<bool(std::uint32_t)>& pass, int top = 0) const {
     return shot_.count(pass, top, window_.height);
   }
-  // Types ann and secret-pw into the page's fields, each once it has the focus, taps Login, and
-  // waits for the page to go and the game to say the session may go on.
+  // Types ann and secret-pw, each once its field has the focus, until the game may go on.
   void logIn();
-  // The left button pressed at `from` and dragged to `to` (a finger), until its mark is in the
-  // view tree; fingerUp() lifts it, until the mark is gone.
+  // The left button pressed at `from` and dragged to `to`, until its mark is in the view tree.
   bool fingerDown(Box from, Box to);
   void fingerUp();
   bool marked() const;  // a touch mark in the view tree

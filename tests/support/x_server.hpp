@@ -1,8 +1,5 @@
 #pragma once
 
-// Processes in the background for tests that need real windows: an X server (Xvfb) and the
-// programs that run against it.
-
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,7 +9,6 @@
 
 namespace tavrel::testing {
 
-// A process in the background (in this process's environment) with its output in a log file;
 // SIGTERM when the handle goes, or when the test ends any other way (a time-out kills it).
 class Background {
  public:

@@ -1,6 +1,4 @@
-// tavrel doctor as a process: each check that every game needs passes on a machine that has what
-// games need, fails once on purpose with its fix and turns the exit status to 1; what only some
-// games need (display, OpenGL, Vulkan, fallback fonts) warns and leaves it at 0.
+// What only some games need (display, OpenGL, Vulkan, fallback fonts) warns and leaves the status at 0.
 
 #include "support/tool_runner.hpp"
 

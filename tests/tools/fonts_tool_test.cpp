@@ -1,6 +1,3 @@
-// The faces travel with the library: the pictures a player sees come out byte for byte the same
-// with a fontconfig that knows no font at all, and a user id in a script our faces lack still
-// draws, through the machine's fonts where there are any and as missing-glyph boxes where not.
 // Each picture is drawn by the tool in a process of its own, whose environment names the fonts.
 
 #include "support/tool_runner.hpp"

@@ -1,6 +1,3 @@
-// tavrel launch-url as a process: parse prints the items as sorted JSON (null for a URL not meant
-// for the library), compose writes what parse reads back, and what neither can take exits 2.
-
 #include "support/tool_runner.hpp"
 
 namespace tavrel::testing {

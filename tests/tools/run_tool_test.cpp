@@ -1,5 +1,3 @@
-// tavrel run and tavrel demo as processes, and the live page of `tavrel serve` in Chromium.
-
 #include <tavrel_sdk/ui/image.hpp>
 
 #include "support/serve_process.hpp"
@@ -182,8 +180,7 @@ TEST_F(RunTool, TheDemoReportsItsWholeSession) {
   }
   EXPECT_GT(r["files"][1]["dropped"], 0) << "three fingers at 60 Hz meet the rate limit";
   EXPECT_TRUE(toldThat("the login page goes without animation"));
-  // The library keeps its connections, as against the real service (how many it opens depends
-  // on the wall clock: an idle one closes after 5 s).
+  // How many connections the library opens depends on the wall clock: an idle one closes after 5 s.
   int requests = r["validateRequests"].get<int>() + r["loginRequests"].get<int>();
   for (const auto& [status, count] : r["uploads"].items()) requests += count.get<int>();
   EXPECT_EQ(r["requests"], requests);
@@ -214,7 +211,6 @@ int firstFingerPixels(const std::string& png) {
   });
 }
 
-// What the session sent, as the live page shows it: requests, recordings decoded, no secret.
 TEST_F(RunTool, ARefusedTokenThenALoginAndTheLivePageShowsWhatTheSessionSentAndNoSecret) {
   ServeProcess serve({"--token", kValid, "--refuse-token", kRefused, "--user", "ann:secret"});
   const std::string page = serve.banner["page"];
@@ -272,8 +268,7 @@ wait 31
   EXPECT_GT(track, 20) << "no track of finger 0 in " << png;
 }
 
-// Each page holds a slot of the server's while its stream is open; one that goes frees it at once,
-// not when a heartbeat written seconds later fails.
+// At once, not when a heartbeat written seconds later fails.
 TEST_F(RunTool, AClosedLivePageFreesItsSlotAtOnce) {
   ServeProcess serve({});
   const auto answer = [&](const char* seconds) {

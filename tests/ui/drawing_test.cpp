@@ -1,5 +1,3 @@
-// Drawing: real Cairo frames read back by pixel, damage between frames, text measurement and fonts.
-
 #include "support/game_screen.hpp"
 #include "ui/embedded_fonts.hpp"
 #include "ui/text_layout.hpp"

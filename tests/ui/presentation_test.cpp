@@ -1,5 +1,3 @@
-// Modal presentation and alerts in virtual time, and the tree dump that shows them.
-
 #include "support/game_screen.hpp"
 
 #include <gmock/gmock.h>

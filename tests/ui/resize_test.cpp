@@ -1,6 +1,3 @@
-// A screen that changes size or scale on the headless host, from C++ and from C: the page, the
-// overlay and the watermark follow (support/resize_scenario).
-
 #include <tavrel_sdk/tavrel.h>
 
 #include "support/resize_scenario.hpp"

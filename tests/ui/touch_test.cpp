@@ -1,5 +1,3 @@
-// The tree, hit testing, touch delivery and the controls, driven through the host's fingers and keys.
-
 #include "support/game_screen.hpp"
 
 #include <vector>

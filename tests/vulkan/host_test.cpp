@@ -1,6 +1,4 @@
-// VulkanHost in a game's frames on a real Vulkan device (lavapipe), under the validation layer
-// with synchronization checks: every frame read back is the toolkit's frame blended over the
-// game's scene, with frames in flight overlapping.
+// On lavapipe, under the validation layer with synchronization checks, frames in flight overlapping.
 
 #include <tavrel_sdk/tavrel_vulkan.h>
 #include <tavrel_sdk/ui.hpp>

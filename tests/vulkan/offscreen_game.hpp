@@ -1,8 +1,6 @@
 #pragma once
 
-// A Vulkan game without a window, for the Vulkan host's test and benchmark: its own instance
-// (with the validation layer when asked), device and queue, and frames in flight, each a colour
-// image cleared to the scene's one colour, then read back.
+// A Vulkan game without a window, for the Vulkan host's test and benchmark.
 
 #include <tavrel_sdk/vulkan_host.hpp>
 
@@ -30,8 +28,7 @@ class OffscreenGame {
   // Null, with the reason in `whyNot`, where there is no Vulkan device or validation layer.
   static std::unique_ptr<OffscreenGame> create(const Options& options, std::string* whyNot);
   ~OffscreenGame() { release(); }
-  // Destroys everything, instance last; the validation layer's last words (objects left alive)
-  // are then in takeMessages(). Idempotent.
+  // Idempotent; the validation layer's last words (objects left alive) are then in takeMessages().
   void release();
 
   VulkanHostInfo hostInfo() const;

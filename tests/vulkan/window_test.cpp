@@ -1,5 +1,4 @@
-// The Vulkan example game (GLFW, VulkanHost, GlfwInput) in a real window with lavapipe, under
-// the validation layer: login, a finger's mark, the overlay following a new swapchain.
+// The Vulkan example game in a real window with lavapipe, under the validation layer.
 
 #include "support/window_session.hpp"
 

@@ -1,7 +1,4 @@
-// The C# binding under Mono against the built library and a running `tavrel serve`
-// (TAVREL_CA_FILE, TAVREL_SERVICE_URL, TAVREL_VALID_TOKEN, its log TAVREL_SERVE_LOG). Exit status
-// 0 when every check held.
-//   mono binding_test.exe               the checks
+// Exit status 0 when every check held against the `tavrel serve` named by the TAVREL_* variables.
 //   mono binding_test.exe declarations  the binding's declarations, for drift_test.py
 using System;
 using System.Collections.Generic;

@@ -1,7 +1,5 @@
 #!/bin/sh
-# scripts/abi-check on a small library of its own, in four versions against the first: an added
-# function passes; a parameter's type, a field's place and a removed function each fail.
-#   abi_check_test.sh ABI_CHECK
+# abi_check_test.sh ABI_CHECK: an added function passes; a changed type or field, a removed function fail.
 set -u
 check=$1
 work=$(mktemp -d)

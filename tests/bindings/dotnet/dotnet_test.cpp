@@ -1,5 +1,4 @@
-// The C# binding's checks and its example game, each a Mono program, against the built library
-// and a tavrel serve that accepts one token and ann:secret-pw; the game's PNGs read back with Cairo.
+// The C# binding's checks and its example game under Mono, against a tavrel serve of their own.
 
 #include "support/sandbox.hpp"
 #include "support/tool_runner.hpp"

@@ -1,5 +1,4 @@
-// The LÖVE example (Lua binding) with the installed library beside it, in a real window: the
-// login, and a finger's mark following the mouse.
+// The LÖVE example (Lua binding) in a real window, with the installed library beside it.
 
 #include "support/window_session.hpp"
 

@@ -1,6 +1,4 @@
--- The Lua module under luajit alone: its declarations against tavrel.h as the compiler reads it,
--- refusals raised as errors, UTF-8 both ways, and a completion called once, from the game's loop.
---   TAVREL_SDK_LIB=... TAVREL_TOOL=... luajit module_test.lua
+-- TAVREL_SDK_LIB=... TAVREL_TOOL=... luajit module_test.lua
 local ffi = require("ffi")
 local here = arg[0]:match("^(.*)/[^/]*$")
 package.path = here .. "/../../../bindings/lua/?.lua;" .. package.path
@@ -14,8 +12,7 @@ local function check(ok, what)
   end
 end
 
--- Drift: tavrel.h as clang reads it (c_api.py's JSON as a Lua table: brackets in its strings only in
--- variables' types, not compared) against the module, both ways, types as LuaJIT spells them.
+-- c_api.py's JSON read as a Lua table: its strings hold brackets only in variables' types, not compared.
 local c_api = io.popen("python3 '" .. here .. "/../c_api.py'")
 local json = c_api:read("*a")
 local api = assert(loadstring("return " .. json:gsub("%[", "{"):gsub("%]", "}"):gsub('("[^"]*")%s*:', "[%1]=")))()
@@ -46,8 +43,7 @@ for name, want in pairs(header) do
 end
 for name in pairs(module) do check(header[name] ~= nil, name .. " is not in tavrel.h") end
 
--- Refusals: each raises naming the function, its status and the logged line, which the log
--- callback gets as well.
+-- A refusal raises with the function, its status and the line the log callback gets too.
 tavrel.set_log_to_stderr(false)
 local logged = {}
 tavrel.set_log_callback(function(line) logged[#logged + 1] = line end)

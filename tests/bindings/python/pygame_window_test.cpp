@@ -1,6 +1,3 @@
-// The pygame example (Python binding) in a real window: the login, a finger's mark, and the
-// event files with the game's own events.
-
 #include "support/window_session.hpp"
 
 #include <filesystem>

@@ -1,7 +1,4 @@
-"""The tavrel package from the source tree against the library CTest names in TAVREL_SDK_LIB. The
-library's state is the process's, so the tests run in the order written: refusals before any overlay
-exists, then a pygame window on SDL's dummy driver with its overlay, then the validation against
-tavrel serve."""
+"""The library's state is the process's: the tests run in the order written, refusals before any overlay."""
 import itertools
 import os
 import shutil

@@ -57,13 +57,14 @@ ToolRun runProgram(const std::string& tool, const std::vector<std::string>& argu
   posix_spawn_file_actions_destroy(&actions);
   if (spawned != 0) return run;
   int status = 0;
-  while (::waitpid(pid, &status, WNOHANG) == 0) {
+  pid_t reaped = 0;
+  while ((reaped = ::waitpid(pid, &status, WNOHANG)) == 0) {
     if (std::chrono::steady_clock::now() > deadline) ::kill(pid, SIGKILL);
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
   run.out = readFile(out);
   run.err = readFile(err);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  run.status = reaped == pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return run;
 }
 

@@ -60,6 +60,13 @@ void collect(const UIView& view, CGPoint origin, CGRect clip, double alpha, std:
   }
 }
 
+PixelRect intersection(const PixelRect& a, const PixelRect& b) {
+  const int left = std::max(a.x, b.x), top = std::max(a.y, b.y);
+  return {left, top, std::min(a.x + a.width, b.x + b.width) - left, std::min(a.y + a.height, b.y + b.height) - top};
+}
+
+bool isEmpty(const PixelRect& r) { return r.width <= 0 || r.height <= 0; }
+
 // The pixels to draw again, as a few rectangles.
 class Damage {
  public:
@@ -70,7 +77,9 @@ class Damage {
   }
 
   void addWhole() { rects_ = {{0, 0, width_, height_}}; }
-  void add(PixelRect pixels) { rects_.push_back(pixels); }
+  void add(PixelRect pixels) {
+    if (!isEmpty(pixels)) rects_.push_back(pixels);
+  }
   void add(CGRect points) {
     const PixelRect pixels = toPixels(points);
     if (pixels.width > 0 && pixels.height > 0) rects_.push_back(pixels);
@@ -153,12 +162,19 @@ OldIndex::iterator findOld(OldIndex& oldIndex, const UIView* view) {
   return found != oldIndex.end() && found->first == view ? found : oldIndex.end();
 }
 
-// Where `entry`'s view lays the pixels `ink` of its store, on screen in points.
-CGRect inkOnScreen(const RenderEntry& entry, const PixelRect& ink, double scale) {
+// Where the pixels `ink` of the store of `entry`'s view lie on the frame. The painter lays a
+// store on the nearest whole pixel, computed in its own order: where a half pixel leaves that
+// in doubt, both.
+PixelRect inkOnFrame(const RenderEntry& entry, const PixelRect& ink, double scale, const Damage& damage) {
   const CGPoint origin = entry.view->bounds().origin;
-  return CGRectIntersection({{entry.contentOrigin.x + origin.x + ink.x / scale, entry.contentOrigin.y + origin.y + ink.y / scale},
-                             {ink.width / scale, ink.height / scale}},
-                            entry.rect);
+  const auto span = [](double at, int from, int length) {
+    constexpr double kDoubt = 1e-6;
+    const int first = static_cast<int>(std::round(at - kDoubt)), last = static_cast<int>(std::round(at + kDoubt));
+    return std::pair(first + from, last - first + length);
+  };
+  const auto [x, width] = span((entry.contentOrigin.x + origin.x) * scale, ink.x, ink.width);
+  const auto [y, height] = span((entry.contentOrigin.y + origin.y) * scale, ink.y, ink.height);
+  return intersection({x, y, width, height}, damage.toPixels(entry.rect));
 }
 
 // Old and new rectangles of every view that appeared, went, changed or moved in the stacking.
@@ -198,8 +214,13 @@ void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>
                   hasBackground(*entry.view) || hasBorder(*entry.view)
               ? std::nullopt
               : stores.inkOf(*entry.view, scale);
-      damage.add(ink ? inkOnScreen(old, *ink, scale) : old.rect);
-      damage.add(ink ? inkOnScreen(entry, *ink, scale) : entry.rect);
+      if (ink) {
+        damage.add(inkOnFrame(old, *ink, scale, damage));
+        damage.add(inkOnFrame(entry, *ink, scale, damage));
+      } else {
+        damage.add(old.rect);
+        damage.add(entry.rect);
+      }
     } else if (entry.layerVersion != old.layerVersion) {
       damage.add(entry.rect);
     } else if (entry.displayVersion != old.displayVersion) {
@@ -283,12 +304,6 @@ std::optional<PixelRect> wholePixels(double left, double top, double width, doub
   return PixelRect{static_cast<int>(left), static_cast<int>(top), static_cast<int>(width), static_cast<int>(height)};
 }
 
-PixelRect intersection(const PixelRect& a, const PixelRect& b) {
-  const int left = std::max(a.x, b.x), top = std::max(a.y, b.y);
-  return {left, top, std::min(a.x + a.width, b.x + b.width) - left, std::min(a.y + a.height, b.y + b.height) - top};
-}
-
-bool isEmpty(const PixelRect& r) { return r.width <= 0 || r.height <= 0; }
 
 // A set of pixels, as pixman keeps it.
 class Region {

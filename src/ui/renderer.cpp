@@ -210,10 +210,9 @@ void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>
       // A view that draws only what it keeps and shows the same changes no pixel beyond its
       // ink: a label's lines above and below its text stay transparent.
       const std::optional<PixelRect> ink =
-          entry.displayVersion != old.displayVersion || entry.layerVersion != old.layerVersion ||
-                  hasBackground(*entry.view) || hasBorder(*entry.view)
+          entry.layerVersion != old.layerVersion || hasBackground(*entry.view) || hasBorder(*entry.view)
               ? std::nullopt
-              : stores.inkOf(*entry.view, scale);
+              : stores.inkOf(*entry.view);
       if (ink) {
         damage.add(inkOnFrame(old, *ink, scale, damage));
         damage.add(inkOnFrame(entry, *ink, scale, damage));
@@ -798,16 +797,12 @@ const BackingStore* BackingStores::storeFor(UIView& view, double scale) {
   return &store;
 }
 
-std::optional<PixelRect> BackingStores::inkOf(const UIView& view, double scale) const {
+std::optional<PixelRect> BackingStores::inkOf(const UIView& view) const {
   const auto found = stores_.find(&view);
   if (found == stores_.end()) return std::nullopt;
+  // A new size, bounds or scale draws it again too.
   const BackingStore& store = found->second->content;
-  const CGRect bounds = view.bounds();
-  if (!store.surface || store.version != view.displayVersion() || store.scale != scale || store.origin != bounds.origin ||
-      store.width != pixels(bounds.size.width, scale) || store.height != pixels(bounds.size.height, scale) ||
-      found->second->owner.lock().get() != &view) {
-    return std::nullopt;
-  }
+  if (store.version != view.displayVersion() || found->second->owner.lock().get() != &view) return std::nullopt;
   return store.ink;
 }
 

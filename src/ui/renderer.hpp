@@ -13,7 +13,8 @@
 // Each frame walks the tree into a flat list of what each visible view looks like on screen
 // (its rectangle, clip, effective alpha and displayVersion) in paint order. The list is
 // compared with the last frame's: a view that appeared, went, changed or changed its stacking
-// damages its old and new rectangles; one that only marked a part of its content to draw
+// damages its old and new rectangles (one that draws only its store, moved: the store's ink
+// there); one that only marked a part of its content to draw
 // again (setNeedsDisplayInRect) damages that part. The damage is cleared to transparent and
 // every view that reaches into it is drawn again, clipped to it, so the pixels come out the
 // same as if the whole frame had been drawn.
@@ -112,7 +113,7 @@ class BackingStores {
   const BackingStore* storeFor(UIView& view, double scale);
   // Where the store of `view` holds pixels not transparent, when it shows what the view would
   // draw now; else null.
-  std::optional<PixelRect> inkOf(const UIView& view, double scale) const;
+  std::optional<PixelRect> inkOf(const UIView& view) const;
   // The view's background with its rounded corners, alpha not applied; null when the view has
   // no size or is large.
   const BackingStore* backgroundFor(const UIView& view, double scale);

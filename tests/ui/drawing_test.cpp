@@ -214,6 +214,30 @@ TEST_F(DrawingTest, OnlyWhatChangedIsDrawnAgain) {
     EXPECT_LE(caret.height, 2 * kLabelFontSize * 1.3);
   }
 
+  // Moves that come with another change, or after a part was drawn again, draw that too.
+  using Change = std::function<void(UILabel&)>;
+  const auto none = [](UILabel&) {};
+  const auto background = [](UILabel& l) { l.setBackgroundColor(UIColor::blackColor()); };
+  const std::pair<Change, Change> changes[] = {
+      {background, none},
+      {background, [](UILabel& l) { l.setBackgroundColor(nullptr); }},
+      {[](UILabel& l) { l.layer().setBorderWidth(2), l.layer().setBorderColor(CGColorRef{0, 1, 0, 1}); }, none},
+      {none, [](UILabel& l) { l.setText("moving further"); }},
+      {[](UILabel& l) { l.setNeedsDisplayInRect(CGRectMake(0, 0, 4, 4)); }, none},
+  };
+  double y = 560;
+  for (const auto& [before, along] : changes) {
+    auto moving = std::make_shared<UILabel>(CGRectMake(40, y += 40, 120, 20));
+    moving->setText("moving");
+    root().addSubview(moving);
+    host().renderFrame();
+    before(*moving);
+    host().renderFrame();
+    along(*moving);
+    moving->setFrame(CGRectMake(47.5, y + 5, 120, 20));
+    host().renderFrame();
+  }
+
   // Rectangles never overlap, even when merging the closest pair to keep few reaches a third:
   // a host's copy of them (Vulkan's) must not write a pixel twice.
   for (CGRect rect : {CGRectMake(0, 0, 50, 1), CGRectMake(0, 5, 50, 1), CGRectMake(45, 2, 50, 1),

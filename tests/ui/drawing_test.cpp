@@ -112,6 +112,8 @@ TEST_F(DrawingTest, ViewsDrawTheirLayersAtTheScreensScale) {
     EXPECT_THAT(pixelAt(frame, c.point), IsRgba(c.expected[0], c.expected[1], c.expected[2], c.expected[3]))
         << "at " << c.point.x << "," << c.point.y;
   }
+  // As layers, a plain background is a colour with no store: id 0, which no store has.
+  for (const UILayer& layer : host().renderLayers().layers) EXPECT_EQ(layer.id == 0, layer.pixels == nullptr);
 }
 
 TEST_F(DrawingTest, ControlsPlaceTheirTextAsThePlatformDoes) {
@@ -217,7 +219,7 @@ TEST_F(DrawingTest, OnlyWhatChangedIsDrawnAgain) {
   // Moves that come with another change, or after a part was drawn again, draw that too.
   using Change = std::function<void(UILabel&)>;
   const auto none = [](UILabel&) {};
-  const auto background = [](UILabel& l) { l.setBackgroundColor(UIColor::blackColor()); };
+  const auto background = [](UILabel& l) { l.setBackgroundColor(UIColor::colorWithRed(0, 0, 0, 0.5)); };
   const std::pair<Change, Change> changes[] = {
       {background, none},
       {background, [](UILabel& l) { l.setBackgroundColor(nullptr); }},

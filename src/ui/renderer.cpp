@@ -60,6 +60,13 @@ void collect(const UIView& view, CGPoint origin, CGRect clip, double alpha, std:
   }
 }
 
+PixelRect intersection(const PixelRect& a, const PixelRect& b) {
+  const int left = std::max(a.x, b.x), top = std::max(a.y, b.y);
+  return {left, top, std::min(a.x + a.width, b.x + b.width) - left, std::min(a.y + a.height, b.y + b.height) - top};
+}
+
+bool isEmpty(const PixelRect& r) { return r.width <= 0 || r.height <= 0; }
+
 // The pixels to draw again, as a few rectangles.
 class Damage {
  public:
@@ -70,7 +77,9 @@ class Damage {
   }
 
   void addWhole() { rects_ = {{0, 0, width_, height_}}; }
-  void add(PixelRect pixels) { rects_.push_back(pixels); }
+  void add(PixelRect pixels) {
+    if (!isEmpty(pixels)) rects_.push_back(pixels);
+  }
   void add(CGRect points) {
     const PixelRect pixels = toPixels(points);
     if (pixels.width > 0 && pixels.height > 0) rects_.push_back(pixels);
@@ -153,10 +162,25 @@ OldIndex::iterator findOld(OldIndex& oldIndex, const UIView* view) {
   return found != oldIndex.end() && found->first == view ? found : oldIndex.end();
 }
 
+// Where the pixels `ink` of the store of `entry`'s view lie on the frame. The painter lays a
+// store on the nearest whole pixel, computed in its own order: where a half pixel leaves that
+// in doubt, both.
+PixelRect inkOnFrame(const RenderEntry& entry, const PixelRect& ink, double scale, const Damage& damage) {
+  const CGPoint origin = entry.view->bounds().origin;
+  const auto span = [](double at, int from, int length) {
+    constexpr double kDoubt = 1e-6;
+    const int first = static_cast<int>(std::round(at - kDoubt)), last = static_cast<int>(std::round(at + kDoubt));
+    return std::pair(first + from, last - first + length);
+  };
+  const auto [x, width] = span((entry.contentOrigin.x + origin.x) * scale, ink.x, ink.width);
+  const auto [y, height] = span((entry.contentOrigin.y + origin.y) * scale, ink.y, ink.height);
+  return intersection({x, y, width, height}, damage.toPixels(entry.rect));
+}
+
 // Old and new rectangles of every view that appeared, went, changed or moved in the stacking.
 // `died`: how many views died since `before` was taken (all of them kept by viewTreeChanges()).
 void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>& now, std::uint64_t died,
-          Damage& damage, FrameBuffers& buffers) {
+          const BackingStores& stores, double scale, Damage& damage, FrameBuffers& buffers) {
   auto& oldIndex = buffers.oldIndex;
   oldIndex.clear();
   for (std::size_t i = 0; i < before.size(); ++i) oldIndex.emplace_back(before[i].view, i);
@@ -183,8 +207,19 @@ void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>
     const bool restacked = found->second < latestOld;
     latestOld = std::max(latestOld, found->second);
     if (restacked || !entry.sitsSame(old)) {
-      damage.add(old.rect);
-      damage.add(entry.rect);
+      // A view that draws only what it keeps and shows the same changes no pixel beyond its
+      // ink: a label's lines above and below its text stay transparent.
+      const std::optional<PixelRect> ink =
+          entry.layerVersion != old.layerVersion || hasBackground(*entry.view) || hasBorder(*entry.view)
+              ? std::nullopt
+              : stores.inkOf(*entry.view);
+      if (ink) {
+        damage.add(inkOnFrame(old, *ink, scale, damage));
+        damage.add(inkOnFrame(entry, *ink, scale, damage));
+      } else {
+        damage.add(old.rect);
+        damage.add(entry.rect);
+      }
     } else if (entry.layerVersion != old.layerVersion) {
       damage.add(entry.rect);
     } else if (entry.displayVersion != old.displayVersion) {
@@ -198,6 +233,27 @@ void diff(const std::vector<RenderEntry>& before, const std::vector<RenderEntry>
   for (std::size_t i = 0; i < before.size(); ++i) {
     if (!matched[i]) damage.add(before[i].rect);
   }
+}
+
+// The smallest rectangle holding every pixel of `surface` that is not transparent
+// (premultiplied, so all of its bits are zero).
+PixelRect inkedPixels(cairo_surface_t* surface) {
+  const int width = cairo_image_surface_get_width(surface), height = cairo_image_surface_get_height(surface);
+  const std::ptrdiff_t stride = cairo_image_surface_get_stride(surface) / 4;
+  const auto* pixels = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(surface));
+  const auto inked = [](std::uint32_t pixel) { return pixel != 0; };
+  int left = width, top = height, right = 0, bottom = 0;
+  for (int y = 0; y < height; ++y) {
+    const std::uint32_t* row = pixels + y * stride;
+    const std::uint32_t* first = std::find_if(row, row + width, inked);
+    if (first == row + width) continue;
+    const std::uint32_t* last = std::find_if(std::make_reverse_iterator(row + width), std::make_reverse_iterator(first), inked).base();
+    left = std::min(left, static_cast<int>(first - row));
+    right = std::max(right, static_cast<int>(last - row));
+    top = std::min(top, y);
+    bottom = y + 1;
+  }
+  return top < bottom ? PixelRect{left, top, right - left, bottom - top} : PixelRect{};
 }
 
 // Whether drawRect of `view`'s class draws anything of its own: tried once on a pixel.
@@ -247,12 +303,6 @@ std::optional<PixelRect> wholePixels(double left, double top, double width, doub
   return PixelRect{static_cast<int>(left), static_cast<int>(top), static_cast<int>(width), static_cast<int>(height)};
 }
 
-PixelRect intersection(const PixelRect& a, const PixelRect& b) {
-  const int left = std::max(a.x, b.x), top = std::max(a.y, b.y);
-  return {left, top, std::min(a.x + a.width, b.x + b.width) - left, std::min(a.y + a.height, b.y + b.height) - top};
-}
-
-bool isEmpty(const PixelRect& r) { return r.width <= 0 || r.height <= 0; }
 
 // A set of pixels, as pixman keeps it.
 class Region {
@@ -524,12 +574,15 @@ class Painter {
       layDown(store, at, 0, alpha);
       return;
     }
+    // Transparent pixels laid down change nothing.
+    const PixelRect inked{at.x + store.ink.x, at.y + store.ink.y, store.ink.width, store.ink.height};
+    if (isEmpty(inked)) return;
     // Over the damage's cleared pixels, where nothing of this frame lies yet (in a group's
     // surface too), blending is a copy, even through a mask: most of a text's store is
     // transparent, and a copy need not look at it. At a fraction of alpha it would be no copy.
     const bool ontoCleared = alpha >= 1.0 &&
                              std::none_of(painted_.begin(), painted_.end(),
-                                          [&](const PixelRect& r) { return Damage::overlap(at, r); });
+                                          [&](const PixelRect& r) { return Damage::overlap(inked, r); });
     if (direct() && alpha >= 1.0) {
       const auto lay = [&](pixman_op_t op, PixelRect r) {
         // A copy needs no compositing's setup.
@@ -542,7 +595,7 @@ class Painter {
         pixman_image_composite32(op, store.image, nullptr, image_, r.x - at.x, r.y - at.y, 0, 0, r.x, r.y, r.width,
                                  r.height);
       };
-      eachPart(at, [&](PixelRect part, bool fresh) {
+      eachPart(inked, [&](PixelRect part, bool fresh) {
         // Blended only where something of this frame lies already (a mark under a label).
         PixelRect under{};
         if (!fresh && !ontoCleared) {
@@ -559,14 +612,14 @@ class Painter {
       cairo_t* cr = context();
       cairo_save(cr);
       cairo_identity_matrix(cr);
-      cairo_rectangle(cr, x, y, store.width, store.height);
+      cairo_rectangle(cr, x + store.ink.x, y + store.ink.y, store.ink.width, store.ink.height);
       cairo_clip(cr);
       cairo_set_source_surface(cr, store.surface, x, y);
       if (ontoCleared) cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
       cairo_paint_with_alpha(cr, alpha);
       cairo_restore(cr);
     }
-    painted_.push_back(at);
+    painted_.push_back(inked);
   }
 
   // A subtree quads cannot show (a group's alpha, a border, a rounded clip or background drawn
@@ -710,13 +763,18 @@ const BackingStore* BackingStores::storeFor(UIView& view, double scale) {
 
   const std::optional<CGRect> part = whole ? std::nullopt : view.displayChangeSince(store.version);
   cairo_t* cr = cairo_create(store.surface);
+  PixelRect partPixels{};
   if (part) {
     // The part on whole pixels: clearing a fraction of one would leave it half cleared.
     const double left = std::floor((part->minX() - bounds.origin.x) * scale);
     const double top = std::floor((part->minY() - bounds.origin.y) * scale);
-    cairo_rectangle(cr, left, top, std::ceil((part->maxX() - bounds.origin.x) * scale) - left,
-                    std::ceil((part->maxY() - bounds.origin.y) * scale) - top);
+    const double right = std::ceil((part->maxX() - bounds.origin.x) * scale);
+    const double bottom = std::ceil((part->maxY() - bounds.origin.y) * scale);
+    cairo_rectangle(cr, left, top, right - left, bottom - top);
     cairo_clip(cr);
+    const auto pixel = [](double v, int most) { return static_cast<int>(std::clamp(v, 0.0, static_cast<double>(most))); };
+    const int x = pixel(left, width), y = pixel(top, height);
+    partPixels = {x, y, pixel(right, width) - x, pixel(bottom, height) - y};
   }
   cairo_set_operator(cr, CAIRO_OPERATOR_CLEAR);
   cairo_paint(cr);
@@ -726,11 +784,26 @@ const BackingStore* BackingStores::storeFor(UIView& view, double scale) {
   view.drawRect(cr, part ? CGRectIntersection(*part, bounds) : bounds);
   cairo_destroy(cr);
   cairo_surface_flush(store.surface);
+  // A part drawn again may only have grown the ink: looking at the whole store would cost more.
+  if (!part) {
+    store.ink = inkedPixels(store.surface);
+  } else if (!isEmpty(partPixels)) {
+    store.ink = isEmpty(store.ink) ? partPixels : Damage::unite(store.ink, partPixels);
+  }
   store.scale = scale;
   store.origin = bounds.origin;
   store.version = view.displayVersion();
   ++store.generation;
   return &store;
+}
+
+std::optional<PixelRect> BackingStores::inkOf(const UIView& view) const {
+  const auto found = stores_.find(&view);
+  if (found == stores_.end()) return std::nullopt;
+  // A new size, bounds or scale draws it again too.
+  const BackingStore& store = found->second->content;
+  if (store.version != view.displayVersion() || found->second->owner.lock().get() != &view) return std::nullopt;
+  return store.ink;
 }
 
 const BackingStore* BackingStores::backgroundFor(const UIView& view, double scale) {
@@ -753,6 +826,7 @@ const BackingStore* BackingStores::backgroundFor(const UIView& view, double scal
   cairo_fill(cr);
   cairo_destroy(cr);
   cairo_surface_flush(store.surface);
+  store.ink = inkedPixels(store.surface);
   store.scale = scale;
   store.version = version;
   ++store.generation;
@@ -800,13 +874,13 @@ namespace {
 // The window's views in paint order into `buffers.entries`, and the damage since `previous`
 // (all of it without one).
 // `died`: views that died since `previous` was taken.
-std::shared_ptr<UIWindow> walk(CGSize size, const std::vector<RenderEntry>* previous, std::uint64_t died,
-                               Damage& damage, FrameBuffers& buffers) {
+std::shared_ptr<UIWindow> walk(CGSize size, double scale, const std::vector<RenderEntry>* previous,
+                               std::uint64_t died, const BackingStores& stores, Damage& damage, FrameBuffers& buffers) {
   buffers.entries.clear();
   std::shared_ptr<UIWindow> window = UIApplication::sharedApplication().keyWindow();
   if (window) collect(*window, window->frame().origin, {{0.0, 0.0}, size}, 1.0, buffers.entries);
   if (previous) {
-    diff(*previous, buffers.entries, died, damage, buffers);
+    diff(*previous, buffers.entries, died, stores, scale, damage, buffers);
   } else {
     damage.addWhole();
   }
@@ -825,7 +899,7 @@ const UILayerFrame& UIHost::Renderer::renderLayers(CGSize size, double scale) {
   // A layer frame lists every visible view, so it needs no damage: only the CPU frame's
   // measure of a pixel.
   Damage damage(width, height, scale);
-  const std::shared_ptr<UIWindow> window = walk(size, nullptr, 0, damage, buffers);
+  const std::shared_ptr<UIWindow> window = walk(size, scale, nullptr, 0, stores, damage, buffers);
   if (window) Painter(nullptr, buffers.entries, damage, stores, scale, &layers).paint(*window);
   stores.freeOffTheTree(window.get());
   return layers;
@@ -850,7 +924,7 @@ const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
 
   // Kept from frame to frame, as the last frame's list: a frame allocates little.
   Damage damage(width, height, scale, std::move(frame.damage));
-  const std::shared_ptr<UIWindow> window = walk(size, whole ? nullptr : &previous, died, damage, buffers);
+  const std::shared_ptr<UIWindow> window = walk(size, scale, whole ? nullptr : &previous, died, stores, damage, buffers);
   std::vector<RenderEntry>& entries = buffers.entries;
   damage.simplify();
   if (!damage.empty()) {

@@ -13,7 +13,8 @@
 // Each frame walks the tree into a flat list of what each visible view looks like on screen
 // (its rectangle, clip, effective alpha and displayVersion) in paint order. The list is
 // compared with the last frame's: a view that appeared, went, changed or changed its stacking
-// damages its old and new rectangles; one that only marked a part of its content to draw
+// damages its old and new rectangles (one that draws only its store, moved: the store's ink
+// there); one that only marked a part of its content to draw
 // again (setNeedsDisplayInRect) damages that part. The damage is cleared to transparent and
 // every view that reaches into it is drawn again, clipped to it, so the pixels come out the
 // same as if the whole frame had been drawn.
@@ -30,6 +31,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <typeindex>
 #include <unordered_map>
 #include <utility>
@@ -84,6 +86,7 @@ struct BackingStore {
   std::uint64_t version = 0;  // what it shows: the view's displayVersion() (layerVersion() + 1 for a background)
   const std::uint64_t id;        // never another store's, even after this one went
   std::uint64_t generation = 0;  // counts the drawings: a GPU copy of an older one is stale
+  PixelRect ink;  // what holds a pixel not transparent: laying down the rest changes nothing
   std::size_t bytes() const;
   // A surface of width × height pixels; true when it was made anew (cleared). `total` follows.
   bool resize(int width, int height, std::size_t& total);
@@ -108,6 +111,9 @@ class BackingStores {
   // The store of `view` as it should show now, drawn again where needed; null for a view
   // whose class draws nothing, or of no size.
   const BackingStore* storeFor(UIView& view, double scale);
+  // Where the store of `view` holds pixels not transparent, when it shows what the view would
+  // draw now; else null.
+  std::optional<PixelRect> inkOf(const UIView& view) const;
   // The view's background with its rounded corners, alpha not applied; null when the view has
   // no size or is large.
   const BackingStore* backgroundFor(const UIView& view, double scale);

@@ -88,6 +88,11 @@ TEST_F(Uploads, AnyStatusBut200FailsOnceAndWaitsForTheNextPass) {
     EXPECT_FALSE(_hasUpdatedGameEvents.load()) << status;
   }
   EXPECT_EQ(server_.latestBody("/g2.evt"), readFile(gameEventPath()));
+  // Shut down, the simulation sends nothing more.
+  sim().shutdown();
+  server_.clearRequests();
+  sim().dataTask({url, "PUT", {}, "late"}, [](UrlResponse) {});
+  EXPECT_FALSE(server_.waitForRequests(1, std::chrono::milliseconds(300)));
 }
 
 TEST_F(Uploads, NoReplyOrNoUrlFailsTwiceWithAPauseAfterEach) {

@@ -94,7 +94,8 @@ TEST_F(PresentationTest, PresentedPagesTakeEveryTouchAndAnAlertsHandlerRunsAfter
   window()->setRootViewController(nullptr);
   window()->setRootViewController(game());  // set again while the page is up: beneath it
   EXPECT_EQ(window()->subviews().back(), page->view());
-  auto alert = UIAlertController::alertControllerWithTitle("T", "M", UIAlertControllerStyle::Alert);
+  // A message that reads as a button's title: a tap by text goes to the frontmost, the button.
+  auto alert = UIAlertController::alertControllerWithTitle("T", "OK", UIAlertControllerStyle::Alert);
   std::shared_ptr<UIViewController> presentedInHandler = page;
   int handled = 0;
   // Two actions share a row: the second, "OK", is beside the first, inside the box.
@@ -161,6 +162,8 @@ TEST_F(PresentationTest, TreeDumpShowsControllersViewsAndControls) {
   const std::string box = presented["view"].dump();
   EXPECT_NE(box.find(R"("currentTitle":"OK")"), std::string::npos);
   EXPECT_NE(box.find(R"("numberOfLines":0)"), std::string::npos);
+  const auto button = std::dynamic_pointer_cast<UIButton>(alert->view()->subviews().front()->subviews().back());
+  EXPECT_TRUE(button && button->titleFont()->isBold()) << "a Cancel action's title";
 
   // A controller other than the root may present too: what it shows is not left out.
   game()->dismissViewControllerAnimated(false, nullptr);
@@ -168,6 +171,26 @@ TEST_F(PresentationTest, TreeDumpShowsControllersViewsAndControls) {
   game()->view()->addSubview(child->view());
   child->presentViewController(alert, false, nullptr);
   EXPECT_NE(nlohmann::json::parse(dumpViewTree())["subviews"].dump().find(R"("currentTitle":"OK")"), std::string::npos);
+}
+
+// Lines of 17 points stand 20 apart: the rows from the first ink to the last tell how many show.
+TEST_F(PresentationTest, ALabelWrapsIntoItsNumberOfLinesAndNoMore) {
+  auto label = std::make_shared<UILabel>(CGRectMake(0, 0, 100, 300));
+  label->setText("one two three four five six seven eight nine ten eleven twelve");
+  game()->view()->addSubview(label);
+  for (const auto& [lines, fewest, most] : {std::tuple{1, 1, 20}, {2, 21, 40}, {0, 100, 300}}) {
+    label->setNumberOfLines(lines);
+    const UIFrame& frame = host().renderFrame();
+    int first = -1, last = -1;
+    for (int y = 0; y < 300; ++y) {
+      for (int x = 0; x < 100; ++x) {
+        if (testing::pixelAt(frame, {x + 0.5, y + 0.5})[3] == 0) continue;
+        first = first < 0 ? y : first;
+        last = y;
+      }
+    }
+    EXPECT_TRUE(last - first >= fewest && last - first < most) << lines << " lines: rows " << first << " to " << last;
+  }
 }
 
 }  // namespace

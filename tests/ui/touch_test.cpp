@@ -178,10 +178,14 @@ TEST_F(TouchTest, ButtonShowsItsStateAndSendsActions) {
   tap({50, 25});
   EXPECT_EQ(sent.back(), UIControlEventTouchDown);
 
-  // An action that removes itself does not keep the next one from running.
+  // An action that removes itself, then sends actions of its own, does not keep the next one from running.
   int once = 0, every = 0;
   const int oneShot = 0;
-  const auto removingItself = [&](UIControl* c) { ++once; c->removeTarget(&oneShot, UIControlEventTouchUpInside); };
+  const auto removingItself = [&](UIControl* c) {
+    ++once;
+    c->removeTarget(&oneShot, UIControlEventTouchUpInside);
+    c->sendActionsForControlEvents(UIControlEventValueChanged);
+  };
   button->addTarget(&oneShot, removingItself, UIControlEventTouchUpInside);
   button->addTarget(this, [&](UIControl*) { ++every; }, UIControlEventTouchUpInside);
   tap({50, 25});

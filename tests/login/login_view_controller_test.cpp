@@ -90,10 +90,9 @@ TEST_F(LoginPage, EveryFailureLooksLikeAWrongPasswordAndAnAcceptedLoginLeavesWit
   sim().setInfoDictionaryJson(kOneScheme);
   logIn("secret");
   finish();
-  EXPECT_FALSE(alert());
-  EXPECT_EQ(calls_, std::vector<bool>{true});
-  EXPECT_TRUE(calledWhileLeaving_) << "called at once, not after the slide";
-  EXPECT_EQ(game()->presentedViewController(), nullptr);
+  // Called at once, not after the slide.
+  EXPECT_EQ(std::tuple(alert(), calls_, calledWhileLeaving_, game()->presentedViewController()),
+            std::tuple(nullptr, std::vector<bool>{true}, true, nullptr));
   EXPECT_EQ(lastLogin(), (nlohmann::json{{"username", "ann"}, {"password", "secret"}, {"urlScheme", "mygame"}}));
 }
 

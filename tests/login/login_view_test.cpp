@@ -128,11 +128,9 @@ TEST_F(LoginViewTest, SubmitsTheTextsAsTypedOnceAndComesBackOnItsOwnFailure) {
     EXPECT_FALSE(form->btnLogin()->isEnabled()) << "a failure for another object";
 
     NotificationCenter::defaultCenter().postNotificationName(kAuthenticateFailedNotification, form.get());
-    EXPECT_TRUE(form->btnLogin()->isEnabled());
-    EXPECT_EQ(form->btnLogin()->alpha(), 1.0);
-    EXPECT_EQ(form->btnLogin()->currentTitle(), "Login");
-    EXPECT_EQ(form->txtUsername()->text(), username);
-    EXPECT_EQ(form->txtPassword()->text(), password);
+    EXPECT_EQ(std::tuple(form->btnLogin()->isEnabled(), form->btnLogin()->alpha(), form->btnLogin()->currentTitle(),
+                         form->txtUsername()->text(), form->txtPassword()->text()),
+              std::tuple(true, 1.0, "Login", username, password));
     form->removeFromSuperview();
     gone = form.get();
   }

@@ -141,10 +141,8 @@ TEST_F(GatedSession, AValidLaunchUrlTakesThePageAwayWithoutAnimationAndStartsNoT
 
   sdk().processUrlRequest("mygame://validate?launchToken=" + kValidToken);
   sim().runUntilIdle();  // no time passes: no animation
-  EXPECT_FALSE(pageUp());
-  EXPECT_EQ(sdk().parentViewController()->presentedViewController(), nullptr);
-  EXPECT_EQ(calls, 1);
-  EXPECT_EQ(sdk().timer(), nullptr);
+  EXPECT_EQ(std::tuple(pageUp(), sdk().parentViewController()->presentedViewController(), calls.load(), sdk().timer()),
+            std::tuple(false, nullptr, 1, nullptr));
 
   sdk().processUrlRequest("mygame://validate?launchToken=" + kValidToken);
   sim().runUntilIdle();

@@ -89,11 +89,9 @@ class ProcessUrlRequest : public SimulatedSession {};
 TEST_F(ProcessUrlRequest, HandsOverRecordingThenTokenThenValidation) {
   sdk().processUrlRequest("g://validate?launchToken=" + kToken +
                           "&inputEventUrl=https%3A%2F%2Fh%2Fi&recordingStartedAt=1773061533000");
-  EXPECT_FALSE(_gameEventUrl.load());
-  EXPECT_EQ(_inputEventUrl.get(), "https://h/i");
-  EXPECT_EQ(_recordingStartedAt.load(), 1773061533000);
-  EXPECT_EQ(_authToken.get(), kToken);
-  EXPECT_EQ(TavrelSDK::getUserId(), "USERID-0123456789abcdefg");
+  EXPECT_EQ(std::tuple(_gameEventUrl.get(), _inputEventUrl.get(), _recordingStartedAt.load(), _authToken.get(),
+                       TavrelSDK::getUserId()),
+            std::tuple(std::nullopt, "https://h/i", 1773061533000, kToken, "USERID-0123456789abcdefg"));
   EXPECT_FALSE(_validationCallbackSet.load());  // no validate before the game asked for one
 }
 

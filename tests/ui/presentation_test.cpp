@@ -41,11 +41,9 @@ TEST_F(PresentationTest, AnimatedPresentationAndDismissalTakePlatformTime) {
       sim().advance(0.02);
     }
     sim().runUntilIdle();
-    EXPECT_EQ(dismissed, 1);
-    EXPECT_EQ(game()->presentedViewController(), nullptr);
-    EXPECT_EQ(page->presentingViewController(), nullptr);
-    EXPECT_EQ(page->view()->superview(), nullptr);
-    EXPECT_FALSE(host().isCovered());
+    EXPECT_EQ(std::tuple(dismissed, game()->presentedViewController(), page->presentingViewController(),
+                         page->view()->superview(), host().isCovered()),
+              std::tuple(1, nullptr, nullptr, nullptr, false));
   }
 }
 
@@ -56,9 +54,8 @@ TEST_F(PresentationTest, SecondPresentationIsRefusedWithThePlatformsWarning) {
   bool ran = false;
   game()->presentViewController(second, true, [&] { ran = true; });
   sim().advance(1.0);
-  EXPECT_FALSE(ran);
-  EXPECT_EQ(game()->presentedViewController(), first);
-  EXPECT_FALSE(second->isViewLoaded());
+  EXPECT_EQ(std::tuple(ran, game()->presentedViewController(), second->isViewLoaded()),
+            std::tuple(false, first, false));
   EXPECT_THAT(sim().logLines(),
               ::testing::ElementsAre(::testing::MatchesRegex("Attempt to present <Page: 0x[0-9a-f]+> on "
                                                          "<UIViewController: 0x[0-9a-f]+> which is already "

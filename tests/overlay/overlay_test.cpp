@@ -156,9 +156,7 @@ TEST_F(Overlay, TicksPlaceOneLabelPerItemAndTheLabelPoolChangesAtItsEndOnly) {
   const auto last = overlay->textViews().back();
   overlay->watermark().setBehaviourType(WatermarkBehaviourTypeDVD);
   ticks(1);
-  ASSERT_EQ(overlay->textViews().size(), 1u);
-  EXPECT_EQ(overlay->textViews().front(), first);
-  EXPECT_EQ(last->superview(), nullptr);
+  EXPECT_EQ(std::tuple(overlay->textViews(), last->superview()), std::tuple(std::vector{first}, nullptr));
   EXPECT_EQ(overlay->measured, 7) << "one timer, one measurement a tick, though the watermark was switched on twice";
 }
 

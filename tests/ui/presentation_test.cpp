@@ -16,10 +16,10 @@ TEST_F(PresentationTest, AnimatedPresentationAndDismissalTakePlatformTime) {
     auto page = std::make_shared<Page>();
     int presented = 0, dismissed = 0;
     game()->presentViewController(page, animated, [&] { ++presented; });
-    EXPECT_EQ(game()->presentedViewController(), page);  // set when it starts
-    EXPECT_EQ(page->presentingViewController(), game());
-    EXPECT_EQ(window()->subviews().back(), page->view());
-    EXPECT_TRUE(host().isCovered());
+    // Set when it starts.
+    EXPECT_EQ(std::tuple(game()->presentedViewController(), page->presentingViewController(),
+                         window()->subviews().back(), host().isCovered()),
+              std::tuple(page, game(), page->view(), true));
     if (animated) {
       sim().advance(kPageTransitionDuration / 2);
       EXPECT_GT(page->view()->frame().origin.y, 0.0);  // still sliding up

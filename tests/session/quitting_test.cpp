@@ -14,9 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 
 TEST(Quitting, EndsWithTheStatusAskedForWhateverIsInFlight) {
-  endpoint::HttpsServer::Options options;
-  options.threads = 64;  // every held request holds a worker
-  endpoint::HttpsServer silent(options);
+  endpoint::HttpsServer silent({.threads = 64});  // every held request holds a worker
   silent.delayReplies(1h);
   silent.start();
   TemporaryDirectory documents;

@@ -117,16 +117,14 @@ TEST_F(PresentationTest, PresentedPagesTakeEveryTouchAndAnAlertsHandlerRunsAfter
   EXPECT_EQ(handled, 0);
   EXPECT_LT(alert->view()->alpha(), 1.0);
   sim().advance(kAlertTransitionDuration / 2);
-  EXPECT_EQ(handled, 1);
-  EXPECT_EQ(presentedInHandler, nullptr);
-  EXPECT_EQ(game()->presentedViewController(), page);  // the page stays
+  // The page stays.
+  EXPECT_EQ(std::tuple(handled, presentedInHandler, game()->presentedViewController()), std::tuple(1, nullptr, page));
 
   // Dismissing the page takes down what it presents too.
   page->presentViewController(alert, false, nullptr);
   game()->dismissViewControllerAnimated(false, nullptr);
-  EXPECT_EQ(alert->view()->superview(), nullptr);
-  EXPECT_EQ(page->presentedViewController(), nullptr);
-  EXPECT_EQ(gameTaps, 0);
+  EXPECT_EQ(std::tuple(alert->view()->superview(), page->presentedViewController(), gameTaps),
+            std::tuple(nullptr, nullptr, 0));
   EXPECT_FALSE(host().fingersDown({{1, {50, 50}}}));
   host().fingersUp({{1, {50, 50}}});
   EXPECT_EQ(gameTaps, 1);
@@ -146,15 +144,12 @@ TEST_F(PresentationTest, TreeDumpShowsControllersViewsAndControls) {
 
   const auto root = nlohmann::json::parse(dumpViewTree())["rootViewController"];
   const auto& dumpedLabel = root["view"]["subviews"][0];
-  EXPECT_EQ(dumpedLabel["class"], "UILabel");
-  EXPECT_EQ(dumpedLabel["frame"], nlohmann::json({1.0, 2.0, 30.0, 40.0}));
-  EXPECT_EQ(dumpedLabel["text"], "hi");
-  EXPECT_EQ(dumpedLabel["font"]["size"], kLabelFontSize);
+  EXPECT_EQ(std::tuple(dumpedLabel["class"], dumpedLabel["frame"], dumpedLabel["text"], dumpedLabel["font"]["size"]),
+            std::tuple("UILabel", nlohmann::json({1.0, 2.0, 30.0, 40.0}), "hi", kLabelFontSize));
   EXPECT_EQ(root["view"]["subviews"][1]["subviews"], nlohmann::json::array()) << "a left view has a key of its own";
   const auto& presented = root["presentedViewController"];
-  EXPECT_EQ(presented["class"], "UIAlertController");
-  EXPECT_EQ(presented["actions"], nlohmann::json::parse(R"([{"title": "OK", "style": 1}])"));
-  EXPECT_EQ(presented["presentedViewController"], nullptr);
+  EXPECT_EQ(std::tuple(presented["class"], presented["actions"], presented["presentedViewController"]),
+            std::tuple("UIAlertController", nlohmann::json::parse(R"([{"title": "OK", "style": 1}])"), nullptr));
   // Somewhere in the alert's box: its button, with the action's title, and texts that wrap.
   const std::string box = presented["view"].dump();
   EXPECT_NE(box.find(R"("currentTitle":"OK")"), std::string::npos);

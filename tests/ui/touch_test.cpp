@@ -74,10 +74,9 @@ TEST_F(TouchTest, TreeMovesViewsAndConvertsPoints) {
   gameView->addSubview(a);
   gameView->addSubview(b);
   a->addSubview(child);
-  EXPECT_EQ(child->window(), window().get());
-  EXPECT_EQ(child->convertPointToView({1, 1}, nullptr), (CGPoint{16, 26}));
-  EXPECT_EQ(child->convertPointFromView({16, 26}, nullptr), (CGPoint{1, 1}));
-  EXPECT_EQ(child->convertPointToView({0, 0}, b.get()), (CGPoint{15, 25}));
+  EXPECT_EQ(std::tuple(child->window(), child->convertPointToView({1, 1}, nullptr),
+                       child->convertPointFromView({16, 26}, nullptr), child->convertPointToView({0, 0}, b.get())),
+            std::tuple(window().get(), CGPoint{16, 26}, CGPoint{1, 1}, CGPoint{15, 25}));
 
   b->addSubview(child);  // leaves a
   EXPECT_TRUE(a->subviews().empty());

@@ -1,5 +1,6 @@
 #include "session/launch_url.hpp"
 #include "support/sandbox.hpp"
+#include "support/tool_runner.hpp"
 
 #include <gtest/gtest.h>
 
@@ -110,6 +111,40 @@ TEST_F(ProcessUrlRequest, TokenOnlyOrForeignOrMalformedUrlsTouchNoRecording) {
   EXPECT_EQ(_recordingStartedAt.load(), -1);
   sdk().processUrlRequest("g://validate?gameEventUrl=u&recordingStartedAt=soon");
   EXPECT_EQ(_recordingStartedAt.load(), 0);
+}
+
+// The tool reads and writes them the same way.
+using LaunchUrlTool = testing::ToolTest;
+
+TEST_F(LaunchUrlTool, ParsesComposesAndRefusesWithStatusTwo) {
+  const std::string composed =
+      testing::runTool({"launch-url", "compose", "--scheme", "mygame", "--token", kToken, "--game-event-url",
+                        "https://h/g.evt?sig=a%2Fb&exp=9", "--recording-started-at", "1773061533000"})
+          .out;
+  const struct {
+    std::vector<std::string> arguments;
+    int status;
+    std::string out, err = {};
+  } cases[] = {
+      {{"parse", composed.substr(0, composed.size() - 1)},
+       0, R"({"gameEventUrl":"https://h/g.evt?sig=a%2Fb&exp=9","launchToken":")" + kToken +
+              R"(","recordingStartedAt":"1773061533000"})" "\n"},
+      {{"parse", "mygame://validated?launchToken=x"}, 0, "null\n"},
+      {{"parse", "mygame://validate?launchToken=%zz"}, 0, "{}\n"},
+      {{"parse", "mygame://validate"}, 2, "", "no query"},
+      {{"parse", "mygame://validate?launchToken"}, 2, "", "has no \"=\""},
+      {{"parse", "mygame://validate?launchToken=%25zz"}, 2, "", "opens no escape"},
+      {{"compose", "--scheme", "mygame", "--token", kToken.substr(1)}, 2, "", "47 characters"},
+      {{"compose", "--token", kToken}, 2, "", "--scheme"},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> arguments{"launch-url"};
+    arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+    const testing::ToolRun run = testing::runTool(arguments);
+    EXPECT_EQ(std::tie(run.status, run.out), std::tie(c.status, c.out)) << c.arguments[1];
+    EXPECT_NE(run.err.find(c.err), std::string::npos) << c.arguments[1] << ": " << run.err;
+  }
+  EXPECT_EQ(testing::runTool({"--version"}).out, "tavrel 1.0.0\n");
 }
 
 }  // namespace

@@ -1,4 +1,6 @@
+#include "endpoint/https_server.hpp"
 #include "support/sandbox.hpp"
+#include "support/tool_runner.hpp"
 
 #include <gtest/gtest.h>
 
@@ -46,6 +48,24 @@ TEST(SessionGlobals, StartWithTheirValuesAtLoad) {
             std::tuple(-1, 0, 0));
   EXPECT_FALSE(_authToken.load() || _gameEventFilename.load() || _gameEventUrl.load() || _inputEventFilename.load() ||
                _inputEventUrl.load() || _validationCallback.get());
+}
+
+// A game quits while requests are held by a silent service, the overlay's timer due, the upload thread asleep.
+TEST(Quitting, EndsWithTheStatusAskedForWhateverIsInFlight) {
+  endpoint::HttpsServer silent({.threads = 64});  // every held request holds a worker
+  silent.delayReplies(std::chrono::hours(1));
+  silent.start();
+  testing::TemporaryDirectory documents;
+
+  const std::pair<std::string, int> ways[] = {{"return", 0}, {"exit", 0}, {"exit-thread", 0}, {"terminate", 255}};
+  // At once, as the requests go out, and once they wait at the server.
+  for (const char* wait : {"0", "150", "600"}) {
+    for (const auto& [how, status] : ways) {
+      const testing::ToolRun run = testing::runProgram(
+          QUITTING_GAME, {silent.baseUrl(), silent.caFile(), documents.path(), wait, how}, {}, std::chrono::seconds(20));
+      EXPECT_EQ(run.status, status) << how << " after " << wait << " ms\n" << run.err;
+    }
+  }
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include "endpoint/https_server.hpp"
 #include "session/launch_url.hpp"
 #include "support/sandbox.hpp"
-#include "support/serve_process.hpp"
 #include "support/tool_runner.hpp"
 
 #include <gtest/gtest.h>

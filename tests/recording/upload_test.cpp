@@ -4,7 +4,7 @@
 #include "endpoint/https_server.hpp"
 #include "recording_fixture.hpp"
 #include "session/launch_url.hpp"
-#include "support/serve_process.hpp"
+#include "support/tool_runner.hpp"
 
 #include <openssl/evp.h>
 #include <openssl/hmac.h>

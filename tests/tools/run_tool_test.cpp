@@ -1,6 +1,5 @@
 #include <tavrel_sdk/ui/image.hpp>
 
-#include "support/serve_process.hpp"
 #include "support/tool_runner.hpp"
 #include "support/window_session.hpp"
 

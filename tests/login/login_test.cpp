@@ -18,6 +18,7 @@
 
 namespace tavrel {
 namespace {
+
 TEST(Base64Decoding, SkipsUnknownCharactersOnlyWhenAskedAndRejectsBadPadding) {
   struct Case {
     const char* text;

@@ -9,6 +9,7 @@
 
 namespace tavrel::testing {
 namespace {
+
 constexpr const char* kGameUrl = "https://127.0.0.1:9/g.evt";
 constexpr const char* kInputUrl = "https://127.0.0.1:9/i.evt";
 

@@ -17,6 +17,7 @@
 
 namespace tavrel::testing {
 namespace {
+
 class Uploads : public RecordingTest {
  protected:
   void SetUp() override {

@@ -7,6 +7,7 @@
 
 namespace tavrel {
 namespace {
+
 using Items = std::map<std::string, std::string>;
 using testing::SimulatedSession;
 

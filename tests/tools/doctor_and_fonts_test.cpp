@@ -16,6 +16,7 @@
 
 namespace tavrel::testing {
 namespace {
+
 using Doctor = ToolTest;
 
 TEST_F(Doctor, EachCheckPassesFailsWithItsFixOrOnlyWarns) {

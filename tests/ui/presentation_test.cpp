@@ -1,13 +1,13 @@
 #include <tavrel_sdk/tavrel.h>
 
 #include "support/game_screen.hpp"
-#include "support/resize_scenario.hpp"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
 namespace tavrel {
 namespace {
+
 class Page : public UIViewController {};
 
 class PresentationTest : public testing::SimulatedGame {};

@@ -5,8 +5,7 @@
 #include <tavrel_sdk/vulkan_host.hpp>
 
 #include "support/blend_check.hpp"
-#include "support/resize_scenario.hpp"
-#include "support/sandbox.hpp"
+#include "support/game_screen.hpp"
 #include "vulkan/offscreen_game.hpp"
 
 #include <dlfcn.h>

@@ -8,6 +8,7 @@
 
 namespace tavrel {
 namespace {
+
 using WatermarkTest = testing::SimulatedSession;
 using watermark_detail::truncateToInt32;
 

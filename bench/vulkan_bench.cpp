@@ -33,7 +33,7 @@ struct Session {
     std::filesystem::create_directories(documents);
     sim->setDocumentsDirectory(documents.string());
     Platform::install(sim);
-    game = testing::OffscreenGame::create({{1920, 1080}, 2, false, false}, &whyNot);
+    game = testing::OffscreenGame::create({{1920, 1080}, 2, false, ""}, &whyNot);
     if (!game) return;
     host = std::make_shared<VulkanHost>(game->hostInfo());
     UIHost::install(host);

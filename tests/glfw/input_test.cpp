@@ -5,7 +5,7 @@
 #include <tavrel_sdk/ui.hpp>
 
 #include "support/game_screen.hpp"
-#include "support/x_server.hpp"
+#include "support/tool_runner.hpp"
 
 #define GLFW_INCLUDE_NONE
 #include <GLFW/glfw3.h>

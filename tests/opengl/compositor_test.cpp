@@ -6,7 +6,6 @@
 #include "support/blend_check.hpp"
 #include "support/egl_context.hpp"
 #include "support/game_screen.hpp"
-#include "support/resize_scenario.hpp"
 
 #include <array>
 #include <map>

@@ -87,17 +87,15 @@ TEST_F(Overlay, AttachesOnceAndSwitchesBeforeSetUpAreNotRemembered) {
   sdk().initialiseOverlay(game(), token + "USERID-0123456789abcdefg");
   const auto overlay = sdk().overlayView();
   ASSERT_TRUE(overlay);
-  EXPECT_EQ(overlay->superview(), game()->view().get());
-  EXPECT_EQ(sdk().parentViewController(), game());
-  EXPECT_FALSE(overlay->touchesEnabled() || overlay->watermarkEnabled());
-  EXPECT_TRUE(overlay->subviews().empty());
+  EXPECT_EQ(std::tuple(overlay->superview(), sdk().parentViewController(), overlay->touchesEnabled(),
+                       overlay->watermarkEnabled(), overlay->subviews().size()),
+            std::tuple(game()->view().get(), game(), false, false, 0u));
 
   const auto other = std::make_shared<UIViewController>();
   sdk().initialiseOverlay(other, std::nullopt);
   sdk().showOverlay(other);
-  EXPECT_EQ(sdk().overlayView(), overlay);
-  EXPECT_EQ(sdk().parentViewController(), game());
-  EXPECT_EQ(TavrelSDK::getUserId(), "USERID-0123456789abcdefg");
+  EXPECT_EQ(std::tuple(sdk().overlayView(), sdk().parentViewController(), TavrelSDK::getUserId()),
+            std::tuple(overlay, game(), "USERID-0123456789abcdefg"));
 }
 
 TEST_F(Overlay, NullControllerMeansTheApplicationsRootOrNothing) {
@@ -158,9 +156,7 @@ TEST_F(Overlay, TicksPlaceOneLabelPerItemAndTheLabelPoolChangesAtItsEndOnly) {
   const auto last = overlay->textViews().back();
   overlay->watermark().setBehaviourType(WatermarkBehaviourTypeDVD);
   ticks(1);
-  ASSERT_EQ(overlay->textViews().size(), 1u);
-  EXPECT_EQ(overlay->textViews().front(), first);
-  EXPECT_EQ(last->superview(), nullptr);
+  EXPECT_EQ(std::tuple(overlay->textViews(), last->superview()), std::tuple(std::vector{first}, nullptr));
   EXPECT_EQ(overlay->measured, 7) << "one timer, one measurement a tick, though the watermark was switched on twice";
 }
 

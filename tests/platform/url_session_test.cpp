@@ -178,11 +178,7 @@ class KeptConnectionsTest : public UrlSessionTest {
   }
   UrlResponse put(const std::string& path) { return fetch({kept_.url(path), "PUT", {}, path}); }
 
-  HttpsServer kept_{[] {
-    HttpsServer::Options options;
-    options.keepAlive = true;
-    return options;
-  }()};
+  HttpsServer kept_{HttpsServer::Options{.keepAlive = true}};
 };
 
 class RedirectsTest : public KeptConnectionsTest {

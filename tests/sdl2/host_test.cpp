@@ -5,7 +5,6 @@
 
 #include "support/blend_check.hpp"
 #include "support/game_screen.hpp"
-#include "support/resize_scenario.hpp"
 
 #include <gtest/gtest.h>
 

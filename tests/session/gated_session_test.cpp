@@ -1,6 +1,7 @@
 #include <tavrel_sdk/ui.hpp>
 
 #include "endpoint/https_server.hpp"
+#include "endpoint/mock_service.hpp"
 #include "support/game_screen.hpp"
 
 #include <gtest/gtest.h>
@@ -18,12 +19,8 @@ class GatedSession : public testing::SimulatedGame {
  protected:
   void SetUp() override {
     SimulatedGame::SetUp();
-    server_.addRoute("GET", "/m/launch/project/validate", [](const endpoint::RecordedRequest& request) {
-      const bool valid = request.header("Authorization") == kValidToken;
-      return endpoint::Reply{.status = 200, .body = valid ? R"({"valid":true})" : R"({"valid":false})"};
-    });
-    server_.addRoute("POST", "/m/launch/project/auth/ios",
-                     [](const endpoint::RecordedRequest&) { return endpoint::Reply{200, R"({"authed":true})"}; });
+    endpoint::MockService{.validTokens = {kValidToken}, .refusedTokens = {kRefusedToken}, .users = {{"ann", "secret"}}}
+        .install(server_);
     server_.start();
     sim().setTrustedCertificatesFile(server_.caFile());
     sim().setServiceBaseUrlForTesting(server_.baseUrl());
@@ -144,10 +141,8 @@ TEST_F(GatedSession, AValidLaunchUrlTakesThePageAwayWithoutAnimationAndStartsNoT
 
   sdk().processUrlRequest("mygame://validate?launchToken=" + kValidToken);
   sim().runUntilIdle();  // no time passes: no animation
-  EXPECT_FALSE(pageUp());
-  EXPECT_EQ(sdk().parentViewController()->presentedViewController(), nullptr);
-  EXPECT_EQ(calls, 1);
-  EXPECT_EQ(sdk().timer(), nullptr);
+  EXPECT_EQ(std::tuple(pageUp(), sdk().parentViewController()->presentedViewController(), calls.load(), sdk().timer()),
+            std::tuple(false, nullptr, 1, nullptr));
 
   sdk().processUrlRequest("mygame://validate?launchToken=" + kValidToken);
   sim().runUntilIdle();

@@ -1,12 +1,14 @@
 #pragma once
 
-// A key window whose root view controller stands for the game's, drawn headless.
+// A key window whose root view controller stands for the game's, drawn headless, and the resizes
+// every host goes through.
 
 #include <tavrel_sdk/ui.hpp>
 
 #include "support/sandbox.hpp"
 
 #include <array>
+#include <functional>
 #include <memory>
 
 namespace tavrel::testing {
@@ -38,5 +40,21 @@ struct ReturnCounter : UITextFieldDelegate {
 
 // The straight colour {r, g, b, a} of the frame's pixel under a point of the screen.
 std::array<int, 4> pixelAt(const UIFrame& frame, CGPoint point);
+
+// The same for every host: each first frame after a change of size is drawn whole at the new size.
+struct ScreenChange {
+  CGSize size;
+  double scale = 1.0;
+};
+
+struct ResizingHost {
+  std::function<void(ScreenChange)> resize;  // the host's own resize call or window event
+  // The host's frame as a game shows it; none for a headless host, whose first frame after the
+  // change is then checked to be drawn whole.
+  std::function<void()> show;
+};
+
+// Resized to `withPage` while the login page is up, then to `inPlay` after the login.
+void resizeThroughLoginAndPlay(SimPlatform& sim, const ResizingHost& host, ScreenChange withPage, ScreenChange inPlay);
 
 }  // namespace tavrel::testing

@@ -1,7 +1,5 @@
 #include "support/window_session.hpp"
 
-#include "support/tool_runner.hpp"
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>

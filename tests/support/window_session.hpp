@@ -2,8 +2,7 @@
 
 // The example games in real windows, with real X input; screenshots kept in the build folder.
 
-#include "support/sandbox.hpp"
-#include "support/x_server.hpp"
+#include "support/tool_runner.hpp"
 
 #include <cairo.h>
 #include <gtest/gtest.h>

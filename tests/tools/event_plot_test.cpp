@@ -104,6 +104,10 @@ TEST_F(EventPlotTool, DrawsWhatItCanReadAndNamesWhatItCannot) {
   const auto picture = UIImage::imageWithData(readFile(png));
   ASSERT_NE(picture, nullptr);
   EXPECT_EQ(std::pair(picture->pixelWidth(), picture->pixelHeight()), std::pair(640, 480));
+  // From 1 to 10000 points a side.
+  for (const auto& [size, status] : {std::pair{"1x10000", 0}, {"0.9x480", 2}, {"640x10001", 2}, {"640x480y", 2}}) {
+    EXPECT_EQ(runTool({"plot", directory_.path() + "/i.evt", "-o", png, "--size", size}).status, status) << size;
+  }
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include <tavrel_sdk/ui/image.hpp>
 
-#include "support/serve_process.hpp"
 #include "support/tool_runner.hpp"
 #include "support/window_session.hpp"
 
@@ -138,9 +137,11 @@ TEST_F(RunTool, ScriptFaultsAndFailedChecksNameTheirLine) {
 }
 
 TEST_F(RunTool, AValidTokenBringsNoPage) {
-  const ToolRun result = run(kGame + "launch token=" + kValid + " input-events=/i.evt\ninitialise-overlay " + kValid +
+  const ToolRun result = run(kGame + "service delay 0\nlaunch token=" + kValid +
+                             " game-events=/g.evt input-events=/i.evt\ngame-event start\ninitialise-overlay " + kValid +
                              "\nvalidate\nwait 2\ncheck not presented any\n");
   EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_NE(result.out.find("uploads        1 PUT request: 1 x 200;"), std::string::npos) << result.out;
   EXPECT_TRUE(toldThat("the game hears yes on a background queue"));
   // The input event file is named by the launch URL, but no touch ever created it.
   EXPECT_NE(result.out.find("0 handed to the SDK, none written; no event created documents/"), std::string::npos)

@@ -1,3 +1,5 @@
+#include <tavrel_sdk/tavrel.h>
+
 #include "support/game_screen.hpp"
 
 #include <gmock/gmock.h>
@@ -16,10 +18,10 @@ TEST_F(PresentationTest, AnimatedPresentationAndDismissalTakePlatformTime) {
     auto page = std::make_shared<Page>();
     int presented = 0, dismissed = 0;
     game()->presentViewController(page, animated, [&] { ++presented; });
-    EXPECT_EQ(game()->presentedViewController(), page);  // set when it starts
-    EXPECT_EQ(page->presentingViewController(), game());
-    EXPECT_EQ(window()->subviews().back(), page->view());
-    EXPECT_TRUE(host().isCovered());
+    // Set when it starts.
+    EXPECT_EQ(std::tuple(game()->presentedViewController(), page->presentingViewController(),
+                         window()->subviews().back(), host().isCovered()),
+              std::tuple(page, game(), page->view(), true));
     if (animated) {
       sim().advance(kPageTransitionDuration / 2);
       EXPECT_GT(page->view()->frame().origin.y, 0.0);  // still sliding up
@@ -41,11 +43,9 @@ TEST_F(PresentationTest, AnimatedPresentationAndDismissalTakePlatformTime) {
       sim().advance(0.02);
     }
     sim().runUntilIdle();
-    EXPECT_EQ(dismissed, 1);
-    EXPECT_EQ(game()->presentedViewController(), nullptr);
-    EXPECT_EQ(page->presentingViewController(), nullptr);
-    EXPECT_EQ(page->view()->superview(), nullptr);
-    EXPECT_FALSE(host().isCovered());
+    EXPECT_EQ(std::tuple(dismissed, game()->presentedViewController(), page->presentingViewController(),
+                         page->view()->superview(), host().isCovered()),
+              std::tuple(1, nullptr, nullptr, nullptr, false));
   }
 }
 
@@ -56,9 +56,8 @@ TEST_F(PresentationTest, SecondPresentationIsRefusedWithThePlatformsWarning) {
   bool ran = false;
   game()->presentViewController(second, true, [&] { ran = true; });
   sim().advance(1.0);
-  EXPECT_FALSE(ran);
-  EXPECT_EQ(game()->presentedViewController(), first);
-  EXPECT_FALSE(second->isViewLoaded());
+  EXPECT_EQ(std::tuple(ran, game()->presentedViewController(), second->isViewLoaded()),
+            std::tuple(false, first, false));
   EXPECT_THAT(sim().logLines(),
               ::testing::ElementsAre(::testing::MatchesRegex("Attempt to present <Page: 0x[0-9a-f]+> on "
                                                          "<UIViewController: 0x[0-9a-f]+> which is already "
@@ -94,7 +93,8 @@ TEST_F(PresentationTest, PresentedPagesTakeEveryTouchAndAnAlertsHandlerRunsAfter
   window()->setRootViewController(nullptr);
   window()->setRootViewController(game());  // set again while the page is up: beneath it
   EXPECT_EQ(window()->subviews().back(), page->view());
-  auto alert = UIAlertController::alertControllerWithTitle("T", "M", UIAlertControllerStyle::Alert);
+  // A message that reads as a button's title: a tap by text goes to the frontmost, the button.
+  auto alert = UIAlertController::alertControllerWithTitle("T", "OK", UIAlertControllerStyle::Alert);
   std::shared_ptr<UIViewController> presentedInHandler = page;
   int handled = 0;
   // Two actions share a row: the second, "OK", is beside the first, inside the box.
@@ -119,16 +119,14 @@ TEST_F(PresentationTest, PresentedPagesTakeEveryTouchAndAnAlertsHandlerRunsAfter
   EXPECT_EQ(handled, 0);
   EXPECT_LT(alert->view()->alpha(), 1.0);
   sim().advance(kAlertTransitionDuration / 2);
-  EXPECT_EQ(handled, 1);
-  EXPECT_EQ(presentedInHandler, nullptr);
-  EXPECT_EQ(game()->presentedViewController(), page);  // the page stays
+  // The page stays.
+  EXPECT_EQ(std::tuple(handled, presentedInHandler, game()->presentedViewController()), std::tuple(1, nullptr, page));
 
   // Dismissing the page takes down what it presents too.
   page->presentViewController(alert, false, nullptr);
   game()->dismissViewControllerAnimated(false, nullptr);
-  EXPECT_EQ(alert->view()->superview(), nullptr);
-  EXPECT_EQ(page->presentedViewController(), nullptr);
-  EXPECT_EQ(gameTaps, 0);
+  EXPECT_EQ(std::tuple(alert->view()->superview(), page->presentedViewController(), gameTaps),
+            std::tuple(nullptr, nullptr, 0));
   EXPECT_FALSE(host().fingersDown({{1, {50, 50}}}));
   host().fingersUp({{1, {50, 50}}});
   EXPECT_EQ(gameTaps, 1);
@@ -148,19 +146,18 @@ TEST_F(PresentationTest, TreeDumpShowsControllersViewsAndControls) {
 
   const auto root = nlohmann::json::parse(dumpViewTree())["rootViewController"];
   const auto& dumpedLabel = root["view"]["subviews"][0];
-  EXPECT_EQ(dumpedLabel["class"], "UILabel");
-  EXPECT_EQ(dumpedLabel["frame"], nlohmann::json({1.0, 2.0, 30.0, 40.0}));
-  EXPECT_EQ(dumpedLabel["text"], "hi");
-  EXPECT_EQ(dumpedLabel["font"]["size"], kLabelFontSize);
+  EXPECT_EQ(std::tuple(dumpedLabel["class"], dumpedLabel["frame"], dumpedLabel["text"], dumpedLabel["font"]["size"]),
+            std::tuple("UILabel", nlohmann::json({1.0, 2.0, 30.0, 40.0}), "hi", kLabelFontSize));
   EXPECT_EQ(root["view"]["subviews"][1]["subviews"], nlohmann::json::array()) << "a left view has a key of its own";
   const auto& presented = root["presentedViewController"];
-  EXPECT_EQ(presented["class"], "UIAlertController");
-  EXPECT_EQ(presented["actions"], nlohmann::json::parse(R"([{"title": "OK", "style": 1}])"));
-  EXPECT_EQ(presented["presentedViewController"], nullptr);
+  EXPECT_EQ(std::tuple(presented["class"], presented["actions"], presented["presentedViewController"]),
+            std::tuple("UIAlertController", nlohmann::json::parse(R"([{"title": "OK", "style": 1}])"), nullptr));
   // Somewhere in the alert's box: its button, with the action's title, and texts that wrap.
   const std::string box = presented["view"].dump();
   EXPECT_NE(box.find(R"("currentTitle":"OK")"), std::string::npos);
   EXPECT_NE(box.find(R"("numberOfLines":0)"), std::string::npos);
+  const auto button = std::dynamic_pointer_cast<UIButton>(alert->view()->subviews().front()->subviews().back());
+  EXPECT_TRUE(button && button->titleFont()->isBold()) << "a Cancel action's title";
 
   // A controller other than the root may present too: what it shows is not left out.
   game()->dismissViewControllerAnimated(false, nullptr);
@@ -168,6 +165,55 @@ TEST_F(PresentationTest, TreeDumpShowsControllersViewsAndControls) {
   game()->view()->addSubview(child->view());
   child->presentViewController(alert, false, nullptr);
   EXPECT_NE(nlohmann::json::parse(dumpViewTree())["subviews"].dump().find(R"("currentTitle":"OK")"), std::string::npos);
+}
+
+// Lines of 17 points stand 20 apart: the rows from the first ink to the last tell how many show.
+TEST_F(PresentationTest, ALabelWrapsIntoItsNumberOfLinesAndNoMore) {
+  auto label = std::make_shared<UILabel>(CGRectMake(0, 0, 100, 300));
+  label->setText("one two three four five six seven eight nine ten eleven twelve");
+  game()->view()->addSubview(label);
+  for (const auto& [lines, fewest, most] : {std::tuple{1, 1, 20}, {2, 21, 40}, {0, 100, 300}}) {
+    label->setNumberOfLines(lines);
+    const UIFrame& frame = host().renderFrame();
+    int first = -1, last = -1;
+    for (int y = 0; y < 300; ++y) {
+      for (int x = 0; x < 100; ++x) {
+        if (testing::pixelAt(frame, {x + 0.5, y + 0.5})[3] == 0) continue;
+        first = first < 0 ? y : first;
+        last = y;
+      }
+    }
+    EXPECT_TRUE(last - first >= fewest && last - first < most) << lines << " lines: rows " << first << " to " << last;
+  }
+}
+
+class ResizeTest : public testing::SimulatedSession {};
+
+TEST_F(ResizeTest, PageOverlayAndWatermarkFollowEveryChangeOfTheScreen) {
+  struct Case {
+    const char* what;
+    bool fromC;
+    testing::ScreenChange start, withPage, inPlay;
+  };
+  const Case cases[] = {
+      {"a window shrunk, then grown", false, {{800, 600}}, {{560, 420}}, {{1024, 768}}},
+      {"a phone turned, then a HiDPI screen", false, {{390, 844}, 3}, {{844, 390}, 3}, {{844, 390}, 2}},
+      {"from C, a fraction of a point", true, {{800, 600}}, {{640.5, 480}, 2}, {{300, 500}}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    testing::resetSessionGlobals();
+    auto headless = std::make_shared<HeadlessHost>(c.start.size, c.start.scale);
+    UIHost::install(headless);
+    tavrel_host* handle = hostForC(headless);
+    testing::ResizingHost host{[&](testing::ScreenChange to) {
+                                 if (!c.fromC) return headless->resize(to.size, to.scale);
+                                 EXPECT_EQ(tavrel_host_resize(handle, to.size.width, to.size.height, to.scale), TAVREL_OK);
+                               },
+                               nullptr};
+    testing::resizeThroughLoginAndPlay(sim(), host, c.withPage, c.inPlay);
+    tavrel_host_free(handle);
+  }
 }
 
 }  // namespace

@@ -74,10 +74,9 @@ TEST_F(TouchTest, TreeMovesViewsAndConvertsPoints) {
   gameView->addSubview(a);
   gameView->addSubview(b);
   a->addSubview(child);
-  EXPECT_EQ(child->window(), window().get());
-  EXPECT_EQ(child->convertPointToView({1, 1}, nullptr), (CGPoint{16, 26}));
-  EXPECT_EQ(child->convertPointFromView({16, 26}, nullptr), (CGPoint{1, 1}));
-  EXPECT_EQ(child->convertPointToView({0, 0}, b.get()), (CGPoint{15, 25}));
+  EXPECT_EQ(std::tuple(child->window(), child->convertPointToView({1, 1}, nullptr),
+                       child->convertPointFromView({16, 26}, nullptr), child->convertPointToView({0, 0}, b.get())),
+            std::tuple(window().get(), CGPoint{16, 26}, CGPoint{1, 1}, CGPoint{15, 25}));
 
   b->addSubview(child);  // leaves a
   EXPECT_TRUE(a->subviews().empty());
@@ -178,10 +177,14 @@ TEST_F(TouchTest, ButtonShowsItsStateAndSendsActions) {
   tap({50, 25});
   EXPECT_EQ(sent.back(), UIControlEventTouchDown);
 
-  // An action that removes itself does not keep the next one from running.
+  // An action that removes itself, then sends actions of its own, does not keep the next one from running.
   int once = 0, every = 0;
   const int oneShot = 0;
-  const auto removingItself = [&](UIControl* c) { ++once; c->removeTarget(&oneShot, UIControlEventTouchUpInside); };
+  const auto removingItself = [&](UIControl* c) {
+    ++once;
+    c->removeTarget(&oneShot, UIControlEventTouchUpInside);
+    c->sendActionsForControlEvents(UIControlEventValueChanged);
+  };
   button->addTarget(&oneShot, removingItself, UIControlEventTouchUpInside);
   button->addTarget(this, [&](UIControl*) { ++every; }, UIControlEventTouchUpInside);
   tap({50, 25});

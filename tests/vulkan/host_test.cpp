@@ -5,8 +5,7 @@
 #include <tavrel_sdk/vulkan_host.hpp>
 
 #include "support/blend_check.hpp"
-#include "support/resize_scenario.hpp"
-#include "support/sandbox.hpp"
+#include "support/game_screen.hpp"
 #include "vulkan/offscreen_game.hpp"
 
 #include <dlfcn.h>
@@ -36,11 +35,14 @@ class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithP
     for (const char* library : {"libvulkan_lvp.so", "libVkLayer_khronos_validation.so"}) {
       dlopen(library, RTLD_NOW | RTLD_NODELETE);
     }
+    validation_.emplace();  // the layer, loaded for good, reads its settings once
   }
+  static void TearDownTestSuite() { validation_.reset(); }
   void SetUp() override {
     SimulatedSession::SetUp();
     std::string whyNot;
-    game_ = OffscreenGame::create({{640, 480}, GetParam().framesInFlight, GetParam().dynamicRendering, true}, &whyNot);
+    game_ = OffscreenGame::create(
+        {{640, 480}, GetParam().framesInFlight, GetParam().dynamicRendering, validation_->path()}, &whyNot);
     if (!game_) GTEST_SKIP() << whyNot;
     VulkanHostInfo info = game_->hostInfo();
     info.windowSize = CGSizeMake(320, 240);  // HiDPI: two pixels a point
@@ -85,7 +87,7 @@ class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithP
       host_->shutdown();
       host_.reset();
       game_->release();
-      for (const std::string& message : game_->takeMessages()) ADD_FAILURE() << "validation: " << message;
+      EXPECT_EQ(testing::readFile(validation_->path() + "/validation.log"), "");
     }
     screen_.reset();
     SimulatedSession::TearDown();
@@ -114,7 +116,6 @@ class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithP
                                                                static_cast<std::size_t>(y) * drawn.stride);
       expected.pixels.insert(expected.pixels.end(), row, row + drawn.width);
     }
-    for (const std::string& message : game_->takeMessages()) ADD_FAILURE() << "validation: " << message;
   }
   void frames(int count, double secondsBetween) {
     for (int i = 0; i < count; ++i) {
@@ -149,6 +150,7 @@ class VulkanHostTest : public testing::SimulatedSession, public ::testing::WithP
     int number, width, height;
     std::vector<std::uint32_t> pixels;
   };
+  static inline std::optional<testing::TemporaryDirectory> validation_;
   std::unique_ptr<OffscreenGame> game_;
   std::shared_ptr<VulkanHost> host_;
   tavrel_host* handle_ = nullptr;

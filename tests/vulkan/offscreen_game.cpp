@@ -1,5 +1,7 @@
 #include "vulkan/offscreen_game.hpp"
 
+#include <cstdlib>
+#include <fstream>
 #include <utility>
 
 namespace tavrel::testing {
@@ -10,49 +12,40 @@ constexpr VkFormat kFormat = VK_FORMAT_B8G8R8A8_UNORM;
 using vulkan::check;
 using vulkan::zeroed;
 
-template <class F>
-F instanceFunction(VkInstance instance, const char* name) {
-  return reinterpret_cast<F>(vkGetInstanceProcAddr(instance, name));
-}
-
 }  // namespace
 
 std::unique_ptr<OffscreenGame> OffscreenGame::create(const Options& options, std::string* whyNot) {
   std::unique_ptr<OffscreenGame> game(new OffscreenGame());
   const VkApplicationInfo application{VK_STRUCTURE_TYPE_APPLICATION_INFO, nullptr, nullptr, 0, nullptr, 0, VK_API_VERSION_1_3};
-  const auto onMessage = [](VkDebugUtilsMessageSeverityFlagBitsEXT, VkDebugUtilsMessageTypeFlagsEXT,
-                            const VkDebugUtilsMessengerCallbackDataEXT* data, void* user) -> VkBool32 {
-    auto* messages = static_cast<Messages*>(user);
-    const std::lock_guard<std::mutex> lock(messages->mutex);
-    messages->list.emplace_back(data->pMessage != nullptr ? data->pMessage : "(no message)");
-    return VK_FALSE;
-  };
-  const VkDebugUtilsMessengerCreateInfoEXT messenger{
-      VK_STRUCTURE_TYPE_DEBUG_UTILS_MESSENGER_CREATE_INFO_EXT, nullptr, 0,
-      VK_DEBUG_UTILS_MESSAGE_SEVERITY_WARNING_BIT_EXT | VK_DEBUG_UTILS_MESSAGE_SEVERITY_ERROR_BIT_EXT,
-      VK_DEBUG_UTILS_MESSAGE_TYPE_GENERAL_BIT_EXT | VK_DEBUG_UTILS_MESSAGE_TYPE_VALIDATION_BIT_EXT |
-          VK_DEBUG_UTILS_MESSAGE_TYPE_PERFORMANCE_BIT_EXT,
-      onMessage, &game->messages_};
+  // The layer's own switches, read as the instance is made: what it reports goes to a file.
+  const std::uint32_t validation = options.validationFolder.empty() ? 0 : 1;
+  if (validation) {
+    std::ofstream(options.validationFolder + "/vk_layer_settings.txt")
+        << "khronos_validation.report_flags = error,warn,perf\n"
+           "khronos_validation.debug_action = VK_DBG_LAYER_ACTION_LOG_MSG\n"
+           "khronos_validation.log_filename = "
+        << options.validationFolder << "/validation.log\n";
+    setenv("VK_LAYER_SETTINGS_PATH", options.validationFolder.c_str(), 1);
+  }
   // Missing barriers show as hazards only with synchronization validation.
   const VkValidationFeatureEnableEXT enabled[] = {VK_VALIDATION_FEATURE_ENABLE_SYNCHRONIZATION_VALIDATION_EXT};
-  const VkValidationFeaturesEXT features{VK_STRUCTURE_TYPE_VALIDATION_FEATURES_EXT, &messenger, 1, enabled, 0, nullptr};
+  const VkValidationFeaturesEXT features{VK_STRUCTURE_TYPE_VALIDATION_FEATURES_EXT, nullptr, 1, enabled, 0, nullptr};
   const char* layer = "VK_LAYER_KHRONOS_validation";
-  const char* extensions[] = {VK_EXT_DEBUG_UTILS_EXTENSION_NAME, VK_EXT_VALIDATION_FEATURES_EXTENSION_NAME};
-  const std::uint32_t validation = options.validation ? 1 : 0;
-  const VkInstanceCreateInfo instanceInfo{VK_STRUCTURE_TYPE_INSTANCE_CREATE_INFO, validation ? &features : nullptr, 0,
-                                          &application, validation, &layer, 2 * validation, extensions};
+  const char* extension = VK_EXT_VALIDATION_FEATURES_EXTENSION_NAME;
+  const VkInstanceCreateInfo instanceInfo{VK_STRUCTURE_TYPE_INSTANCE_CREATE_INFO,
+                                          validation ? &features : nullptr,
+                                          0,
+                                          &application,
+                                          validation,
+                                          &layer,
+                                          validation,
+                                          &extension};
   const VkResult made = vkCreateInstance(&instanceInfo, nullptr, &game->instance_);
   if (made != VK_SUCCESS) {
     *whyNot = made == VK_ERROR_LAYER_NOT_PRESENT ? "no Vulkan validation layer (vulkan-validationlayers)"
                                                  : "no Vulkan instance (no loader or driver: libvulkan1, mesa-vulkan-drivers)";
     return nullptr;
   }
-  if (options.validation) {
-    check("vkCreateDebugUtilsMessengerEXT",
-          instanceFunction<PFN_vkCreateDebugUtilsMessengerEXT>(game->instance_, "vkCreateDebugUtilsMessengerEXT")(
-              game->instance_, &messenger, nullptr, &game->messenger_));
-  }
-
   // Queue family 0 draws on every driver there is; lavapipe has no other.
   std::uint32_t count = 0;
   vkEnumeratePhysicalDevices(game->instance_, &count, nullptr);
@@ -121,10 +114,6 @@ void OffscreenGame::release() {
     vkDestroyCommandPool(device_, commandPool_, nullptr);
     vkDestroyRenderPass(device_, renderPass_, nullptr);
     vkDestroyDevice(std::exchange(device_, VK_NULL_HANDLE), nullptr);
-  }
-  if (messenger_ != VK_NULL_HANDLE) {
-    instanceFunction<PFN_vkDestroyDebugUtilsMessengerEXT>(instance_, "vkDestroyDebugUtilsMessengerEXT")(
-        instance_, std::exchange(messenger_, VK_NULL_HANDLE), nullptr);
   }
   vkDestroyInstance(std::exchange(instance_, VK_NULL_HANDLE), nullptr);
 }
@@ -227,11 +216,6 @@ const std::uint32_t* OffscreenGame::readBack(std::uint32_t frameIndex) {
   Frame& frame = frames_.at(frameIndex);
   check("vkWaitForFences", vkWaitForFences(device_, 1, &frame.fence, VK_TRUE, UINT64_MAX));
   return reinterpret_cast<const std::uint32_t*>(frame.readBack.mapped);
-}
-
-std::vector<std::string> OffscreenGame::takeMessages() {
-  const std::lock_guard<std::mutex> lock(messages_.mutex);
-  return std::exchange(messages_.list, {});
 }
 
 }  // namespace tavrel::testing

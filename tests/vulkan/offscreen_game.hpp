@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -21,14 +20,15 @@ class OffscreenGame {
     VkExtent2D extent{320, 240};
     std::uint32_t framesInFlight = 2;
     bool dynamicRendering = false;  // else a render pass of its own
-    bool validation = true;
+    // Under the validation layer, its warnings and errors in validation.log there; empty: none.
+    std::string validationFolder;
   };
   static constexpr std::uint32_t kScene = 0xff1e3c6e;  // 0xAARRGGBB
 
   // Null, with the reason in `whyNot`, where there is no Vulkan device or validation layer.
   static std::unique_ptr<OffscreenGame> create(const Options& options, std::string* whyNot);
   ~OffscreenGame() { release(); }
-  // Idempotent; the validation layer's last words (objects left alive) are then in takeMessages().
+  // Idempotent; the validation layer's log holds its last words (objects left alive) once done.
   void release();
 
   VulkanHostInfo hostInfo() const;
@@ -41,8 +41,6 @@ class OffscreenGame {
   const std::uint32_t* readBack(std::uint32_t frameIndex);
   void resize(VkExtent2D extent);
   void waitIdle() const { vkDeviceWaitIdle(device_); }
-  // Warnings and errors the validation layer reported since the last call.
-  std::vector<std::string> takeMessages();
 
  private:
   struct Frame {
@@ -57,7 +55,6 @@ class OffscreenGame {
 
   VkExtent2D extent_{};
   VkInstance instance_ = VK_NULL_HANDLE;
-  VkDebugUtilsMessengerEXT messenger_ = VK_NULL_HANDLE;
   VkPhysicalDevice physicalDevice_ = VK_NULL_HANDLE;
   VkDevice device_ = VK_NULL_HANDLE;
   VkQueue queue_ = VK_NULL_HANDLE;
@@ -66,10 +63,6 @@ class OffscreenGame {
   VkCommandPool commandPool_ = VK_NULL_HANDLE;
   std::vector<Frame> frames_;
   std::uint32_t next_ = 0;
-  struct Messages {
-    std::mutex mutex;
-    std::vector<std::string> list;
-  } messages_;
 };
 
 }  // namespace tavrel::testing

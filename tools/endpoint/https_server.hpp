@@ -78,10 +78,10 @@ class HttpsServer {
     bool keepBodies = true;
     // When set, the body of every PUT answered 2xx is also written to a file in this existing
     // directory, named after its path (see uploadFileName()), replacing an older one.
-    std::string uploadsDirectory;
+    std::string uploadsDirectory{};
     // When set, called with every request as it is recorded (answered or dropped), on the
     // server thread that served it, concurrently with other requests.
-    std::function<void(const RecordedRequest&)> onRecord;
+    std::function<void(const RecordedRequest&)> onRecord{};
   };
 
   // Makes the certificate and writes caFile(); throws std::runtime_error on failure.

@@ -139,7 +139,7 @@ TEST_F(RunTool, ScriptFaultsAndFailedChecksNameTheirLine) {
 TEST_F(RunTool, AValidTokenBringsNoPage) {
   const ToolRun result = run(kGame + "service delay 0\nlaunch token=" + kValid +
                              " game-events=/g.evt input-events=/i.evt\ngame-event start\ninitialise-overlay " + kValid +
-                             "\nvalidate\nwait 2\ncheck not presented any\nwait-until uploads 200 = 1\n");
+                             "\nvalidate\nwait 2\ncheck not presented any\nwait-until uploads 200 = 1 timeout 59\n");
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_NE(result.out.find("uploads        1 PUT request: 1 x 200;"), std::string::npos) << result.out;
   EXPECT_TRUE(toldThat("the game hears yes on a background queue"));

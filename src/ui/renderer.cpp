@@ -80,10 +80,7 @@ class Damage {
   void add(PixelRect pixels) {
     if (!isEmpty(pixels)) rects_.push_back(pixels);
   }
-  void add(CGRect points) {
-    const PixelRect pixels = toPixels(points);
-    if (pixels.width > 0 && pixels.height > 0) rects_.push_back(pixels);
-  }
+  void add(CGRect points) { add(toPixels(points)); }
   bool touches(CGRect points) const {
     const PixelRect p = toPixels(points);
     return std::any_of(rects_.begin(), rects_.end(), [&](const PixelRect& r) { return overlap(p, r); });
@@ -247,7 +244,8 @@ PixelRect inkedPixels(cairo_surface_t* surface) {
     const std::uint32_t* row = pixels + y * stride;
     const std::uint32_t* first = std::find_if(row, row + width, inked);
     if (first == row + width) continue;
-    const std::uint32_t* last = std::find_if(std::make_reverse_iterator(row + width), std::make_reverse_iterator(first), inked).base();
+    const std::uint32_t* last =
+        std::find_if(std::make_reverse_iterator(row + width), std::make_reverse_iterator(first), inked).base();
     left = std::min(left, static_cast<int>(first - row));
     right = std::max(right, static_cast<int>(last - row));
     top = std::min(top, y);
@@ -302,7 +300,6 @@ std::optional<PixelRect> wholePixels(double left, double top, double width, doub
   if (!whole(left) || !whole(top) || !whole(width) || !whole(height)) return std::nullopt;
   return PixelRect{static_cast<int>(left), static_cast<int>(top), static_cast<int>(width), static_cast<int>(height)};
 }
-
 
 // A set of pixels, as pixman keeps it.
 class Region {
@@ -772,7 +769,9 @@ const BackingStore* BackingStores::storeFor(UIView& view, double scale) {
     const double bottom = std::ceil((part->maxY() - bounds.origin.y) * scale);
     cairo_rectangle(cr, left, top, right - left, bottom - top);
     cairo_clip(cr);
-    const auto pixel = [](double v, int most) { return static_cast<int>(std::clamp(v, 0.0, static_cast<double>(most))); };
+    const auto pixel = [](double v, int most) {
+      return static_cast<int>(std::clamp(v, 0.0, static_cast<double>(most)));
+    };
     const int x = pixel(left, width), y = pixel(top, height);
     partPixels = {x, y, pixel(right, width) - x, pixel(bottom, height) - y};
   }
@@ -924,7 +923,8 @@ const UIFrame& UIHost::Renderer::render(CGSize size, double scale) {
 
   // Kept from frame to frame, as the last frame's list: a frame allocates little.
   Damage damage(width, height, scale, std::move(frame.damage));
-  const std::shared_ptr<UIWindow> window = walk(size, scale, whole ? nullptr : &previous, died, stores, damage, buffers);
+  const std::shared_ptr<UIWindow> window =
+      walk(size, scale, whole ? nullptr : &previous, died, stores, damage, buffers);
   std::vector<RenderEntry>& entries = buffers.entries;
   damage.simplify();
   if (!damage.empty()) {
